@@ -1,0 +1,238 @@
+// The tag getter skeleton, written once. Most getters of MetaUtils read one
+// tag and hand one converted value to the caller; each of them is a row
+// (KV_TAG_GETTER) naming the tag, the messages and the read, and the rows all
+// run through ReadTag below:
+//
+//   1. a null output (and, where the row asks, a null container) is "arg err"
+//      at level 4 and -2;
+//   2. GetMetaData looks the tag up, by name for vendor tags, by id for
+//      Android and platform tags; its non-zero code is logged with the row's
+//      lookup-failure message at level 3 and returned as it is;
+//   3. full shape only: a null data pointer is the row's empty-data message
+//      at level 3 and -1 (short-shape rows have no such message and trust a
+//      successful lookup);
+//   4. the row's read stores the value, once, and an optional trace logs it.
+//
+// The element count is never checked: each getter trusts its tag to be as
+// long as the read it makes.
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <utility>
+
+#include "KvMetadata.h"
+#include "MetaLog.h"
+#include "MetaUtils.h"
+
+namespace kvalgo2 {
+namespace detail {
+
+// ---- Reads of tag payloads ------------------------------------------------
+
+// Element of type T at a byte offset of a payload. Payloads carry no
+// alignment promise for records, so every read is a byte copy.
+template <typename T>
+inline T Load(const void* data, size_t offset = 0) {
+    T value;
+    std::memcpy(&value, static_cast<const unsigned char*>(data) + offset, sizeof(T));
+    return value;
+}
+
+// Float to integer conversions as the device's 64-bit Arm cores perform them
+// (truncation toward zero, saturating, not-a-number to 0), written as
+// well-defined C++ so the host gives the same bits.
+template <typename Int, typename Real>
+inline Int SaturateCast(Real value) {
+    if (std::isnan(value)) return 0;
+    constexpr Real kMin = static_cast<Real>(std::numeric_limits<Int>::min());
+    // 2^bits for unsigned, 2^(bits-1) for signed: exact powers of two.
+    constexpr Real kLimit = static_cast<Real>(std::numeric_limits<Int>::max() / 2 + 1) * 2;
+    if (value <= kMin) return std::numeric_limits<Int>::min();
+    if (value >= kLimit) return std::numeric_limits<Int>::max();
+    return static_cast<Int>(value);
+}
+
+// Copy sizeof(Out) bytes from byte Offset of the payload into *out: plain
+// values of the tag's own type and whole records.
+template <typename Out, size_t Offset = 0>
+inline void Copy(const void* data, Out* out) {
+    std::memcpy(out, static_cast<const unsigned char*>(data) + Offset, sizeof(Out));
+}
+
+// Read an Elem at byte Offset and convert it to Out the way the language
+// converts between integers or from integer to float (round to nearest).
+template <typename Elem, typename Out, size_t Offset = 0>
+inline void Convert(const void* data, Out* out) {
+    *out = static_cast<Out>(Load<Elem>(data, Offset));
+}
+
+// Read a float at byte Offset and truncate it toward zero.
+template <typename Out, size_t Offset = 0>
+inline void Truncate(const void* data, Out* out) {
+    *out = SaturateCast<Out>(Load<float>(data, Offset));
+}
+
+// ---- Rows ---------------------------------------------------------------------
+
+// A tag addressed by vendor name (id 0) or by numeric id (no name).
+struct TagRef {
+    const char* name;
+    uint32_t id;
+    constexpr TagRef(const char* tagName) : name(tagName), id(0) {}
+    constexpr TagRef(uint32_t tagId) : name(nullptr), id(tagId) {}
+};
+
+struct Messages {
+    const char* lookupFail;  // logged at lookupFailLevel when the lookup fails
+    const char* noData;      // level 3 on a lookup without data; null for the short shape
+    unsigned lookupFailLevel = 3;
+};
+
+#define KV_FULL(lookupFail, noData) \
+    (::kvalgo2::detail::Messages{KV_LOG_PREFIX lookupFail, KV_LOG_PREFIX noData})
+#define KV_SHORT(lookupFail) (::kvalgo2::detail::Messages{KV_LOG_PREFIX lookupFail, nullptr})
+
+constexpr Messages kDefaultMessages = KV_FULL("GetMetadata err", "get metadata err");
+constexpr const char* kArgErr = KV_LOG_PREFIX "arg err";
+
+template <typename Out>
+struct TagGetter {
+    TagRef tag;
+    Messages messages;
+    void (*store)(const void* data, Out* out);
+    bool checkMetadata = false;  // also reject a null container with "arg err"
+    void (*trace)(const log::LogSite& at, const Out& value) = nullptr;  // after the write
+};
+
+// The skeleton. `at` is the getter's own site, so every line names it.
+template <typename Out>
+int ReadTag(MetaUtils& self, const log::LogSite& at, std::shared_ptr<KvMetadata> metadata, Out* out,
+            const TagGetter<Out>& row) {
+    if (out == nullptr || (row.checkMetadata && !metadata)) {
+        log::Write(at, 4, kArgErr);
+        return -2;
+    }
+    void* data = nullptr;
+    const int ret = self.GetMetaData(std::move(metadata), row.tag.name, row.tag.id, &data, nullptr);
+    if (ret != 0) {
+        log::Write(at, row.messages.lookupFailLevel, row.messages.lookupFail);
+        return ret;
+    }
+    if (row.messages.noData != nullptr && data == nullptr) {
+        log::Write(at, 3, row.messages.noData);
+        return -1;
+    }
+    row.store(data, out);
+    if (row.trace != nullptr) row.trace(at, *out);
+    return 0;
+}
+
+// ---- Static characteristics ------------------------------------------------
+//
+// Getters of a camera's static metadata: the same steps, but the tag is read
+// from the static metadata that StaticMetadataWraper keeps for a camera id.
+// ReadStaticTag finds the camera through the frame's framework camera id;
+// ReadCameraStaticTag is given the id.
+
+template <typename Out>
+struct StaticTagGetter {
+    TagRef tag;
+    Messages messages;
+    void (*store)(const void* data, Out* out);
+    // After the write; gets the camera id the static metadata belongs to.
+    void (*trace)(const log::LogSite& at, int cameraId, const Out& value) = nullptr;
+};
+
+template <typename Out>
+int ReadCameraStaticTag(MetaUtils& self, const log::LogSite& at, int cameraId, Out* out,
+                        const StaticTagGetter<Out>& row) {
+    if (out == nullptr) {
+        log::Write(at, 4, kArgErr);
+        return -2;
+    }
+    std::shared_ptr<KvMetadata> stat =
+        StaticMetadataWraper::getInstance()->getStaticMetadata(static_cast<uint32_t>(cameraId));
+    void* data = nullptr;
+    const int ret = self.GetMetaData(std::move(stat), row.tag.name, row.tag.id, &data, nullptr);
+    if (ret != 0) {
+        log::Write(at, row.messages.lookupFailLevel, row.messages.lookupFail);
+        return ret;
+    }
+    if (row.messages.noData != nullptr && data == nullptr) {
+        log::Write(at, 3, row.messages.noData);
+        return -1;
+    }
+    row.store(data, out);
+    if (row.trace != nullptr) row.trace(at, cameraId, *out);
+    return 0;
+}
+
+template <typename Out>
+int ReadStaticTag(MetaUtils& self, const log::LogSite& at, std::shared_ptr<KvMetadata> metadata,
+                  Out* out, const StaticTagGetter<Out>& row) {
+    if (out == nullptr) {
+        log::Write(at, 4, kArgErr);
+        return -2;
+    }
+    int cameraId = -1;
+    const int ret = self.GetFwkCameraId(std::move(metadata), &cameraId);
+    if (ret != 0) {
+        log::Write(at, 3, KV_LOG_PREFIX "GetMetadata FwkCameraId fail");
+        return ret;
+    }
+    return ReadCameraStaticTag(self, at, cameraId, out, row);
+}
+
+}  // namespace detail
+}  // namespace kvalgo2
+
+// One getter of the skeleton: int Method(std::shared_ptr<KvMetadata>, Out*).
+// The remaining arguments are the TagGetter row: tag, messages, read, and
+// optionally the container check and the success trace.
+#define KV_TAG_GETTER(Method, Out, ...)                                         \
+    int MetaUtils::Method(std::shared_ptr<KvMetadata> metadata, Out* out) {     \
+        static constexpr detail::TagGetter<Out> kRow{__VA_ARGS__};              \
+        return detail::ReadTag(*this, KV_HERE, std::move(metadata), out, kRow); \
+    }
+
+// A getter of the frame's camera's static metadata.
+#define KV_STATIC_TAG_GETTER(Method, Out, ...)                                        \
+    int MetaUtils::Method(std::shared_ptr<KvMetadata> metadata, Out* out) {           \
+        static constexpr detail::StaticTagGetter<Out> kRow{__VA_ARGS__};              \
+        return detail::ReadStaticTag(*this, KV_HERE, std::move(metadata), out, kRow); \
+    }
+
+// The same with a trailing int argument that the getter accepts and ignores.
+#define KV_TAG_GETTER_IGNORING_INT(Method, Out, ...)                             \
+    int MetaUtils::Method(std::shared_ptr<KvMetadata> metadata, Out* out, int) { \
+        static constexpr detail::TagGetter<Out> kRow{__VA_ARGS__};               \
+        return detail::ReadTag(*this, KV_HERE, std::move(metadata), out, kRow);  \
+    }
+
+namespace kvalgo2 {
+namespace detail {
+
+// The setter shape: a null value is "arg err" at level 4 and -2; otherwise
+// SetMetaData writes `count` elements into the vendor tag `name` and a
+// non-zero code is logged with `failMsg` at level 3 and returned unchanged.
+template <typename T>
+int WriteTag(MetaUtils& self, const log::LogSite& at, std::shared_ptr<KvMetadata> metadata,
+             const char* name, T* value, uint32_t count, const char* failMsg) {
+    if (value == nullptr) {
+        log::Write(at, 4, kArgErr);
+        return -2;
+    }
+    const int ret = self.SetMetaData<T>(std::move(metadata), name, 0, value, count);
+    if (ret != 0) {
+        log::Write(at, 3, failMsg);
+        return ret;
+    }
+    return 0;
+}
+
+}  // namespace detail
+}  // namespace kvalgo2

@@ -217,4 +217,20 @@ int MetaUtils::SetAIToneFlag(std::shared_ptr<KvMetadata> metadata, int* flag) {
                             KV_LOG_PREFIX "SetMetadata com.kovani.3AAlgo.aecAItoneFlag err");
 }
 
+// ===========================================================================
+// Rectangles, crop regions and active-array sizes
+// ===========================================================================
+
+// The active array of the frame's camera, from its static metadata. The
+// maximum-resolution twin logs its failure one level lower, at 2.
+KV_STATIC_TAG_GETTER(GetActiveArraySize, ChiRect, tag::ANDROID_SENSOR_INFO_ACTIVE_ARRAY_SIZE,
+                     KV_SHORT("Get ACTIVE_ARRAY_SIZE err"), Copy<ChiRect>)
+KV_STATIC_TAG_GETTER(GetMaxActiveArraySize, ChiRect,
+                     tag::ANDROID_SENSOR_INFO_ACTIVE_ARRAY_SIZE_MAXIMUM_RESOLUTION,
+                     (detail::Messages{
+                         KV_LOG_PREFIX
+                         "Get ANDROID_SENSOR_INFO_ACTIVE_ARRAY_SIZE_MAXIMUM_RESOLUTION err",
+                         nullptr, 2}),
+                     Copy<ChiRect>)
+
 }  // namespace kvalgo2

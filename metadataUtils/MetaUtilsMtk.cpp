@@ -7,4 +7,21 @@
 #include "MetaUtils.h"
 #include "TagGetter.h"
 
-namespace kvalgo2 {}  // namespace kvalgo2
+namespace kvalgo2 {
+
+using detail::Convert;
+using detail::Copy;
+using detail::kDefaultMessages;
+
+// ===========================================================================
+// Burst and preview exposure
+// ===========================================================================
+
+// clang-format off
+KV_TAG_GETTER(GetBurstInfoFaceLuma, float, "kovani.ae.average.face.luma",
+              KV_FULL("GetMetadata kovani.ae.average.face.luma err",
+                      "get metadata kovani.ae.average.face.luma err"),
+              (Convert<int32_t, float>))
+// clang-format on
+
+}  // namespace kvalgo2

@@ -233,4 +233,180 @@ KV_STATIC_TAG_GETTER(GetMaxActiveArraySize, ChiRect,
                          nullptr, 2}),
                      Copy<ChiRect>)
 
+// ===========================================================================
+// Scene, motion-capture and anchor-frame
+// ===========================================================================
+
+// clang-format off
+KV_TAG_GETTER(GetHighlightAnchorOrder, int, "kovani.aihighlight.anchorOrder", kDefaultMessages,
+              Copy<int>)
+KV_TAG_GETTER(GetStreetAnchorOrder, int, "com.kovani.ext.control.streetmode.anchor.order",
+              kDefaultMessages, Copy<int>)
+KV_TAG_GETTER(GetSunsetScene, Sunset_Scene_t, "kovani.ai.asd.SunsetScene",
+              KV_FULL("GetMetadata kovani.ai.asd.SunsetScene err",
+                      "get metadata kovani.ai.asd.SunsetScene err"),
+              Copy<Sunset_Scene_t>)
+KV_TAG_GETTER(GetAISceneIndoor, int, "kovani.ai.asd.algoSceneDetectedIndoor",
+              KV_FULL("GetMetadata kovani.ai.asd.algoSceneDetectedIndoor err",
+                      "get metadata kovani.ai.asd.algoSceneDetectedIndoor err"),
+              Copy<int>)
+// The motion-capture type and frame type read the same tag.
+KV_TAG_GETTER(GetMotionCaptureType, unsigned int, "kovani.ai.kvsd.motionCaptureType",
+              KV_FULL("GetMetadata kovani.ai.kvsd.motionCaptureType err",
+                      "get metadata kovani.ai.kvsd.motionCaptureType err"),
+              Copy<unsigned int>)
+KV_TAG_GETTER(GetMotionCaptureFrameType, int, "kovani.ai.kvsd.motionCaptureType",
+              KV_FULL("GetMetadata kovani.ai.kvsd.motionCaptureType err",
+                      "get metadata kovani.ai.kvsd.motionCaptureType err"),
+              Copy<int>)
+KV_TAG_GETTER(GetVXAihighlightIs, int, "com.kv.node.kvaihighlight.isHighLight",
+              KV_FULL("GetMetadata com.kv.node.kvaihighlight.isHighLight err",
+                      "get metadata com.kv.node.kvaihighlight.isHighLight err"),
+              Copy<int>)
+KV_TAG_GETTER(GetBandingSceneType, int, "kovani.ai.kvsd.bandingSceneType",
+              KV_FULL("GetMetadata kovani.ai.kvsd.bandingSceneType err",
+                      "get metadata kovani.ai.kvsd.bandingSceneType err"),
+              Copy<int>)
+KV_TAG_GETTER(GetPreAnchorProcStatus, int, "com.kovani.orlo2.preAnchorProc",
+              KV_FULL("GetMetadata com.kovani.orlo2.preAnchorProc err",
+                      "get metadata com.kovani.orlo2.preAnchorProc err"),
+              Copy<int>)
+KV_TAG_GETTER(GetPreAnchorProcFrameNum, int, "com.kovani.orlo2.anchorFrameNum",
+              KV_FULL("GetMetadata com.kovani.orlo2.anchorFrameNum err",
+                      "get metadata com.kovani.orlo2.anchorFrameNum err"),
+              Copy<int>)
+// clang-format on
+
+int MetaUtils::GetAISceneResult(std::shared_ptr<KvMetadata> metadata, AIspSceneResult& result) {
+    static constexpr detail::TagGetter<AIspSceneResult> kRow{
+        "kovani.ai.asd.algoSceneDetectedAIResult", kDefaultMessages, Copy<AIspSceneResult>};
+    return detail::ReadTag(*this, KV_HERE, std::move(metadata), &result, kRow);
+}
+
+// The anchor is taken only when the banding check flagged a flicker motion
+// capture and the deflicker succeeded.
+int MetaUtils::GetMotionCaptureAnchorOrder(std::shared_ptr<KvMetadata> metadata, int* order) {
+    if (order == nullptr) return detail::ArgErr(KV_HERE);
+    const void* data = nullptr;
+    if (const int ret = detail::LookUp(*this, KV_HERE, metadata, "kovani.ai.kvsd.zslMcBandingType",
+                                       KV_FULL("GetMetadata kovani.ai.kvsd.zslMcBandingType err",
+                                               "get kovani.ai.kvsd.zslMcBandingType pData null"),
+                                       &data)) {
+        return ret;
+    }
+    const uint32_t banding = detail::Load<uint32_t>(data);
+    const bool isZslFlkMotionCap = (banding & 0xFF) != 0;
+    KV_LOG(2, "zslMcBandingType: 0x%x, isZslFlkMotionCap: %d", banding, isZslFlkMotionCap);
+    if (!isZslFlkMotionCap) return -1;
+
+    if (const int ret =
+            detail::LookUp(*this, KV_HERE, std::move(metadata), "kovani.motion.capture.anchorInfo",
+                           KV_FULL("GetMetadata kovani.motion.capture.anchorInfo err",
+                                   "get kovani.motion.capture.anchorInfo pData null"),
+                           &data)) {
+        return ret;
+    }
+    const uint32_t anchorInfo = detail::Load<uint32_t>(data);
+    const int isDeflickerSuccess = static_cast<int>((anchorInfo >> 8) & 1);
+    KV_LOG(2, "anchorInfo: 0x%x, isDeflickerSuccess: %d", anchorInfo, isDeflickerSuccess);
+    if (isDeflickerSuccess == 0) return -1;
+    *order = static_cast<int>(anchorInfo & 0xFF);
+    return 0;
+}
+
+namespace {
+
+// Eye-closure status byte: bit 2 set means no eye was detected, bit 0 set
+// means the detected eyes are open.
+int ReadEyeClosure(MetaUtils& self, const log::LogSite& at, std::shared_ptr<KvMetadata> metadata,
+                   AIspAnchorMeta& meta) {
+    const void* data = nullptr;
+    if (const int ret = detail::LookUp(
+            self, at, std::move(metadata), "com.kovani.orlo2.eyeclosure.status",
+            KV_SHORT("GetMetadata com.kovani.orlo2.eyeclosure.status fail"), &data)) {
+        return ret;
+    }
+    const uint8_t status = detail::Load<uint8_t>(data);
+    meta.eyeDet = (status & 0x04) == 0;
+    meta.eyeOpen = meta.eyeDet && (status & 0x01) != 0;
+    log::Write(at, 0, KV_LOG_PREFIX "ecdRet:0x%x, eyeDet:%d, eyeOpen:%d", status, meta.eyeDet,
+               meta.eyeOpen);
+    return 0;
+}
+
+}  // namespace
+
+// Two names for one operation; only the function name in their lines differs.
+int MetaUtils::GetEcdStatus(std::shared_ptr<KvMetadata> metadata, AIspAnchorMeta& meta) {
+    return ReadEyeClosure(*this, KV_HERE, std::move(metadata), meta);
+}
+
+int MetaUtils::getEcdStatus(std::shared_ptr<KvMetadata> metadata, AIspAnchorMeta& meta) {
+    return ReadEyeClosure(*this, KV_HERE, std::move(metadata), meta);
+}
+
+// ===========================================================================
+// Bokeh request, capability and stream information
+// ===========================================================================
+
+namespace {
+
+void TraceSceneResult(const log::LogSite& at, const KvAiSceneClsResult& r) {
+    log::Write(at, 2, KV_LOG_PREFIX "sceneDetected(result/confidence):{%d/%f %d/%f}", r.class0,
+               static_cast<double>(r.confidence0), r.class1, static_cast<double>(r.confidence1));
+}
+
+void TraceIndoor(const log::LogSite& at, const int& indoor) {
+    log::Write(at, 0, KV_LOG_PREFIX "inDoor:%d", indoor);
+}
+
+}  // namespace
+
+// The bokeh records travel as raw bytes of fixed sizes; the tags must be at
+// least that long.
+// clang-format off
+KV_TAG_GETTER(GetBokehRequestInfoList, __bokehRequestInfoList,
+              "com.kovani.camera.bokehConfig.request",
+              KV_FULL("GetMetadata bokehRequestConfig err", "get metadata bokehRequestConfig err"),
+              Copy<__bokehRequestInfoList>)
+KV_TAG_GETTER(GetBokehCapsInfo, __bokehCapabilityInfoList, "com.kovani.camera.bokehCaps.info",
+              KV_FULL("GetMetadata BokehCapsInfo err", "get metadata BokehCapsInfo err"),
+              Copy<__bokehCapabilityInfoList>)
+KV_TAG_GETTER(GetBokehConfigStream, __bokehConfigStreamInfoList,
+              "com.kovani.camera.bokehConfig.stream",
+              KV_FULL("GetMetadata BokehConfigStream err", "get metadata BokehConfigStream err"),
+              Copy<__bokehConfigStreamInfoList>)
+KV_TAG_GETTER(GetInputNum, int, "kovani.multiframe.inputNum",
+              KV_SHORT("GetMetadata kovani.multiframe.inputNum fail"), Copy<int>)
+KV_TAG_GETTER(GetSceneDetectedAIResult, KvAiSceneClsResult,
+              "kovani.ai.asd.algoSceneDetectedAIResult",
+              KV_SHORT("get kovani.ai.asd.algoSceneDetectedAIResult fail"),
+              Copy<KvAiSceneClsResult>, false, TraceSceneResult)
+KV_TAG_GETTER(GetSceneDetectedIndoor, int, "kovani.ai.asd.algoSceneDetectedIndoor",
+              KV_SHORT("get kovani.ai.asd.algoSceneDetectedIndoor fail"), Copy<int>, false,
+              TraceIndoor)
+// clang-format on
+
+// The name is copied up to its NUL without a bound: the pipeline keeps image
+// names shorter than the caller's 128 bytes.
+int MetaUtils::GetImageName(std::shared_ptr<KvMetadata> metadata, char (*name)[128]) {
+    if (name == nullptr) return detail::ArgErr(KV_HERE);
+    const void* data = nullptr;
+    if (const int ret = detail::LookUp(
+            *this, KV_HERE, std::move(metadata), "kovani.snapshot.imageName",
+            KV_FULL("GetMetadata imageName err", "get metadata imageName err"), &data)) {
+        return ret;
+    }
+    std::strcpy(*name, static_cast<const char*>(data));
+    return 0;
+}
+
+int MetaUtils::SetBokehRequestInfoList(std::shared_ptr<KvMetadata> metadata,
+                                       __bokehRequestInfoList* info) {
+    return detail::WriteTag(*this, KV_HERE, std::move(metadata),
+                            "com.kovani.camera.bokehConfig.request",
+                            reinterpret_cast<unsigned char*>(info), sizeof(__bokehRequestInfoList),
+                            KV_LOG_PREFIX "SetMetadata com.kovani.camera.bokehConfig.request err");
+}
+
 }  // namespace kvalgo2

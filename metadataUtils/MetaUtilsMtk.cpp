@@ -1,6 +1,10 @@
 // MetaUtils, platform part: capture statistics and burst metadata, the final
 // crop region, faces, sensor types and modes, and the remaining geometry and
 // camera-identity methods.
+#include <array>
+#include <cmath>
+#include <cstring>
+
 #include "KvMetadata.h"
 #include "MetaDefs.h"
 #include "MetaLog.h"
@@ -12,16 +16,421 @@ namespace kvalgo2 {
 using detail::Convert;
 using detail::Copy;
 using detail::kDefaultMessages;
+using detail::Truncate;
 
 // ===========================================================================
 // Burst and preview exposure
 // ===========================================================================
 
+namespace {
+
+// Tone gains are Q10 fixed point, ISP gains Q12; the burst getters scale in
+// single precision, the preview ISP gain divides in double and narrows.
+void ToneGainQ10(const void* data, float* out) {
+    *out = static_cast<float>(detail::Load<int32_t>(data)) * 0.0009765625f;
+}
+void IspGainQ12(const void* data, float* out) {
+    *out = static_cast<float>(detail::Load<int32_t>(data)) * 0.000244140625f;
+}
+void PreviewIspGainQ12(const void* data, float* out) {
+    *out = static_cast<float>(static_cast<double>(detail::Load<int32_t>(data)) / 4096.0);
+}
+
+}  // namespace
+
 // clang-format off
+KV_TAG_GETTER(GetTimestamp, long, "org.quic.camera.qtimer.startOfExposure", kDefaultMessages,
+              Copy<long>)
+KV_TAG_GETTER(GetCCT, float, "com.mediatek.3afeature.awbColorTemperature", kDefaultMessages,
+              (Convert<int32_t, float>))
 KV_TAG_GETTER(GetBurstInfoFaceLuma, float, "kovani.ae.average.face.luma",
               KV_FULL("GetMetadata kovani.ae.average.face.luma err",
                       "get metadata kovani.ae.average.face.luma err"),
               (Convert<int32_t, float>))
+KV_TAG_GETTER(GetBurstInfoFrameLuma, float, "kovani.ae.average.frame.luma",
+              KV_FULL("GetMetadata kovani.ae.average.frame.luma err",
+                      "get metadata kovani.ae.average.frame.luma err"),
+              (Convert<int32_t, float>))
+// Exposure time in nanoseconds, as a float.
+KV_TAG_GETTER_IGNORING_INT(GetBurstInfoShutter, float, tag::ANDROID_SENSOR_EXPOSURE_TIME,
+              KV_FULL("GetMetadata ANDROID_SENSOR_EXPOSURE_TIME err",
+                      "get metadata ANDROID_SENSOR_EXPOSURE_TIME err"),
+              (Convert<int64_t, float>))
+// The AEC info record: lux index as a float at byte 0, exposure index as an
+// int32 at byte 8.
+KV_TAG_GETTER(GetBurstInfoLuxIndex, int, "com.kovani.statsconfigs.AecInfo", kDefaultMessages,
+              Truncate<int>)
+KV_TAG_GETTER_IGNORING_INT(GetBurstInfoExpIndex, int, "com.kovani.statsconfigs.AecInfo",
+              KV_FULL("GetMetadata com.kovani.statsconfigs.AecInfo err",
+                      "get metadata com.kovani.statsconfigs.AecInfo err"),
+              (Copy<int, 8>))
+KV_TAG_GETTER(GetBurstInfoDarkBoostGain, float, "kovani.ae.dark.tonegain", kDefaultMessages,
+              ToneGainQ10)
+KV_TAG_GETTER(GetPreviewAdrcGain, float, "kovani.ae.mid.tonegain",
+              KV_FULL("GetMetadata PreviewAdrcGain err", "get metadata PreviewAdrcGain err"),
+              ToneGainQ10)
+KV_TAG_GETTER(GetPreviewFrameLuma, float, "kovani.longexposure.cwv",
+              KV_FULL("GetMetadata PreviewFrameLuma err", "get metadata PreviewFrameLuma err"),
+              (Convert<int32_t, float>))
+KV_TAG_GETTER(GetPreviewTargetLuma, float, "kovani.longexposure.cwr",
+              KV_FULL("GetMetadata PreviewTargetLuma err", "get metadata PreviewTargetLuma err"),
+              (Convert<int32_t, float>))
+KV_TAG_GETTER(GetBurstInfoBpsIspGain, float, tag::MTK_3A_FEATURE_AE_ISP_GAIN_VALUE,
+              KV_FULL("GetMetadata MTK_3A_FEATURE_AE_ISP_GAIN_VALUE err",
+                      "get metadata MTK_3A_FEATURE_AE_ISP_GAIN_VALUE err"),
+              IspGainQ12)
+// The frame-info record starts with the frame's timestamp; one getter hands
+// it out unsigned, the other signed.
+KV_TAG_GETTER(GetQTimeStamp, unsigned long, "com.kovani.mtk.p1node.frameinfo",
+              KV_FULL("GetMetadata com.kovani.mtk.p1node.frameinfo err",
+                      "get metadata com.kovani.mtk.p1node.frameinfo err"),
+              Copy<unsigned long>)
+KV_TAG_GETTER(GetFrameSyncTimestamp, long, "com.kovani.mtk.p1node.frameinfo",
+              KV_FULL("GetMetadata com.kovani.mtk.p1node.frameinfo err",
+                      "get metadata com.kovani.mtk.p1node.frameinfo err"),
+              Copy<long>)
+// Reads the exposure compensation; its messages name the supernight manual
+// EV tag, as the interface's log lines always have.
+KV_TAG_GETTER(GetSnapshotReqInfoUIEV, int, "kovani.ae.exposureCompensation",
+              KV_FULL("GetMetadata kovani.supernight.real.manualev err",
+                      "get metadata kovani.supernight.real.manualev err"),
+              Copy<int>)
+KV_TAG_GETTER(GetPreviewISPGain, float, "kovani.burst.last.preview.ispGain",
+              KV_FULL("GetMetadata kovani.burst.last.preview.ispGain err",
+                      "get metadata kovani.burst.last.preview.ispGain err"),
+              PreviewIspGainQ12)
+KV_TAG_GETTER(GetPreviewExposure, float, "kovani.burst.last.preview.exposure.time",
+              KV_FULL("GetMetadata PreviewExposure err", "get metadata PreviewExposure err"),
+              (Convert<int64_t, float>))
+KV_TAG_GETTER(GetFaceAverageBrightness, float, "kovani.ai.asd.FaceAverageBrightness",
+              KV_FULL("GetMetadata FaceAverageBrightness err",
+                      "get metadata FaceAverageBrightness err"),
+              Copy<float>)
+KV_TAG_GETTER(GetMotionVelocity, float, "kovani.ai.kvsd.motionVelocity",
+              KV_FULL("GetMetadata motionVelocity err", "get metadata motionVelocity Fail"),
+              (Convert<int32_t, float>))
+// Reports only whether the frame-control record has data: the output is
+// never written.
+KV_TAG_GETTER(GetBurstInfoBpsIspGainShort, float, "org.quic.camera2.statsconfigs.AECFrameControl",
+              kDefaultMessages, detail::Ignore<float>)
+KV_TAG_GETTER(GetIsZSLEnable, int, "kovani.control.zsl.enable",
+              KV_SHORT("GetMetadata kovani.control.zsl.enable fail"), (Convert<uint8_t, int>))
 // clang-format on
+
+// The adjust ratio is an exposure ratio in thousandths of an EV step.
+int MetaUtils::GetTFNRExpRatio(std::shared_ptr<KvMetadata> metadata, float* ratio) {
+    if (ratio == nullptr) return detail::ArgErr(KV_HERE);
+    const void* data = nullptr;
+    if (const int ret =
+            detail::LookUp(*this, KV_HERE, std::move(metadata), "kovani.hdr.custom.adjustratio",
+                           KV_SHORT("GetMetadata kovani.hdr.custom.adjustratio fail"), &data)) {
+        return ret;
+    }
+    const int32_t milliEv = detail::Load<int32_t>(data);
+    if (milliEv == 0) {
+        *ratio = 1.0f;
+        KV_LOG(3, "GetMetadata kovani.hdr.custom.adjustratio = 0");
+        return 0;
+    }
+    *ratio =
+        static_cast<float>(std::exp2(static_cast<double>(static_cast<float>(milliEv) / 1000.0f)));
+    return 0;
+}
+
+int MetaUtils::GetBurstInfoAdrcGain(std::shared_ptr<KvMetadata> metadata, float* gain) {
+    if (gain == nullptr) return detail::ArgErr(KV_HERE);
+    void* data = nullptr;
+    int ret = GetMetaData(metadata, "kovani.ae.mid.tonegain", 0, &data, nullptr);
+    if (ret != 0) {
+        KV_LOG(3, "GetMetadata err");
+        return ret;
+    }
+    if (data == nullptr) {
+        KV_LOG(3, "get metadata err");
+        return -1;
+    }
+    *gain = static_cast<float>(static_cast<double>(detail::Load<int32_t>(data)) / 1024.0);
+    // The safe-exposure flag is looked up into the same pointer and its
+    // result is what the caller gets. Without the tag the pointer still
+    // addresses the tone gain, whose low byte is then tested, and the lookup
+    // answers -1 silently although the gain was written.
+    ret = GetMetaData(std::move(metadata), "kovani.safe.exposure.enabled", 0, &data, nullptr);
+    if (detail::Load<uint8_t>(data) != 0) *gain = 1.0f;
+    return ret;
+}
+
+// ===========================================================================
+// Colour, tone and gain
+// ===========================================================================
+
+namespace {
+
+constexpr int kGammaPoints = 257;
+
+// Gamma knots: every 2 up to 256, every 4 up to 512, every 8 up to 1016,
+// then 1023.
+constexpr std::array<float, kGammaPoints> MakeGammaKnots() {
+    std::array<float, kGammaPoints> x{};
+    for (int i = 0; i < kGammaPoints - 1; ++i) {
+        x[i] = static_cast<float>(i <= 128   ? 2 * i
+                                  : i <= 192 ? 256 + 4 * (i - 128)
+                                             : 512 + 8 * (i - 192));
+    }
+    x[kGammaPoints - 1] = 1023.0f;
+    return x;
+}
+constexpr std::array<float, kGammaPoints> kGammaKnots = MakeGammaKnots();
+
+// The platform's fixed gamma curve at those knots.
+// clang-format off
+constexpr std::array<float, kGammaPoints> kPlatformGamma = {
+    0, 26, 51, 71, 87, 101, 113, 124, 135, 144, 153, 162, 170, 177, 185, 192,
+    198, 205, 211, 217, 223, 229, 235, 240, 245, 250, 256, 260, 265, 270, 275, 279,
+    284, 288, 292, 297, 301, 305, 309, 313, 317, 321, 325, 328, 332, 336, 339, 343,
+    346, 350, 353, 357, 360, 363, 367, 370, 373, 376, 379, 382, 386, 389, 392, 395,
+    398, 401, 403, 406, 409, 412, 415, 418, 420, 423, 426, 429, 431, 434, 437, 440,
+    442, 445, 447, 450, 452, 455, 457, 460, 462, 465, 467, 470, 472, 474, 476, 479,
+    481, 484, 486, 488, 490, 493, 495, 497, 499, 502, 504, 506, 508, 510, 512, 515,
+    517, 519, 521, 523, 525, 527, 529, 531, 533, 536, 538, 540, 542, 544, 546, 548,
+    550, 554, 557, 561, 565, 569, 573, 577, 580, 584, 587, 591, 594, 598, 602, 606,
+    609, 612, 615, 619, 622, 626, 629, 632, 635, 639, 642, 645, 648, 652, 655, 658,
+    661, 664, 667, 670, 673, 676, 679, 682, 685, 688, 691, 694, 697, 700, 703, 706,
+    709, 712, 714, 717, 720, 723, 725, 728, 731, 734, 736, 739, 742, 745, 747, 750,
+    752, 758, 763, 768, 773, 778, 783, 788, 793, 798, 803, 808, 812, 817, 822, 827,
+    831, 836, 840, 845, 849, 854, 858, 863, 867, 871, 876, 880, 884, 889, 893, 897,
+    901, 905, 909, 914, 918, 922, 926, 930, 934, 938, 942, 945, 949, 953, 957, 961,
+    965, 968, 972, 976, 980, 983, 987, 991, 994, 998, 1002, 1005, 1009, 1012, 1016, 1020,
+    1023,
+};
+// clang-format on
+
+void StoreGammaKnots(AIspGammaTbl& tbl) {
+    tbl.count = kGammaPoints;
+    std::memcpy(tbl.x, kGammaKnots.data(), sizeof(kGammaKnots));
+}
+
+}  // namespace
+
+int MetaUtils::GetGTMTable(std::shared_ptr<KvMetadata> metadata, int* table) {
+    if (table == nullptr) return detail::ArgErr(KV_HERE);
+    const void* data = nullptr;
+    if (const int ret = detail::LookUp(*this, KV_HERE, std::move(metadata), "kovani.hdr.gtm.curve",
+                                       kDefaultMessages, &data)) {
+        return ret;
+    }
+    // Diagnostics only: the curve is logged and the caller's integer stays.
+    KV_LOG(1, "gtm curve, binNum:%d (%d, %d)", detail::Load<int32_t>(data),
+           detail::Load<int32_t>(data, 128), detail::Load<int32_t>(data, 1152));
+    return 0;
+}
+
+int MetaUtils::GetBurstInfoLinearGain(std::shared_ptr<KvMetadata> metadata, float* gain, int) {
+    if (gain == nullptr) return detail::ArgErr(KV_HERE);
+    const void* data = nullptr;
+    if (const int ret =
+            detail::LookUp(*this, KV_HERE, metadata, tag::MTK_3A_FEATURE_AE_SENSOR_GAIN_VALUE,
+                           KV_FULL("GetMetadata MTK_3A_FEATURE_AE_SENSOR_GAIN_VALUE err",
+                                   "get metadata MTK_3A_FEATURE_AE_SENSOR_GAIN_VALUE err"),
+                           &data)) {
+        return ret;
+    }
+    const int32_t sensorGain = detail::Load<int32_t>(data);
+    float ispGain = 1.0f;
+    if (const int ret = GetBurstInfoBpsIspGain(std::move(metadata), &ispGain)) {
+        KV_LOG(3, "GetMetadata IspGain err");
+        return ret;
+    }
+    *gain = static_cast<float>(sensorGain) / 1024.0f * ispGain;
+    return 0;
+}
+
+int MetaUtils::GetAWBGain(std::shared_ptr<KvMetadata> metadata, AWBGain& gain, bool& valid) {
+    valid = false;
+    const void* data = nullptr;
+    if (const int ret =
+            detail::LookUp(*this, KV_HERE, std::move(metadata), tag::MTK_COLOR_CORRECTION_GAINS,
+                           KV_FULL("GetMetadata MTK_COLOR_CORRECTION_GAINS err",
+                                   "get metadata MTK_COLOR_CORRECTION_GAINS err"),
+                           &data)) {
+        return ret;
+    }
+    // Red, green-even, green-odd, blue: the odd green is skipped.
+    gain.rGain = detail::Load<float>(data, 0);
+    gain.gGain = detail::Load<float>(data, 4);
+    gain.bGain = detail::Load<float>(data, 12);
+    valid = true;
+    return 0;
+}
+
+// Reports only whether the frame-control record has data; `adj` is never
+// written.
+int MetaUtils::GetAWBGainAdj(std::shared_ptr<KvMetadata> metadata, AWBGainAdj& adj) {
+    static constexpr detail::TagGetter<AWBGainAdj> kRow{
+        "org.quic.camera2.statsconfigs.AECFrameControl", kDefaultMessages,
+        detail::Ignore<AWBGainAdj>};
+    return detail::ReadTag(*this, KV_HERE, std::move(metadata), &adj, kRow);
+}
+
+int MetaUtils::GetBPSGammaOutput(std::shared_ptr<KvMetadata> metadata, bool* valid, float* gamma) {
+    if (gamma == nullptr) return detail::ArgErr(KV_HERE);
+    float curve[kGammaPoints] = {};
+    void* data = nullptr;
+    const int ret =
+        GetMetaData(std::move(metadata), "kovani.supernight.gammainfo", 0, &data, nullptr);
+    const bool isValid = ret == 0 && data != nullptr;
+    if (isValid) {
+        for (int i = 0; i < kGammaPoints - 1; ++i) {
+            curve[i] = static_cast<float>(detail::Load<int32_t>(data, 4 * i));
+        }
+        KV_LOG(2, "isGammaValid:%d gammaG:[%f %f %f %f]", 1, curve[0], curve[1], curve[2],
+               curve[3]);
+    }
+    // Written in every case: an invalid curve is 257 zeros.
+    std::memcpy(gamma, curve, sizeof(curve));
+    *valid = isValid;
+    return ret;
+}
+
+// The fixed curve; the metadata is not read.
+int MetaUtils::GetPlatFormGamma(std::shared_ptr<KvMetadata>, AIspGammaTbl& tbl) {
+    StoreGammaKnots(tbl);
+    std::memcpy(tbl.y, kPlatformGamma.data(), sizeof(kPlatformGamma));
+    return 0;
+}
+
+// The supernight curve (or zeros) at the fixed knots, always ending at 1023.
+int MetaUtils::GetDynamicGamma(std::shared_ptr<KvMetadata> metadata, AIspGammaTbl& tbl) {
+    StoreGammaKnots(tbl);
+    bool valid = false;
+    const int ret = GetBPSGammaOutput(std::move(metadata), &valid, tbl.y);
+    tbl.y[kGammaPoints - 1] = 1023.0f;
+    return ret;
+}
+
+int MetaUtils::GetPreviewBrightnessInfo(std::shared_ptr<KvMetadata> metadata,
+                                        PreviewBrightnessInfo* info) {
+    if (info == nullptr) return detail::ArgErr(KV_HERE);
+    const void* data = nullptr;
+    if (const int ret =
+            detail::LookUp(*this, KV_HERE, std::move(metadata), "kovani.histogram.stats",
+                           KV_FULL("GetMetadata kovani.histogram.stats err",
+                                   "get metadata kovani.histogram.stats err"),
+                           &data)) {
+        return ret;
+    }
+    // 256 bins of four channel counts; each bin is their wrapping sum.
+    info->binCount = 256;
+    for (size_t bin = 0; bin < 256; ++bin) {
+        uint32_t sum = 0;
+        for (size_t ch = 0; ch < 4; ++ch) sum += detail::Load<uint32_t>(data, 16 * bin + 4 * ch);
+        info->bins[bin] = sum;
+    }
+    return 0;
+}
+
+int MetaUtils::GetSensorDynamicBlackLevel(std::shared_ptr<KvMetadata> metadata, float* level) {
+    if (level == nullptr) return detail::ArgErr(KV_HERE);
+    void* data = nullptr;
+    const int ret =
+        GetMetaData(metadata, nullptr, tag::ANDROID_SENSOR_DYNAMIC_BLACK_LEVEL, &data, nullptr);
+    if (ret != 0) {
+        KV_LOG(3, "GetMetadata ANDROID_SENSOR_DYNAMIC_BLACK_LEVEL fail");
+        return ret;
+    }
+    std::memcpy(level, data, 4 * sizeof(float));
+    // Normalise to 10-bit units. The bits-per-pixel lookup reuses the pointer,
+    // so a missing tag answers -1 without a line and scales by 1/16 alone.
+    float scale = 1.0f;
+    if (GetMetaData(std::move(metadata), "kovani.algoengine.input.raw.bpp", 0, &data, nullptr) ==
+        0) {
+        const int32_t bpp = detail::Load<int32_t>(data);
+        if (bpp == 12) scale = 4.0f;
+        if (bpp == 10) scale = 16.0f;
+    }
+    for (int i = 0; i < 4; ++i) {
+        if (scale != 1.0f) level[i] *= scale;
+        level[i] *= 0.0625f;
+    }
+    return 0;
+}
+
+int MetaUtils::GetColorCorrectionTransform(std::shared_ptr<KvMetadata> metadata,
+                                           ChiRational* transform) {
+    if (transform == nullptr) return detail::ArgErr(KV_HERE);
+    void* data = nullptr;
+    if (GetMetaData(std::move(metadata), "kovani.supernight.color.correction.transform", 0, &data,
+                    nullptr) != 0) {
+        KV_LOG(3, "get kovani.supernight.color.correction.transform fail");
+        return -1;  // whatever the lookup answered
+    }
+    std::memcpy(transform, data, 9 * sizeof(ChiRational));
+    for (int i = 0; i < 9; ++i) {
+        KV_LOG(0, "transform[%d] - numerator:%d denominator:%d", i, transform[i].numerator,
+               transform[i].denominator);
+    }
+    return 0;
+}
+
+// ===========================================================================
+// HDR, tele-fusion and slave-anchor flags
+// ===========================================================================
+
+int MetaUtils::GetHdrEnabled(std::shared_ptr<KvMetadata> metadata, int* hdrEnabled) {
+    if (hdrEnabled == nullptr) return detail::ArgErr(KV_HERE);
+    // The raw-HDR flag wins whenever it is present, even as 0.
+    void* data = nullptr;
+    if (GetMetaData(metadata, "kovani.hdr.raw.enabled", 0, &data, nullptr) != 0) {
+        KV_LOG(1, "cannot find kovani.hdr.raw.enabled");
+        if (const int ret =
+                GetMetaData(std::move(metadata), "kovani.hdr.enabled", 0, &data, nullptr)) {
+            KV_LOG(3, "GetMetadata kovani.hdr.enabled err");
+            return ret;
+        }
+    }
+    if (data == nullptr) {
+        KV_LOG(3, "get kovani.hdr.enabled err");
+        return -1;
+    }
+    *hdrEnabled = detail::Load<int8_t>(data);
+    KV_LOG(2, "hdrEnabled = %d", *hdrEnabled);
+    return 0;
+}
+
+// Returns the flag itself. The container must be present.
+int MetaUtils::GetTeleFusionEnable(std::shared_ptr<KvMetadata> metadata) {
+    const camera_metadata_ro_entry_t entry = metadata->find("kovani.telefusion.enabled");
+    const int enabled = entry.count != 0 && entry.data.u8[0] != 0 ? 1 : 0;
+    KV_LOG(2, "isFusionEnable = %d", enabled);
+    return enabled;
+}
+
+int MetaUtils::GetSlaveAnchorFrame(std::shared_ptr<KvMetadata> metadata, int* frame) {
+    if (frame == nullptr) return detail::ArgErr(KV_HERE);
+    if (!metadata) {
+        KV_LOG(4, "mdata is null");
+        return -2;
+    }
+    const camera_metadata_ro_entry_t entry = metadata->find(tag::KOVANI_BOKEH_AUX_ANCHOR_FRAME);
+    if (entry.count == 0) {
+        KV_LOG(3, "find kovani.bokeh.AuxAnchorFrame fail");
+        return -1;
+    }
+    *frame = entry.data.i32[0];
+    KV_LOG(0, "count:%d slaveAnchorFrame[0]:%d", static_cast<int>(entry.count), *frame);
+    return 0;
+}
+
+// Both setters treat a missing container as success and ignore the
+// container's status.
+int MetaUtils::SetSlaveAnchorFrame(std::shared_ptr<KvMetadata> metadata, int* frame) {
+    if (frame == nullptr) return detail::ArgErr(KV_HERE);
+    if (metadata) metadata->update(tag::KOVANI_BOKEH_AUX_ANCHOR_FRAME, frame, 1);
+    return 0;
+}
+
+int MetaUtils::SetSlaveAnchorFrame(std::shared_ptr<KvMetadata> metadata, int frame) {
+    if (metadata) metadata->update(tag::KOVANI_BOKEH_AUX_ANCHOR_FRAME, &frame, 1);
+    return 0;
+}
 
 }  // namespace kvalgo2

@@ -76,6 +76,10 @@ inline void Truncate(const void* data, Out* out) {
     *out = SaturateCast<Out>(Load<float>(data, Offset));
 }
 
+// For getters that only report whether their tag has data.
+template <typename Out>
+inline void Ignore(const void*, Out*) {}
+
 // ---- Rows ---------------------------------------------------------------------
 
 // A tag addressed by vendor name (id 0) or by numeric id (no name).
@@ -108,23 +112,40 @@ struct TagGetter {
     void (*trace)(const log::LogSite& at, const Out& value) = nullptr;  // after the write
 };
 
+// "arg err" at level 4 and -2: the skeleton's answer to a bad argument.
+inline int ArgErr(const log::LogSite& at) {
+    log::Write(at, 4, kArgErr);
+    return -2;
+}
+
+// Steps 2 to 4 of the skeleton on a container: the lookup, its failure and
+// empty-data messages. 0 with *data set to the payload, or the getter's
+// result after the message. Special getters that begin like the skeleton
+// start with it too.
+inline int LookUp(MetaUtils& self, const log::LogSite& at, std::shared_ptr<KvMetadata> metadata,
+                  TagRef tag, const Messages& messages, const void** data) {
+    void* found = nullptr;
+    const int ret = self.GetMetaData(std::move(metadata), tag.name, tag.id, &found, nullptr);
+    if (ret != 0) {
+        log::Write(at, messages.lookupFailLevel, messages.lookupFail);
+        return ret;
+    }
+    if (messages.noData != nullptr && found == nullptr) {
+        log::Write(at, 3, messages.noData);
+        return -1;
+    }
+    *data = found;
+    return 0;
+}
+
 // The skeleton. `at` is the getter's own site, so every line names it.
 template <typename Out>
 int ReadTag(MetaUtils& self, const log::LogSite& at, std::shared_ptr<KvMetadata> metadata, Out* out,
             const TagGetter<Out>& row) {
-    if (out == nullptr || (row.checkMetadata && !metadata)) {
-        log::Write(at, 4, kArgErr);
-        return -2;
-    }
-    void* data = nullptr;
-    const int ret = self.GetMetaData(std::move(metadata), row.tag.name, row.tag.id, &data, nullptr);
-    if (ret != 0) {
-        log::Write(at, row.messages.lookupFailLevel, row.messages.lookupFail);
+    if (out == nullptr || (row.checkMetadata && !metadata)) return ArgErr(at);
+    const void* data = nullptr;
+    if (const int ret = LookUp(self, at, std::move(metadata), row.tag, row.messages, &data)) {
         return ret;
-    }
-    if (row.messages.noData != nullptr && data == nullptr) {
-        log::Write(at, 3, row.messages.noData);
-        return -1;
     }
     row.store(data, out);
     if (row.trace != nullptr) row.trace(at, *out);
@@ -150,21 +171,12 @@ struct StaticTagGetter {
 template <typename Out>
 int ReadCameraStaticTag(MetaUtils& self, const log::LogSite& at, int cameraId, Out* out,
                         const StaticTagGetter<Out>& row) {
-    if (out == nullptr) {
-        log::Write(at, 4, kArgErr);
-        return -2;
-    }
+    if (out == nullptr) return ArgErr(at);
     std::shared_ptr<KvMetadata> stat =
         StaticMetadataWraper::getInstance()->getStaticMetadata(static_cast<uint32_t>(cameraId));
-    void* data = nullptr;
-    const int ret = self.GetMetaData(std::move(stat), row.tag.name, row.tag.id, &data, nullptr);
-    if (ret != 0) {
-        log::Write(at, row.messages.lookupFailLevel, row.messages.lookupFail);
+    const void* data = nullptr;
+    if (const int ret = LookUp(self, at, std::move(stat), row.tag, row.messages, &data)) {
         return ret;
-    }
-    if (row.messages.noData != nullptr && data == nullptr) {
-        log::Write(at, 3, row.messages.noData);
-        return -1;
     }
     row.store(data, out);
     if (row.trace != nullptr) row.trace(at, cameraId, *out);
@@ -174,10 +186,7 @@ int ReadCameraStaticTag(MetaUtils& self, const log::LogSite& at, int cameraId, O
 template <typename Out>
 int ReadStaticTag(MetaUtils& self, const log::LogSite& at, std::shared_ptr<KvMetadata> metadata,
                   Out* out, const StaticTagGetter<Out>& row) {
-    if (out == nullptr) {
-        log::Write(at, 4, kArgErr);
-        return -2;
-    }
+    if (out == nullptr) return ArgErr(at);
     int cameraId = -1;
     const int ret = self.GetFwkCameraId(std::move(metadata), &cameraId);
     if (ret != 0) {
@@ -222,10 +231,7 @@ namespace detail {
 template <typename T>
 int WriteTag(MetaUtils& self, const log::LogSite& at, std::shared_ptr<KvMetadata> metadata,
              const char* name, T* value, uint32_t count, const char* failMsg) {
-    if (value == nullptr) {
-        log::Write(at, 4, kArgErr);
-        return -2;
-    }
+    if (value == nullptr) return ArgErr(at);
     const int ret = self.SetMetaData<T>(std::move(metadata), name, 0, value, count);
     if (ret != 0) {
         log::Write(at, 3, failMsg);

@@ -1,0 +1,188 @@
+#include "Capture.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <limits>
+#include <sstream>
+
+#include "kvhost/Metadata.h"
+
+namespace inspect {
+namespace {
+
+constexpr int64_t kIntMin = std::numeric_limits<int32_t>::min();
+constexpr int64_t kIntMax = std::numeric_limits<int32_t>::max();
+
+// A "tags" array: each tag at most once.
+std::vector<TagPayload> readTags(const Node& node) {
+    node.array();
+    std::vector<TagPayload> tags;
+    std::map<uint32_t, std::string> seen;
+    for (size_t i = 0; i < node.json().size(); ++i) {
+        const Node entry = node[i];
+        TagPayload tag = readTag(entry);
+        const auto [at, added] = seen.emplace(tag.info->id, entry.path());
+        if (!added) {
+            entry.fail("\"" + tag.info->name + "\" is already given at " + at->second);
+        }
+        tags.push_back(std::move(tag));
+    }
+    return tags;
+}
+
+std::pair<int, int> readSize(Fields& size) {
+    const auto w = static_cast<int>(size.need("width").integer(1, kIntMax));
+    const auto h = static_cast<int>(size.need("height").integer(1, kIntMax));
+    return {w, h};
+}
+
+void readCamera(const Node& node, Capture& c) {
+    Fields f(node);
+    c.cameraId = static_cast<int>(f.need("cameraId").integer(kIntMin, kIntMax));
+    const auto sat = f.take("satCameraId");
+    c.satCameraId = sat ? static_cast<int>(sat->integer(kIntMin, kIntMax)) : c.cameraId;
+    f.finish();
+}
+
+void readInput(const Node& node, Capture& c) {
+    Fields f(node);
+    std::tie(c.inputWidth, c.inputHeight) = readSize(f);
+    if (const auto isz = f.take("inSensorZoom")) c.inSensorZoom = isz->boolean();
+    f.finish();
+}
+
+void readStatics(const Node& node, Capture& c) {
+    node.array();
+    for (size_t i = 0; i < node.json().size(); ++i) {
+        Fields f(node[i]);
+        const Node id = f.need("cameraId");
+        const auto camera = static_cast<uint32_t>(id.integer(0, kIntMax));
+        if (c.statics.count(camera) != 0) {
+            id.fail("camera " + std::to_string(camera) + " is described twice");
+        }
+        c.statics[camera] = readTags(f.need("tags"));
+        f.finish();
+    }
+}
+
+void readAdapter(const Node& node, AdapterAnswers& a) {
+    Fields f(node);
+    if (const auto present = f.take("present")) a.present = present->boolean();
+    if (const auto roles = f.take("roles")) {
+        roles->array();
+        for (size_t i = 0; i < roles->json().size(); ++i) {
+            Fields role((*roles)[i]);
+            const Node id = role.need("cameraId");
+            const auto camera = static_cast<int>(id.integer(kIntMin, kIntMax));
+            for (const auto& known : a.roles) {
+                if (known.first == camera) id.fail("camera " + std::to_string(camera) + " twice");
+            }
+            a.roles.emplace_back(camera,
+                                 static_cast<int>(role.need("roleId").integer(kIntMin, kIntMax)));
+            role.finish();
+        }
+    }
+    if (const auto shift = f.take("shift")) {
+        Fields s(*shift);
+        a.shift.emplace(static_cast<int32_t>(s.need("x").integer(kIntMin, kIntMax)),
+                        static_cast<int32_t>(s.need("y").integer(kIntMin, kIntMax)));
+        if (const auto isz = s.take("inSensorZoom")) a.shiftInSensorZoom = isz->boolean();
+        s.finish();
+    }
+    if (const auto gyro = f.take("gyro")) {
+        Fields g(*gyro);
+        if (const auto v = g.take("enable"))
+            a.gyroEnable = static_cast<int>(v->integer(kIntMin, kIntMax));
+        if (const auto v = g.take("key")) a.gyroKey = v->string();
+        if (const auto v = g.take("query"))
+            a.gyroQuery = static_cast<int>(v->integer(kIntMin, kIntMax));
+        const Node samples = g.need("samples");
+        samples.array();
+        for (size_t i = 0; i < samples.json().size(); ++i) {
+            Fields s(samples[i]);
+            GyroSample sample;
+            sample.x = static_cast<float>(s.need("x").number());
+            sample.y = static_cast<float>(s.need("y").number());
+            sample.z = static_cast<float>(s.need("z").number());
+            sample.ticks = static_cast<uint64_t>(
+                s.need("ticks").integer(0, std::numeric_limits<int64_t>::max()));
+            s.finish();
+            a.gyro.push_back(sample);
+        }
+        g.finish();
+    }
+    f.finish();
+}
+
+std::shared_ptr<kvhost::Metadata> makeMetadata(const std::vector<TagPayload>& tags) {
+    auto md = kvhost::Metadata::create();
+    for (const TagPayload& tag : tags) {
+        const int rc = tag.count == 0
+                           ? md->putEmpty(tag.info->id)
+                           : md->put(tag.info->id, tag.info->type, tag.bytes.data(), tag.count);
+        // Checked against the tag table when read; only memory can fail here.
+        if (rc != 0)
+            throw InputError("\"" + tag.info->name + "\": cannot be stored (" + std::to_string(rc) +
+                             ")");
+    }
+    return md;
+}
+
+}  // namespace
+
+Capture parseCapture(const std::string& text, const std::string& file) {
+    try {
+        const Json json = parseJson(text);
+        Capture c;
+        c.file = file;
+        Fields top(Node(json, ""));
+        top.only({"description", "camera", "input", "sensor", "frame", "static", "adapter"},
+                 "section");
+        if (const auto d = top.take("description")) c.description = d->string();
+        readCamera(top.need("camera"), c);
+        readInput(top.need("input"), c);
+        if (const auto sensor = top.take("sensor")) {
+            Fields f(*sensor);
+            const auto [w, h] = readSize(f);
+            c.sensorSize.emplace(static_cast<uint32_t>(w), static_cast<uint32_t>(h));
+            f.finish();
+        }
+        Fields frame(top.need("frame"));
+        c.frame = readTags(frame.need("tags"));
+        frame.finish();
+        if (const auto statics = top.take("static")) readStatics(*statics, c);
+        if (const auto adapter = top.take("adapter")) readAdapter(*adapter, c.adapter);
+        top.finish();
+        return c;
+    } catch (const InputError& e) {
+        throw InputError(file + ": " + e.what());
+    }
+}
+
+Capture loadCapture(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) throw InputError(path + ": cannot open: " + std::strerror(errno));
+    std::ostringstream text;
+    text << in.rdbuf();
+    if (in.bad()) throw InputError(path + ": cannot read: " + std::strerror(errno));
+    return parseCapture(text.str(), path);
+}
+
+std::shared_ptr<KvMetadata> Installed::staticOf(int cameraId) const {
+    const auto it = statics.find(static_cast<uint32_t>(cameraId));
+    return cameraId < 0 || it == statics.end() ? nullptr : it->second;
+}
+
+Installed installCapture(const Capture& capture) {
+    Installed installed;
+    kvhost::clearStaticMetadata();
+    for (const auto& [camera, tags] : capture.statics) {
+        installed.statics[camera] = makeMetadata(tags);
+        kvhost::setStaticMetadata(camera, installed.statics[camera]);
+    }
+    installed.frame = makeMetadata(capture.frame);
+    return installed;
+}
+
+}  // namespace inspect

@@ -1,0 +1,72 @@
+// A capture description: the frame's metadata, the static metadata of each
+// camera, the camera ids and image sizes a plug-in would pass, and what the
+// platform adapter answers. Loaded and checked whole before anything runs.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "TagPayload.h"
+
+class KvMetadata;
+
+namespace inspect {
+
+struct GyroSample {
+    float x = 0, y = 0, z = 0;
+    uint64_t ticks = 0;  // of the platform's 19.2 MHz timer
+};
+
+// The scripted answers of the platform adapter library.
+struct AdapterAnswers {
+    bool present = true;                               // false: the library gives no instance
+    std::vector<std::pair<int, int>> roles;            // (camera id, role id)
+    std::optional<std::pair<int32_t, int32_t>> shift;  // the shift query's answer, if any
+    bool shiftInSensorZoom = false;                    // the shift was measured on an ISZ frame
+    int gyroEnable = 1;                                // result of the gyro enable operation
+    std::string gyroKey;                               // GetGyroData's key and query arguments
+    int gyroQuery = 0;
+    std::vector<GyroSample> gyro;
+};
+
+struct Capture {
+    std::string file;
+    std::string description;
+    int cameraId = 0;  // SetCameraId(cameraId, satCameraId)
+    int satCameraId = 0;
+    int inputWidth = 0;  // the plug-in's input image
+    int inputHeight = 0;
+    bool inSensorZoom = false;  // the plug-in treats the frame as an in-sensor-zoom frame
+    // GetFinalCropRegion's sensor size; the active array's size when absent.
+    std::optional<std::pair<uint32_t, uint32_t>> sensorSize;
+    std::vector<TagPayload> frame;
+    std::map<uint32_t, std::vector<TagPayload>> statics;  // by camera id
+    AdapterAnswers adapter;
+};
+
+// Reads and checks a capture description. Every problem is an InputError
+// whose text starts with `path`.
+Capture loadCapture(const std::string& path);
+
+// Checks a capture description given as text; `file` names it in messages.
+Capture parseCapture(const std::string& text, const std::string& file);
+
+// The containers built from a capture description.
+struct Installed {
+    std::shared_ptr<KvMetadata> frame;
+    std::map<uint32_t, std::shared_ptr<KvMetadata>> statics;  // also registered with the platform
+
+    // Null when the camera has no static metadata.
+    std::shared_ptr<KvMetadata> staticOf(int cameraId) const;
+};
+
+// Builds the frame's metadata, registers the static metadata of every camera
+// and scripts the platform adapter.
+Installed installCapture(const Capture& capture);
+
+}  // namespace inspect

@@ -1,0 +1,67 @@
+// The table of getters that the inspector calls: one row per method, its
+// subsystem, the metadata it is given, and a call that returns the result
+// code and the decoded output. Both reports and the drawing read the rows'
+// outcomes; nothing prints per getter.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Capture.h"
+#include "JsonReader.h"
+#include "MetaUtils.h"
+#include "kvhost/LogCapture.h"
+
+namespace inspect {
+
+struct Outcome {
+    std::optional<int> result;  // absent for the methods whose value is not a result code
+    Json output;                // decoded output; null when the method wrote none
+    std::string skipped;        // why the method was not called; "" when it was
+};
+
+// What a row's call is handed.
+struct Call {
+    kvalgo2::MetaUtils& utils;
+    const Capture& capture;
+    const Installed& installed;
+    std::shared_ptr<KvMetadata> md;  // the metadata the row's method is given
+    kvhost::LogCapture& logs;        // this call's log lines
+
+    // Runs a preparatory step and drops its log lines: the call's lines are
+    // then the method's own.
+    template <typename F>
+    auto quietly(F step) {
+        auto result = step();
+        logs.clear();
+        return result;
+    }
+};
+
+// The metadata a row's method is given.
+enum class Given {
+    Frame,        // the frame's metadata
+    FrameStatic,  // static metadata of the frame's framework camera
+    SatStatic,    // static metadata of the SAT camera id
+    Nothing,      // the method reads no metadata
+};
+
+struct Getter {
+    const char* subsystem;
+    const char* method;  // overloads carry their arguments: "GetCameraRoleId(int cameraId)"
+    Given given;
+    Outcome (*call)(Call&);
+};
+
+const std::vector<Getter>& getterTable();
+
+// The numbers of the first log line of `records` whose message is `message`
+// (a format without the "[%s][%s()]:[%d] " prefix), in order; empty when no
+// line has that message. The library's log lines are its only account of
+// the stages inside some methods (the final crop region's shift, say).
+std::vector<long long> loggedNumbers(const std::vector<kvhost::LogRecord>& records,
+                                     const char* message);
+
+}  // namespace inspect

@@ -1,0 +1,256 @@
+#include "Report.h"
+
+#include <algorithm>
+#include <cstring>
+#include <sstream>
+
+namespace inspect {
+namespace {
+
+constexpr size_t kLineWidth = 100;
+constexpr size_t kLongText = 64;   // strings longer than this are cut in the text report
+constexpr size_t kLongArray = 10;  // arrays longer than this show their ends
+
+// Points the call at the metadata its method is given; returns it in words.
+std::string giveMetadata(const Capture& capture, Call& call, Given given) {
+    int camera = capture.satCameraId;
+    switch (given) {
+        case Given::Frame:
+            return "frame";
+        case Given::Nothing:
+            return "";
+        case Given::FrameStatic:
+            if (call.utils.GetFwkCameraId(call.installed.frame, &camera) != 0) {
+                call.md = nullptr;
+                return "static metadata of the frame's camera (the frame names none)";
+            }
+            break;
+        case Given::SatStatic:
+            break;
+    }
+    call.md = call.installed.staticOf(camera);
+    return "static metadata of camera " + std::to_string(camera) + (call.md ? "" : " (none)");
+}
+
+bool isRect(const Json& v) {
+    static const char* kKeys[] = {"left", "top", "width", "height"};
+    if (!v.is_object() || v.size() != 4) return false;
+    size_t i = 0;
+    for (const auto& item : v.items()) {
+        if (item.key() != kKeys[i++] || !item.value().is_number()) return false;
+    }
+    return true;
+}
+
+bool isScalar(const Json& v) {
+    return !v.is_object() && !v.is_array();
+}
+
+std::string scalarText(const Json& v) {
+    if (v.is_null()) return "-";
+    if (!v.is_string()) return v.dump();
+    const std::string& s = v.get_ref<const std::string&>();
+    if (s.size() <= kLongText) return s;
+    return s.substr(0, kLongText - 16) + "... (" + std::to_string(s.size()) + " chars)";
+}
+
+std::string joined(const std::vector<std::string>& parts, const char* open, const char* close) {
+    std::string out = open;
+    for (size_t i = 0; i < parts.size(); ++i) out += (i == 0 ? "" : ", ") + parts[i];
+    return out + close;
+}
+
+std::string arrayText(const Json& v) {
+    std::vector<std::string> parts;
+    const bool cut = v.size() > kLongArray && std::all_of(v.begin(), v.end(), isScalar);
+    for (size_t i = 0; i < v.size(); ++i) {
+        if (cut && i == kLongArray - 3) {
+            parts.push_back("...");
+            i = v.size() - 2;
+            continue;
+        }
+        const std::string part = inlineText(v[i]);
+        if (part.empty()) return "";
+        parts.push_back(part);
+    }
+    return joined(parts, "[", "]") + (cut ? " (" + std::to_string(v.size()) + " values)" : "");
+}
+
+std::string objectText(const Json& v, bool nested) {
+    if (isRect(v)) {
+        return "(" + v["left"].dump() + ", " + v["top"].dump() + ") " + v["width"].dump() + "x" +
+               v["height"].dump();
+    }
+    std::vector<std::string> parts;
+    for (const auto& item : v.items()) {
+        const std::string part = inlineText(item.value());
+        if (part.empty()) return "";
+        parts.push_back(item.key() + " " + part);
+    }
+    return nested ? joined(parts, "{", "}") : joined(parts, "", "");
+}
+
+std::string fitted(std::string text, size_t indent) {
+    return indent + text.size() <= kLineWidth ? text : "";
+}
+
+// A value on one line; an object without braces at the outer level.
+std::string outerText(const Json& v) {
+    return v.is_object() && !isRect(v) ? objectText(v, false) : inlineText(v);
+}
+
+// A value over several lines: members and elements one per line, each as
+// short as it can be.
+void writeBlock(std::ostringstream& out, const std::string& label, const Json& v, size_t indent) {
+    const std::string pad(indent, ' ');
+    const std::string text = fitted(outerText(v), indent + label.size() + 1);
+    if (!text.empty()) {
+        out << pad << label << (label.empty() ? "" : " ") << text << "\n";
+        return;
+    }
+    if (!label.empty()) out << pad << label << ":\n";
+    const size_t inner = label.empty() ? indent : indent + 2;
+    if (v.is_object()) {
+        for (const auto& item : v.items()) writeBlock(out, item.key(), item.value(), inner);
+        return;
+    }
+    for (size_t i = 0; i < v.size(); ++i) {
+        writeBlock(out, "[" + std::to_string(i) + "]", v[i], inner);
+    }
+}
+
+// The primary convention sends each statement online and then offline with
+// the same text: one line says both.
+void writeLogs(std::ostringstream& out, const std::vector<kvhost::LogRecord>& logs) {
+    for (size_t i = 0; i < logs.size(); ++i) {
+        const kvhost::LogRecord& r = logs[i];
+        std::string sink = kvhost::sinkName(r.sink);
+        if (r.sink == kvhost::LogSink::Online && i + 1 < logs.size() &&
+            logs[i + 1].sink == kvhost::LogSink::Offline && logs[i + 1].text == r.text &&
+            logs[i + 1].level == r.level) {
+            sink += "+offline";
+            ++i;
+        }
+        out << "      | " << sink << " L" << r.level << " " << r.text << "\n";
+    }
+}
+
+std::string header(const Capture& c) {
+    std::ostringstream out;
+    out << "capture " << c.file << "\n";
+    if (!c.description.empty()) out << "  " << c.description << "\n";
+    out << "  camera " << c.cameraId << ", SAT camera " << c.satCameraId << "; input "
+        << c.inputWidth << "x" << c.inputHeight << (c.inSensorZoom ? ", in-sensor zoom" : "")
+        << "; sensor size ";
+    if (c.sensorSize) {
+        out << c.sensorSize->first << "x" << c.sensorSize->second;
+    } else {
+        out << "from the active array";
+    }
+    out << "\n  frame: " << c.frame.size() << " tags; static metadata of cameras:";
+    if (c.statics.empty()) out << " none";
+    for (const auto& item : c.statics) {
+        out << (item.first == c.statics.begin()->first ? " " : ", ") << item.first;
+    }
+    out << "\n";
+    return out.str();
+}
+
+}  // namespace
+
+std::string inlineText(const Json& v) {
+    if (v.is_object()) return objectText(v, true);
+    if (v.is_array()) return arrayText(v);
+    return scalarText(v);
+}
+
+std::vector<CallRecord> runGetters(const Capture& capture, const Installed& installed) {
+    kvalgo2::MetaUtils utils;
+    utils.SetCameraId(capture.cameraId, capture.satCameraId);
+    std::vector<CallRecord> calls;
+    for (const Getter& getter : getterTable()) {
+        kvhost::LogCapture logs;
+        Call call{utils, capture, installed, installed.frame, logs};
+        CallRecord record;
+        record.getter = &getter;
+        record.given = call.quietly([&] { return giveMetadata(capture, call, getter.given); });
+        record.outcome = getter.call(call);
+        record.logs = logs.records();
+        calls.push_back(std::move(record));
+    }
+    return calls;
+}
+
+const CallRecord* findCall(const std::vector<CallRecord>& calls, const char* method) {
+    for (const CallRecord& call : calls) {
+        if (std::strcmp(call.getter->method, method) == 0) return &call;
+    }
+    return nullptr;
+}
+
+std::string textReport(const Capture& capture, const std::vector<CallRecord>& calls,
+                       bool withLogs) {
+    std::ostringstream out;
+    out << header(capture);
+    size_t width = 0;
+    for (const CallRecord& call : calls) width = std::max(width, std::strlen(call.getter->method));
+    const char* subsystem = "";
+    for (const CallRecord& call : calls) {
+        if (std::strcmp(subsystem, call.getter->subsystem) != 0) {
+            subsystem = call.getter->subsystem;
+            out << "\n" << subsystem << "\n";
+        }
+        const Outcome& o = call.outcome;
+        std::string method = call.getter->method;
+        method.resize(width, ' ');
+        std::string result = o.result ? std::to_string(*o.result) : o.skipped.empty() ? "" : "--";
+        result.insert(0, 3 - std::min<size_t>(3, result.size()), ' ');
+        const std::string lead = "  " + method + "  " + result + "  ";
+        const std::string given =
+            call.given.empty() || call.given == "frame" ? "" : "  [given the " + call.given + "]";
+        const std::string text = o.skipped.empty()
+                                     ? fitted(outerText(o.output), lead.size() + given.size())
+                                     : "not called: " + o.skipped;
+        if (!text.empty() || o.output.is_null()) {
+            out << lead << (text.empty() ? "-" : text) << given << "\n";
+        } else {
+            out << lead.substr(0, lead.find_last_not_of(' ') + 1) << given << "\n";
+            writeBlock(out, "", o.output, 6);
+        }
+        if (withLogs) writeLogs(out, call.logs);
+    }
+    return out.str();
+}
+
+Json jsonReport(const Capture& capture, const std::vector<CallRecord>& calls, bool withLogs) {
+    Json report;
+    report["capture"] = capture.file;
+    report["description"] = capture.description;
+    report["camera"] = {{"cameraId", capture.cameraId}, {"satCameraId", capture.satCameraId}};
+    report["input"] = {{"width", capture.inputWidth},
+                       {"height", capture.inputHeight},
+                       {"inSensorZoom", capture.inSensorZoom}};
+    report["sensor"] = capture.sensorSize ? Json{{"width", capture.sensorSize->first},
+                                                 {"height", capture.sensorSize->second}}
+                                          : Json();
+    Json& list = report["calls"] = Json::array();
+    for (const CallRecord& call : calls) {
+        Json entry = {{"subsystem", call.getter->subsystem},
+                      {"method", call.getter->method},
+                      {"given", call.given},
+                      {"result", call.outcome.result ? Json(*call.outcome.result) : Json()},
+                      {"output", call.outcome.output}};
+        if (!call.outcome.skipped.empty()) entry["skipped"] = call.outcome.skipped;
+        if (withLogs) {
+            Json& logs = entry["logs"] = Json::array();
+            for (const kvhost::LogRecord& r : call.logs) {
+                logs.push_back(
+                    {{"sink", kvhost::sinkName(r.sink)}, {"level", r.level}, {"text", r.text}});
+            }
+        }
+        list.push_back(std::move(entry));
+    }
+    return report;
+}
+
+}  // namespace inspect

@@ -1,0 +1,34 @@
+// Runs every getter of the table on an installed capture and renders the
+// outcomes as text or as JSON.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Capture.h"
+#include "Getters.h"
+
+namespace inspect {
+
+struct CallRecord {
+    const Getter* getter = nullptr;
+    std::string given;  // the metadata the method was given, in words; "" for none
+    Outcome outcome;
+    std::vector<kvhost::LogRecord> logs;  // the lines the call produced
+};
+
+// Calls every getter once, in table order, on a MetaUtils whose camera ids
+// are the capture's.
+std::vector<CallRecord> runGetters(const Capture& capture, const Installed& installed);
+
+// The call of `method` (as the table names it); null when there is none.
+const CallRecord* findCall(const std::vector<CallRecord>& calls, const char* method);
+
+std::string textReport(const Capture& capture, const std::vector<CallRecord>& calls, bool withLogs);
+Json jsonReport(const Capture& capture, const std::vector<CallRecord>& calls, bool withLogs);
+
+// One value on one line when it is short enough ("(480, 240) 240x300" for
+// a rectangle), "" otherwise.
+std::string inlineText(const Json& value);
+
+}  // namespace inspect

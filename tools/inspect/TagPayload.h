@@ -1,0 +1,33 @@
+// One tag of a capture description: which tag (Android name, vendor name or
+// numeric id), and its payload, written as typed values, raw bytes (hex or
+// base64), NUL-ended texts, packed little-endian fields or, for the tags that
+// carry arrays of records, as readable arrays of objects.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "JsonReader.h"
+#include "kvhost/Metadata.h"
+
+namespace inspect {
+
+struct TagPayload {
+    const kvhost::TagInfo* info = nullptr;  // from the host tag table
+    size_t count = 0;                       // elements of info->type
+    std::vector<uint8_t> bytes;             // count elements, little-endian
+};
+
+// Reads one element of a "tags" array. The payload is checked against what
+// the library reads of the tag (for instance the 448 bytes of the smart AE
+// record, or at most 10 faces), so that no getter reads past it.
+TagPayload readTag(const Node& entry);
+
+// The record view of a tag's int32 elements, as the capture description
+// writes it: {"faces": [{"left": ..., ...}, ...]} for "kovani.bokeh.faceInfo",
+// and so on. Null when the tag has no record layout. `count` is in elements;
+// a trailing partial record is left out, as the library leaves it out.
+Json recordsToJson(const char* tagName, const int32_t* elements, size_t count);
+
+}  // namespace inspect

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <limits>
 #include <sstream>
@@ -163,6 +164,10 @@ Capture parseCapture(const std::string& text, const std::string& file) {
 Capture loadCapture(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) throw InputError(path + ": cannot open: " + std::strerror(errno));
+    std::error_code ignored;
+    if (std::filesystem::is_directory(path, ignored)) {
+        throw InputError(path + ": cannot open: " + std::strerror(EISDIR));
+    }
     std::ostringstream text;
     text << in.rdbuf();
     if (in.bad()) throw InputError(path + ": cannot read: " + std::strerror(errno));

@@ -4,6 +4,8 @@
 // metadata.
 #include "MetaUtils.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 
 #include "KvMetadata.h"
@@ -232,5 +234,70 @@ KV_STATIC_TAG_GETTER(GetMaxActiveArraySize, ChiRect,
                          "Get ANDROID_SENSOR_INFO_ACTIVE_ARRAY_SIZE_MAXIMUM_RESOLUTION err",
                          nullptr, 2}),
                      Copy<ChiRect>)
+
+namespace {
+
+void TraceSnapshotCrop(const log::LogSite& at, const ChiRect& r) {
+    log::Write(at, 2, KV_LOG_PREFIX "kovani.snapshot.cropRegion [%d %d %d %d]", r.left, r.top,
+               r.width, r.height);
+}
+
+void TraceAndroidCrop(const log::LogSite& at, const ChiRect& r) {
+    log::Write(at, 2, KV_LOG_PREFIX "ANDROID_SCALER_CROP_REGION [%d %d %d %d]", r.left, r.top,
+               r.width, r.height);
+}
+
+void TraceStaticActiveArray(const log::LogSite& at, const ChiRect& r) {
+    log::Write(at, 2, KV_LOG_PREFIX "Get ACTIVE_ARRAY_SIZE: (%d,%d,%d,%d)", r.left, r.top, r.width,
+               r.height);
+}
+
+}  // namespace
+
+// Crop regions of the frame and the active array of a static-metadata
+// container handed in by the caller. Only the snapshot crop getter rejects an
+// empty container itself; the others leave that to the lookup.
+// clang-format off
+KV_TAG_GETTER(GetCropRegion, ChiRect, "kovani.snapshot.cropRegion", kDefaultMessages,
+              Copy<ChiRect>, kCheckMetadata, TraceSnapshotCrop)
+KV_TAG_GETTER(GetAndroidCropRegion, ChiRect, tag::ANDROID_SCALER_CROP_REGION, kDefaultMessages,
+              Copy<ChiRect>, false, TraceAndroidCrop)
+KV_TAG_GETTER(GetStaticActiveArraySize, ChiRect, tag::ANDROID_SENSOR_INFO_ACTIVE_ARRAY_SIZE,
+              KV_FULL("Get ANDROID_SENSOR_INFO_ACTIVE_ARRAY_SIZE err",
+                      "get NULL ANDROID_SENSOR_INFO_ACTIVE_ARRAY_SIZE err"),
+              Copy<ChiRect>, false, TraceStaticActiveArray)
+// clang-format on
+
+// ===========================================================================
+// Lens static information
+// ===========================================================================
+
+namespace {
+
+// Shading map width and height: two ints, so the caller's pointer must
+// address at least two.
+void StoreShadingMapSize(const void* data, int* out) {
+    std::memcpy(out, data, 2 * sizeof(int));
+}
+
+void TraceBayerPattern(const log::LogSite& at, int cameraId, const unsigned char& value) {
+    log::Write(at, 0,
+               KV_LOG_PREFIX "fwkCameraId:%d ANDROID_SENSOR_INFO_COLOR_FILTER_ARRANGEMENT:%d",
+               cameraId, value);
+}
+
+}  // namespace
+
+// The Bayer pattern is Android's colour filter arrangement value itself (the
+// method's name is the interface's own spelling).
+// clang-format off
+KV_STATIC_TAG_GETTER(GetLensInfoShadingMapSize, int, tag::ANDROID_LENS_INFO_SHADING_MAP_SIZE,
+                     KV_SHORT("GetMetadata ANDROID_LENS_INFO_SHADING_MAP_SIZE fail"),
+                     StoreShadingMapSize)
+KV_STATIC_TAG_GETTER(GetSensorBayerPatten, unsigned char,
+                     tag::ANDROID_SENSOR_INFO_COLOR_FILTER_ARRANGEMENT,
+                     KV_SHORT("GetMetadata ANDROID_SENSOR_INFO_COLOR_FILTER_ARRANGEMENT fail"),
+                     Copy<unsigned char>, TraceBayerPattern)
+// clang-format on
 
 }  // namespace kvalgo2

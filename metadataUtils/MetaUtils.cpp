@@ -269,6 +269,122 @@ KV_TAG_GETTER(GetStaticActiveArraySize, ChiRect, tag::ANDROID_SENSOR_INFO_ACTIVE
 // clang-format on
 
 // ===========================================================================
+// Mapping rectangles to the input image
+// ===========================================================================
+//
+// The input image shows the reference region scaled uniformly: one axis of
+// the reference fills the image exactly (the "fill" axis), the other is
+// centre-cropped (the "cut" axis). Which axis fills is decided by the
+// sensor's aspect ratio, not the reference region's. Every step is 32-bit
+// integer or single-precision float arithmetic as the algorithm layer's
+// device code does it, so that results agree to the pixel: wrapping products
+// are formed in unsigned arithmetic, float-to-integer conversions saturate.
+
+namespace {
+
+// Half away from zero, then saturated into uint32 (negative values give 0).
+uint32_t RoundToPixel(float value) {
+    return detail::SaturateCast<uint32_t>(std::round(value));
+}
+
+uint32_t FloorToPixel(float value) {
+    return detail::SaturateCast<uint32_t>(std::floor(value));
+}
+
+struct AxisMapping {
+    float scale;
+    uint32_t fillPos;  // mapped position on the fill axis
+    uint32_t cutPos;   // mapped position on the cut axis
+};
+
+// `inputFill`/`inputCut` are the image's extents (both at least 1),
+// `referFill`/`referCut` the reference region's, `relFill`/`relCut` the
+// rectangle's offsets inside the reference region.
+AxisMapping MapAxes(int32_t inputFill, int32_t inputCut, uint32_t referFill, uint32_t referCut,
+                    uint32_t relFill, uint32_t relCut) {
+    AxisMapping m;
+    m.scale = static_cast<float>(inputFill) / static_cast<float>(referFill);
+    // Reference extent visible on the cut axis: a signed 32-bit product that
+    // may wrap, divided with truncation toward zero.
+    const int32_t product = static_cast<int32_t>(referFill * static_cast<uint32_t>(inputCut));
+    const int32_t visible = product / inputFill;
+    // Reference lines cut away before the visible part; none when the
+    // reference is shorter than the visible extent.
+    const int32_t excess = static_cast<int32_t>(referCut - static_cast<uint32_t>(visible));
+    const int32_t offset = excess < 0 ? 0 : excess / 2;
+    // A position inside the cut-away margin goes to the image edge; the
+    // rectangle keeps its full scaled size there (no shortening by the cut).
+    m.cutPos =
+        static_cast<float>(relCut) > static_cast<float>(offset)
+            ? RoundToPixel(m.scale * static_cast<float>(relCut - static_cast<uint32_t>(offset)))
+            : 0;
+    m.fillPos = RoundToPixel(m.scale * static_cast<float>(relFill));
+    return m;
+}
+
+}  // namespace
+
+int MetaUtils::MapRectToInput(ChiRect srcRect, ChiRect srcRefer, int inputWidth, int inputHeight,
+                              ChiRect sensorSize, __UtilsImage_Rect* dstRect) {
+    // Rejected arguments are logged at level 3 with -1, unlike the getters'
+    // level 4 and -2: callers of the mapping rely on these values. A null
+    // destination is refused the same way instead of being written through.
+    if (inputHeight < 1 || inputWidth < 1 || srcRect.width == 0 || srcRect.height == 0 ||
+        srcRefer.width == 0 || srcRefer.height == 0 || dstRect == nullptr) {
+        KV_LOG(3, "arg err");
+        return -1;
+    }
+    const uint32_t relLeft = srcRect.left >= srcRefer.left ? srcRect.left - srcRefer.left : 0;
+    const uint32_t relTop = srcRect.top > srcRefer.top ? srcRect.top - srcRefer.top : 0;
+
+    const float sensorAspect =
+        static_cast<float>(sensorSize.width) / static_cast<float>(sensorSize.height);
+    const float inputAspect = static_cast<float>(inputWidth) / static_cast<float>(inputHeight);
+
+    float scale;
+    uint32_t mappedLeft;
+    uint32_t mappedTop;
+    // A sensor not wider than the image fills the image's width; a wider one,
+    // or a ratio that is not a number (zero sensor height), fills its height.
+    if (sensorAspect <= inputAspect) {
+        const AxisMapping m =
+            MapAxes(inputWidth, inputHeight, srcRefer.width, srcRefer.height, relLeft, relTop);
+        scale = m.scale;
+        mappedLeft = m.fillPos;
+        mappedTop = m.cutPos;
+    } else {
+        const AxisMapping m =
+            MapAxes(inputHeight, inputWidth, srcRefer.height, srcRefer.width, relTop, relLeft);
+        scale = m.scale;
+        mappedLeft = m.cutPos;
+        mappedTop = m.fillPos;
+    }
+
+    // Clamp into the image; only the size is made even, the position is not.
+    const uint32_t imageWidth = static_cast<uint32_t>(inputWidth);
+    const uint32_t imageHeight = static_cast<uint32_t>(inputHeight);
+    __UtilsImage_Rect dst;
+    dst.left = std::min(mappedLeft, imageWidth - 1);
+    dst.top = std::min(mappedTop, imageHeight - 1);
+    dst.width =
+        std::min(FloorToPixel(scale * static_cast<float>(srcRect.width)), imageWidth - dst.left) &
+        ~1u;
+    dst.height =
+        std::min(FloorToPixel(scale * static_cast<float>(srcRect.height)), imageHeight - dst.top) &
+        ~1u;
+    *dstRect = dst;
+
+    // "SrcRect" shows the offsets inside the reference region, not the corner.
+    KV_LOG(1,
+           "SrcRect[%d,%d,%d,%d] SrcRefer[%d,%d,%d,%d] DstRect[%d,%d,%d,%d] "
+           "SensorSize[%d,%d,%d,%d]",
+           relLeft, relTop, srcRect.width, srcRect.height, srcRefer.left, srcRefer.top,
+           srcRefer.width, srcRefer.height, dst.left, dst.top, dst.width, dst.height,
+           sensorSize.left, sensorSize.top, sensorSize.width, sensorSize.height);
+    return 0;
+}
+
+// ===========================================================================
 // Lens static information
 // ===========================================================================
 

@@ -416,4 +416,35 @@ KV_STATIC_TAG_GETTER(GetSensorBayerPatten, unsigned char,
                      Copy<unsigned char>, TraceBayerPattern)
 // clang-format on
 
+// ===========================================================================
+// Focus regions
+// ===========================================================================
+
+// The touch point: the centre of the mapped focus region. The point is
+// written whatever the region read gave (from a zeroed region on failure),
+// and the region's result is returned.
+int MetaUtils::GetfocusTP(std::shared_ptr<KvMetadata> metadata, UtilsImageBuf* image,
+                          __UtilsImage_point* point) {
+    if (point == nullptr || image == nullptr || !metadata) {
+        KV_LOG(4, "arg err");
+        return -2;
+    }
+    __UtilsImage_Rect roi = {0, 0, 0, 0};
+    const int ret = GetfocusROI(std::move(metadata), image, &roi);
+    const uint32_t halfWidth = roi.width >> 1;
+    const uint32_t halfHeight = roi.height >> 1;
+    const uint32_t cx = roi.left + halfWidth;
+    const uint32_t cy = roi.top + halfHeight;
+    // Deliberate: a centre exactly on the origin is replaced by the half
+    // size; callers rely on this point, so it stays.
+    if (cx == 0 && cy == 0) {
+        point->x = static_cast<int32_t>(halfWidth);
+        point->y = static_cast<int32_t>(halfHeight);
+    } else {
+        point->x = static_cast<int32_t>(cx);
+        point->y = static_cast<int32_t>(cy);
+    }
+    return ret;
+}
+
 }  // namespace kvalgo2

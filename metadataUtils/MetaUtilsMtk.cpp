@@ -271,4 +271,56 @@ int MetaUtils::GetFaceInfo(std::shared_ptr<KvMetadata> metadata, AIspFaceInfo& i
     return 0;
 }
 
+// ---- Focus region -------------------------------------------------------------
+
+// The autofocus region of the platform's 3A layer, mapped into the image.
+// Deliberately unchecked: the tag's element count is not compared with the
+// words read; its writer always supplies the type word, the region count and
+// the regions.
+int MetaUtils::GetfocusROI(std::shared_ptr<KvMetadata> metadata, UtilsImageBuf* image,
+                           __UtilsImage_Rect* roi) {
+    if (roi == nullptr || image == nullptr || !metadata) {
+        KV_LOG(4, "arg err");
+        return -2;
+    }
+    ChiRect crop = {0, 0, 0, 0};
+    int ret = GetAndroidCropRegion(metadata, &crop);
+    if (ret != 0) {
+        KV_LOG(3, "GetCropRegion err");
+        return ret;
+    }
+    ChiRect active = {0, 0, 0, 0};
+    ret = GetActiveArraySize(metadata, &active);
+    if (ret != 0) {
+        KV_LOG(3, "GetActiveArraySize err");
+        return ret;
+    }
+    void* data = nullptr;
+    ret = GetMetaData(metadata, nullptr, tag::MTK_3A_FEATURE_AF_REGION, &data, nullptr);
+    if (ret != 0 || data == nullptr) {
+        KV_LOG(1, "fail to read AF region");
+        return -1;
+    }
+    const int32_t* words = static_cast<const int32_t*>(data);
+    const int32_t type = words[0];
+    const int32_t regions = words[1];
+    if (static_cast<uint32_t>(regions) - 1u >= 2u) {
+        KV_LOG(1, "incorrect AF region %d %d", type, regions);
+        return -1;
+    }
+    // With two regions the second one, from word 7, is used.
+    const int32_t vs = regions == 1 ? 2 : 7;
+    const int32_t tlx = words[vs];
+    const int32_t tly = words[vs + 1];
+    const int32_t brx = words[vs + 2];
+    const int32_t bry = words[vs + 3];
+    KV_LOG(1, "af roi, info:[t:%d, n:%d, vs:%d, tlx:%d, tly:%d, brx:%d, bry:%d]", type, regions, vs,
+           tlx, tly, brx, bry);
+    // Corners are not checked for order: reversed ones wrap to a huge size.
+    const ChiRect src = {static_cast<uint32_t>(tlx), static_cast<uint32_t>(tly),
+                         static_cast<uint32_t>(brx) - static_cast<uint32_t>(tlx),
+                         static_cast<uint32_t>(bry) - static_cast<uint32_t>(tly)};
+    return MapRectToInput(src, crop, image->width, image->height, active, roi);
+}
+
 }  // namespace kvalgo2

@@ -348,5 +348,108 @@ TEST_F(FaceTest, FaceInfoGivesInclusiveCornersAndTheFaceLuma) {
     EXPECT_EQ(info.count, 0);
 }
 
+// ---- Focus region and touch point -----------------------------------------------------------
+
+class FocusTest : public FaceTest {
+protected:
+    void SetUp() override { Identity(); }
+    void AfRegion(std::vector<int32_t> words) {
+        ASSERT_EQ(md->putInt32(0x80060001u, std::move(words)), 0);
+    }
+    UtilsImageBuf image{1921, 1081};
+    __UtilsImage_Rect roi = {9, 9, 9, 9};
+};
+
+TEST_F(FocusTest, RegionIsMapped) {
+    AfRegion({3, 1, 100, 200, 300, 400});
+    EXPECT_EQ(utils.GetfocusROI(md, &image, &roi), 0);
+    EXPECT_EQ(Fields(roi), (Rect4{100, 200, 200, 200}));
+    EXPECT_EQ(Lines(),
+              (std::vector<Line>{
+                  L(2, kMU, "GetAndroidCropRegion", "ANDROID_SCALER_CROP_REGION [0 0 1921 1081]"),
+                  L(1, kMtk, "GetfocusROI",
+                    "af roi, info:[t:3, n:1, vs:2, tlx:100, tly:200, brx:300, bry:400]"),
+                  L(1, kMU, "MapRectToInput",
+                    "SrcRect[100,200,200,200] SrcRefer[0,0,1921,1081] "
+                    "DstRect[100,200,200,200] SensorSize[0,0,1921,1081]"),
+              }));
+    // Two regions: the second, from element 7, is used.
+    AfRegion({3, 2, 1, 1, 5, 5, -1, 500, 600, 700, 900, -1});
+    EXPECT_EQ(utils.GetfocusROI(md, &image, &roi), 0);
+    EXPECT_EQ(Fields(roi), (Rect4{500, 600, 200, 300}));
+    // Reversed corners: the width wraps near 2^32 and is cut to 1921 - 300 -> 1620.
+    AfRegion({0, 1, 300, 200, 100, 400});
+    EXPECT_EQ(utils.GetfocusROI(md, &image, &roi), 0);
+    EXPECT_EQ(Fields(roi), (Rect4{300, 200, 1620, 200}));
+}
+
+TEST_F(FocusTest, RegionFailuresLeaveTheRegion) {
+    const struct {
+        std::vector<int32_t> words;  // empty: tag absent
+        int rc;
+        Line last;
+    } cases[] = {
+        {{}, -1, L(1, kMtk, "GetfocusROI", "fail to read AF region")},
+        {{4, 0, 1, 2, 3, 4}, -1, L(1, kMtk, "GetfocusROI", "incorrect AF region 4 0")},
+        {{5, 3, 1, 2, 3, 4}, -1, L(1, kMtk, "GetfocusROI", "incorrect AF region 5 3")},
+        {{6, -1, 1, 2, 3, 4}, -1, L(1, kMtk, "GetfocusROI", "incorrect AF region 6 -1")},
+        // A zero-width region: the mapping's rejection is passed through.
+        {{0, 1, 300, 200, 300, 400}, -1, L(3, kMU, "MapRectToInput", "arg err")},
+    };
+    for (const auto& c : cases) {
+        capture.clear();
+        if (c.words.empty()) {
+            md->erase(0x80060001u);
+        } else {
+            AfRegion(c.words);
+        }
+        EXPECT_EQ(utils.GetfocusROI(md, &image, &roi), c.rc) << c.last;
+        EXPECT_EQ(Lines().back(), c.last);
+    }
+    // Missing active array, then missing crop region: their codes.
+    capture.clear();
+    md->erase("kovani.snapshot.fwkCameraId");
+    EXPECT_EQ(utils.GetfocusROI(md, &image, &roi), -2);
+    md->erase(0xD0000u);
+    EXPECT_EQ(utils.GetfocusROI(md, &image, &roi), -2);
+    EXPECT_EQ(Messages("GetfocusROI"),
+              (std::vector<std::string>{"GetActiveArraySize err", "GetCropRegion err"}));
+    EXPECT_EQ(Messages("GetActiveArraySize").size(), 1u);  // not reached the second time
+    EXPECT_EQ(Fields(roi), (Rect4{9, 9, 9, 9}));
+}
+
+TEST_F(FocusTest, TouchPointIsTheRegionCentreAndAlwaysWritten) {
+    // (10, 20) to (40, 61): mapped (10, 20, 30, 40) after the even alignment.
+    AfRegion({3, 1, 10, 20, 40, 61});
+    __UtilsImage_point point = {7, 7};
+    EXPECT_EQ(utils.GetfocusTP(md, &image, &point), 0);
+    EXPECT_EQ(std::vector<int>({point.x, point.y}), std::vector<int>({25, 40}));
+
+    AfRegion({3, 4, 10, 20, 40, 61});  // region fails: centre of a zero region
+    point = {7, 7};
+    EXPECT_EQ(utils.GetfocusTP(md, &image, &point), -1);
+    EXPECT_EQ(std::vector<int>({point.x, point.y}), std::vector<int>({0, 0}));
+    md->erase(0xD0000u);
+    point = {7, 7};
+    EXPECT_EQ(utils.GetfocusTP(md, &image, &point), -2);
+    EXPECT_EQ(std::vector<int>({point.x, point.y}), std::vector<int>({0, 0}));
+}
+
+TEST_F(FocusTest, ArgumentErrors) {
+    AfRegion({3, 1, 100, 200, 300, 400});
+    __UtilsImage_point point = {7, 7};
+    EXPECT_EQ(utils.GetfocusROI(md, &image, nullptr), -2);
+    EXPECT_EQ(utils.GetfocusROI(md, nullptr, &roi), -2);
+    EXPECT_EQ(utils.GetfocusROI(nullptr, &image, &roi), -2);
+    EXPECT_EQ(utils.GetfocusTP(md, &image, nullptr), -2);
+    EXPECT_EQ(utils.GetfocusTP(md, nullptr, &point), -2);
+    EXPECT_EQ(utils.GetfocusTP(nullptr, &image, &point), -2);
+    EXPECT_EQ(Fields(roi), (Rect4{9, 9, 9, 9}));
+    EXPECT_EQ(point.x, 7);
+    const Line roiErr = L(4, kMtk, "GetfocusROI", "arg err");
+    const Line tpErr = L(4, kMU, "GetfocusTP", "arg err");
+    EXPECT_EQ(Lines(), (std::vector<Line>{roiErr, roiErr, roiErr, tpErr, tpErr, tpErr}));
+}
+
 }  // namespace
 }  // namespace kvtest

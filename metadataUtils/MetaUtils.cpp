@@ -275,10 +275,11 @@ KV_TAG_GETTER(GetStaticActiveArraySize, ChiRect, tag::ANDROID_SENSOR_INFO_ACTIVE
 // The input image shows the reference region scaled uniformly: one axis of
 // the reference fills the image exactly (the "fill" axis), the other is
 // centre-cropped (the "cut" axis). Which axis fills is decided by the
-// sensor's aspect ratio, not the reference region's. Every step is 32-bit
-// integer or single-precision float arithmetic as the algorithm layer's
-// device code does it, so that results agree to the pixel: wrapping products
-// are formed in unsigned arithmetic, float-to-integer conversions saturate.
+// sensor's aspect ratio, not the reference region's. The choice of 32-bit
+// signed or unsigned integer and single-precision float arithmetic at each
+// step is part of the result, pixel for pixel; products that wrap are formed
+// in unsigned arithmetic and float-to-integer conversions saturate, so every
+// step is well-defined.
 
 namespace {
 

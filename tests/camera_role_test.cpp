@@ -260,13 +260,5 @@ TEST_F(MetaTest, StreamingSensorModeIsTheSecondElement) {
     EXPECT_EQ(mode, 8);
 }
 
-TEST_F(MetaTest, SensorModePlaceholders) {
-    kvalgo2::KVSensorModeInfo info;
-    kvalgo2::KVSensorCaps caps;
-    EXPECT_EQ(utils.GetKVSensorModeInfo(nullptr, info), 0);
-    EXPECT_EQ(utils.GetStaticMetaKVSensorCaps(md, caps), 0);
-    EXPECT_TRUE(Lines().empty());
-}
-
 }  // namespace
 }  // namespace kvtest

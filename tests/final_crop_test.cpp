@@ -221,6 +221,8 @@ const GeometryRow kGeometryRows[] = {
     {"EvenHeightAndFlooredHalf", {100, 100, 1002, 599}, kSensor, false, {100, 24, 1002, 750}},
     {"WithinTolerance", {0, 0, 4000, 3020}, {4000, 3072}, false, {0, 0, 4000, 3020}},
     {"InSensorZoomDoubles", {1500, 1125, 1000, 750}, kSensor, true, kCentre},
+    // Doubled to height 1600: 1600 / 3000 x 4000 = 2133.3 -> 2132, left 1000 - 66.
+    {"InSensorZoomThenWider", {1500, 1125, 1000, 800}, kSensor, true, {934, 750, 2132, 1600}},
     {"InSensorZoomLeftOfCentreKept", {500, 1125, 1000, 750}, kSensor, true, {500, 1125, 1000, 750}},
     {"InSensorZoomAboveCentreKept", {1500, 500, 1000, 750}, kSensor, true, {1500, 500, 1000, 750}},
     {"InSensorZoomPastSensorKept", {2500, 1125, 1000, 750}, kSensor, true, {2500, 1125, 1000, 750}},
@@ -229,19 +231,6 @@ const GeometryRow kGeometryRows[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Rows, Geometry, ::testing::ValuesIn(kGeometryRows),
                          [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(FinalCrop, InSensorZoomAndAspectLines) {
-    // Doubled to height 1600: 1600 / 3000 x 4000 = 2133.3 -> 2132, left 1000 - 66.
-    SatCrop({1500, 1125, 1000, 800});
-    EXPECT_EQ(Run(0, kSensor, true), (Rect{934, 750, 2132, 1600}));
-    EXPECT_TRUE(Logged(
-        "allInOneCrop get after isInSensorZoom = 1 sensorsize(4000, 3000) cropregion: [1000 750 "
-        "2000 1600]"));
-    const auto debug = DebugLines();
-    ASSERT_EQ(debug.size(), 1u);
-    EXPECT_EQ(debug[0].text,
-              "allInOneCrop input crop (1000, 750, 2000, 1600) output crop (934, 750, 2132, 1600)");
-}
 
 TEST_F(FinalCrop, CropTableEntries) {
     // The fourth entry is examined, the first match wins, a fifth is never read.

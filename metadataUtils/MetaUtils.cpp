@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "KvMetadata.h"
 #include "MetaDefs.h"
@@ -446,6 +448,82 @@ int MetaUtils::GetfocusTP(std::shared_ptr<KvMetadata> metadata, UtilsImageBuf* i
         point->y = static_cast<int32_t>(cy);
     }
     return ret;
+}
+
+// ===========================================================================
+// Camera role ids
+// ===========================================================================
+
+namespace {
+
+// The role id in a camera's static metadata. Both failures log the lookup
+// message: the tag's absence and its emptiness are the same fault here.
+constexpr detail::StaticTagGetter<int> kCameraRoleId{
+    "com.kovani.cameraid.role.cameraId",
+    KV_FULL("GetMetadata com.kovani.cameraid.role.cameraId err",
+            "GetMetadata com.kovani.cameraid.role.cameraId err"),
+    Copy<int>};
+
+}  // namespace
+
+int MetaUtils::GetCameraRoleId(int cameraId, int* roleId) {
+    return detail::ReadCameraStaticTag(*this, KV_HERE, cameraId, roleId, kCameraRoleId);
+}
+
+// clang-format off
+KV_STATIC_TAG_GETTER(GetCameraRoleId, int, kCameraRoleId)
+// Copies element 0 only, despite the plural name and the pointer: callers
+// rely on exactly one int being written.
+KV_TAG_GETTER(GetCameraRoleIds, int, "com.kovani.cameraid.role.cameraIds",
+              KV_FULL("GetMetadata CameraRoleId err", "get metadata CameraRoleId err"), Copy<int>)
+// clang-format on
+
+int MetaUtils::GetMultiCameraPhyCameraRoleIds(int cameraId, std::vector<int>& roleIds) {
+    std::shared_ptr<KvMetadata> stat =
+        StaticMetadataWraper::getInstance()->getStaticMetadata(static_cast<uint32_t>(cameraId));
+    void* data = nullptr;
+    const int ret =
+        GetMetaData(stat, nullptr, tag::ANDROID_LOGICAL_MULTI_CAMERA_PHYSICAL_IDS, &data, nullptr);
+    if (ret != 0 || data == nullptr) {
+        // Always -1, whatever the lookup returned.
+        KV_LOG(3, "GetMetadata ANDROID_LOGICAL_MULTI_CAMERA_PHYSICAL_IDS err");
+        return -1;
+    }
+    // The ids are decimal texts, each ended by a NUL, packed back to back;
+    // the entry's count is their total length in bytes.
+    const camera_metadata_ro_entry_t entry =
+        stat->find(tag::ANDROID_LOGICAL_MULTI_CAMERA_PHYSICAL_IDS);
+    const char* p = reinterpret_cast<const char*>(entry.data.u8);
+    size_t remaining = entry.count;
+    std::vector<int> physicalIds;
+    while (remaining != 0) {
+        // Bounded by the entry, so a last id without its NUL ends the list.
+        const size_t len = strnlen(p, remaining);
+        physicalIds.push_back(std::atoi(std::string(p, len).c_str()));
+        const size_t step = len < remaining ? len + 1 : remaining;
+        remaining -= step;
+        p += step;
+    }
+    // One role per physical camera, 0 for a camera whose role is unreadable;
+    // appended to what the caller's vector already holds.
+    for (const int physicalId : physicalIds) {
+        int role = 0;
+        GetCameraRoleId(physicalId, &role);
+        roleIds.push_back(role);
+    }
+    return 0;
+}
+
+int MetaUtils::GetMultiCameraPhyCameraRoleIds(std::shared_ptr<KvMetadata> metadata,
+                                              std::vector<int>& roleIds) {
+    int cameraId = -1;
+    const int ret = GetFwkCameraId(std::move(metadata), &cameraId);
+    if (ret != 0) {
+        KV_LOG(3, "GetMetadata FwkCameraId fail");
+        // Success on purpose: callers see an empty addition, not an error.
+        return 0;
+    }
+    return GetMultiCameraPhyCameraRoleIds(cameraId, roleIds);
 }
 
 // ===========================================================================

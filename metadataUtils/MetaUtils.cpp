@@ -4,7 +4,11 @@
 // metadata.
 #include "MetaUtils.h"
 
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "KvMetadata.h"
 #include "MetaDefs.h"
@@ -232,6 +236,295 @@ KV_STATIC_TAG_GETTER(GetMaxActiveArraySize, ChiRect,
                          "Get ANDROID_SENSOR_INFO_ACTIVE_ARRAY_SIZE_MAXIMUM_RESOLUTION err",
                          nullptr, 2}),
                      Copy<ChiRect>)
+
+namespace {
+
+void TraceSnapshotCrop(const log::LogSite& at, const ChiRect& r) {
+    log::Write(at, 2, KV_LOG_PREFIX "kovani.snapshot.cropRegion [%d %d %d %d]", r.left, r.top,
+               r.width, r.height);
+}
+
+void TraceAndroidCrop(const log::LogSite& at, const ChiRect& r) {
+    log::Write(at, 2, KV_LOG_PREFIX "ANDROID_SCALER_CROP_REGION [%d %d %d %d]", r.left, r.top,
+               r.width, r.height);
+}
+
+void TraceStaticActiveArray(const log::LogSite& at, const ChiRect& r) {
+    log::Write(at, 2, KV_LOG_PREFIX "Get ACTIVE_ARRAY_SIZE: (%d,%d,%d,%d)", r.left, r.top, r.width,
+               r.height);
+}
+
+}  // namespace
+
+// Crop regions of the frame and the active array of a static-metadata
+// container handed in by the caller. Only the snapshot crop getter rejects an
+// empty container itself; the others leave that to the lookup.
+// clang-format off
+KV_TAG_GETTER(GetCropRegion, ChiRect, "kovani.snapshot.cropRegion", kDefaultMessages,
+              Copy<ChiRect>, kCheckMetadata, TraceSnapshotCrop)
+KV_TAG_GETTER(GetAndroidCropRegion, ChiRect, tag::ANDROID_SCALER_CROP_REGION, kDefaultMessages,
+              Copy<ChiRect>, false, TraceAndroidCrop)
+KV_TAG_GETTER(GetStaticActiveArraySize, ChiRect, tag::ANDROID_SENSOR_INFO_ACTIVE_ARRAY_SIZE,
+              KV_FULL("Get ANDROID_SENSOR_INFO_ACTIVE_ARRAY_SIZE err",
+                      "get NULL ANDROID_SENSOR_INFO_ACTIVE_ARRAY_SIZE err"),
+              Copy<ChiRect>, false, TraceStaticActiveArray)
+// clang-format on
+
+// ===========================================================================
+// Mapping rectangles to the input image
+// ===========================================================================
+//
+// The input image shows the reference region scaled uniformly: one axis of
+// the reference fills the image exactly (the "fill" axis), the other is
+// centre-cropped (the "cut" axis). Which axis fills is decided by the
+// sensor's aspect ratio, not the reference region's. The choice of 32-bit
+// signed or unsigned integer and single-precision float arithmetic at each
+// step is part of the result, pixel for pixel; products that wrap are formed
+// in unsigned arithmetic and float-to-integer conversions saturate, so every
+// step is well-defined.
+
+namespace {
+
+// Half away from zero, then saturated into uint32 (negative values give 0).
+uint32_t RoundToPixel(float value) {
+    return detail::SaturateCast<uint32_t>(std::round(value));
+}
+
+uint32_t FloorToPixel(float value) {
+    return detail::SaturateCast<uint32_t>(std::floor(value));
+}
+
+struct AxisMapping {
+    float scale;
+    uint32_t fillPos;  // mapped position on the fill axis
+    uint32_t cutPos;   // mapped position on the cut axis
+};
+
+// `inputFill`/`inputCut` are the image's extents (both at least 1),
+// `referFill`/`referCut` the reference region's, `relFill`/`relCut` the
+// rectangle's offsets inside the reference region.
+AxisMapping MapAxes(int32_t inputFill, int32_t inputCut, uint32_t referFill, uint32_t referCut,
+                    uint32_t relFill, uint32_t relCut) {
+    AxisMapping m;
+    m.scale = static_cast<float>(inputFill) / static_cast<float>(referFill);
+    // Reference extent visible on the cut axis: a signed 32-bit product that
+    // may wrap, divided with truncation toward zero.
+    const int32_t product = static_cast<int32_t>(referFill * static_cast<uint32_t>(inputCut));
+    const int32_t visible = product / inputFill;
+    // Reference lines cut away before the visible part; none when the
+    // reference is shorter than the visible extent.
+    const int32_t excess = static_cast<int32_t>(referCut - static_cast<uint32_t>(visible));
+    const int32_t offset = excess < 0 ? 0 : excess / 2;
+    // A position inside the cut-away margin goes to the image edge; the
+    // rectangle keeps its full scaled size there (no shortening by the cut).
+    m.cutPos =
+        static_cast<float>(relCut) > static_cast<float>(offset)
+            ? RoundToPixel(m.scale * static_cast<float>(relCut - static_cast<uint32_t>(offset)))
+            : 0;
+    m.fillPos = RoundToPixel(m.scale * static_cast<float>(relFill));
+    return m;
+}
+
+}  // namespace
+
+int MetaUtils::MapRectToInput(ChiRect srcRect, ChiRect srcRefer, int inputWidth, int inputHeight,
+                              ChiRect sensorSize, __UtilsImage_Rect* dstRect) {
+    // Rejected arguments are logged at level 3 with -1, unlike the getters'
+    // level 4 and -2: callers of the mapping rely on these values. A null
+    // destination is refused the same way instead of being written through.
+    if (inputHeight < 1 || inputWidth < 1 || srcRect.width == 0 || srcRect.height == 0 ||
+        srcRefer.width == 0 || srcRefer.height == 0 || dstRect == nullptr) {
+        KV_LOG(3, "arg err");
+        return -1;
+    }
+    const uint32_t relLeft = srcRect.left >= srcRefer.left ? srcRect.left - srcRefer.left : 0;
+    const uint32_t relTop = srcRect.top > srcRefer.top ? srcRect.top - srcRefer.top : 0;
+
+    const float sensorAspect =
+        static_cast<float>(sensorSize.width) / static_cast<float>(sensorSize.height);
+    const float inputAspect = static_cast<float>(inputWidth) / static_cast<float>(inputHeight);
+
+    float scale;
+    uint32_t mappedLeft;
+    uint32_t mappedTop;
+    // A sensor not wider than the image fills the image's width; a wider one,
+    // or a ratio that is not a number (zero sensor height), fills its height.
+    if (sensorAspect <= inputAspect) {
+        const AxisMapping m =
+            MapAxes(inputWidth, inputHeight, srcRefer.width, srcRefer.height, relLeft, relTop);
+        scale = m.scale;
+        mappedLeft = m.fillPos;
+        mappedTop = m.cutPos;
+    } else {
+        const AxisMapping m =
+            MapAxes(inputHeight, inputWidth, srcRefer.height, srcRefer.width, relTop, relLeft);
+        scale = m.scale;
+        mappedLeft = m.cutPos;
+        mappedTop = m.fillPos;
+    }
+
+    // Clamp into the image; only the size is made even, the position is not.
+    const uint32_t imageWidth = static_cast<uint32_t>(inputWidth);
+    const uint32_t imageHeight = static_cast<uint32_t>(inputHeight);
+    __UtilsImage_Rect dst;
+    dst.left = std::min(mappedLeft, imageWidth - 1);
+    dst.top = std::min(mappedTop, imageHeight - 1);
+    dst.width =
+        std::min(FloorToPixel(scale * static_cast<float>(srcRect.width)), imageWidth - dst.left) &
+        ~1u;
+    dst.height =
+        std::min(FloorToPixel(scale * static_cast<float>(srcRect.height)), imageHeight - dst.top) &
+        ~1u;
+    *dstRect = dst;
+
+    // "SrcRect" shows the offsets inside the reference region, not the corner.
+    KV_LOG(1,
+           "SrcRect[%d,%d,%d,%d] SrcRefer[%d,%d,%d,%d] DstRect[%d,%d,%d,%d] "
+           "SensorSize[%d,%d,%d,%d]",
+           relLeft, relTop, srcRect.width, srcRect.height, srcRefer.left, srcRefer.top,
+           srcRefer.width, srcRefer.height, dst.left, dst.top, dst.width, dst.height,
+           sensorSize.left, sensorSize.top, sensorSize.width, sensorSize.height);
+    return 0;
+}
+
+// ===========================================================================
+// Lens static information
+// ===========================================================================
+
+namespace {
+
+// Shading map width and height: two ints, so the caller's pointer must
+// address at least two.
+void StoreShadingMapSize(const void* data, int* out) {
+    std::memcpy(out, data, 2 * sizeof(int));
+}
+
+void TraceBayerPattern(const log::LogSite& at, int cameraId, const unsigned char& value) {
+    log::Write(at, 0,
+               KV_LOG_PREFIX "fwkCameraId:%d ANDROID_SENSOR_INFO_COLOR_FILTER_ARRANGEMENT:%d",
+               cameraId, value);
+}
+
+}  // namespace
+
+// The Bayer pattern is Android's colour filter arrangement value itself (the
+// method's name is the interface's own spelling).
+// clang-format off
+KV_STATIC_TAG_GETTER(GetLensInfoShadingMapSize, int, tag::ANDROID_LENS_INFO_SHADING_MAP_SIZE,
+                     KV_SHORT("GetMetadata ANDROID_LENS_INFO_SHADING_MAP_SIZE fail"),
+                     StoreShadingMapSize)
+KV_STATIC_TAG_GETTER(GetSensorBayerPatten, unsigned char,
+                     tag::ANDROID_SENSOR_INFO_COLOR_FILTER_ARRANGEMENT,
+                     KV_SHORT("GetMetadata ANDROID_SENSOR_INFO_COLOR_FILTER_ARRANGEMENT fail"),
+                     Copy<unsigned char>, TraceBayerPattern)
+// clang-format on
+
+// ===========================================================================
+// Focus regions
+// ===========================================================================
+
+// The touch point: the centre of the mapped focus region. The point is
+// written whatever the region read gave (from a zeroed region on failure),
+// and the region's result is returned.
+int MetaUtils::GetfocusTP(std::shared_ptr<KvMetadata> metadata, UtilsImageBuf* image,
+                          __UtilsImage_point* point) {
+    if (point == nullptr || image == nullptr || !metadata) {
+        KV_LOG(4, "arg err");
+        return -2;
+    }
+    __UtilsImage_Rect roi = {0, 0, 0, 0};
+    const int ret = GetfocusROI(std::move(metadata), image, &roi);
+    const uint32_t halfWidth = roi.width >> 1;
+    const uint32_t halfHeight = roi.height >> 1;
+    const uint32_t cx = roi.left + halfWidth;
+    const uint32_t cy = roi.top + halfHeight;
+    // Deliberate: a centre exactly on the origin is replaced by the half
+    // size; callers rely on this point, so it stays.
+    if (cx == 0 && cy == 0) {
+        point->x = static_cast<int32_t>(halfWidth);
+        point->y = static_cast<int32_t>(halfHeight);
+    } else {
+        point->x = static_cast<int32_t>(cx);
+        point->y = static_cast<int32_t>(cy);
+    }
+    return ret;
+}
+
+// ===========================================================================
+// Camera role ids
+// ===========================================================================
+
+namespace {
+
+// The role id in a camera's static metadata. Both failures log the lookup
+// message: the tag's absence and its emptiness are the same fault here.
+constexpr detail::StaticTagGetter<int> kCameraRoleId{
+    "com.kovani.cameraid.role.cameraId",
+    KV_FULL("GetMetadata com.kovani.cameraid.role.cameraId err",
+            "GetMetadata com.kovani.cameraid.role.cameraId err"),
+    Copy<int>};
+
+}  // namespace
+
+int MetaUtils::GetCameraRoleId(int cameraId, int* roleId) {
+    return detail::ReadCameraStaticTag(*this, KV_HERE, cameraId, roleId, kCameraRoleId);
+}
+
+// clang-format off
+KV_STATIC_TAG_GETTER(GetCameraRoleId, int, kCameraRoleId)
+// Copies element 0 only, despite the plural name and the pointer: callers
+// rely on exactly one int being written.
+KV_TAG_GETTER(GetCameraRoleIds, int, "com.kovani.cameraid.role.cameraIds",
+              KV_FULL("GetMetadata CameraRoleId err", "get metadata CameraRoleId err"), Copy<int>)
+// clang-format on
+
+int MetaUtils::GetMultiCameraPhyCameraRoleIds(int cameraId, std::vector<int>& roleIds) {
+    std::shared_ptr<KvMetadata> stat =
+        StaticMetadataWraper::getInstance()->getStaticMetadata(static_cast<uint32_t>(cameraId));
+    void* data = nullptr;
+    const int ret =
+        GetMetaData(stat, nullptr, tag::ANDROID_LOGICAL_MULTI_CAMERA_PHYSICAL_IDS, &data, nullptr);
+    if (ret != 0 || data == nullptr) {
+        // Always -1, whatever the lookup returned.
+        KV_LOG(3, "GetMetadata ANDROID_LOGICAL_MULTI_CAMERA_PHYSICAL_IDS err");
+        return -1;
+    }
+    // The ids are decimal texts, each ended by a NUL, packed back to back;
+    // the entry's count is their total length in bytes.
+    const camera_metadata_ro_entry_t entry =
+        stat->find(tag::ANDROID_LOGICAL_MULTI_CAMERA_PHYSICAL_IDS);
+    const char* p = reinterpret_cast<const char*>(entry.data.u8);
+    size_t remaining = entry.count;
+    std::vector<int> physicalIds;
+    while (remaining != 0) {
+        // Bounded by the entry, so a last id without its NUL ends the list.
+        const size_t len = strnlen(p, remaining);
+        physicalIds.push_back(std::atoi(std::string(p, len).c_str()));
+        const size_t step = len < remaining ? len + 1 : remaining;
+        remaining -= step;
+        p += step;
+    }
+    // One role per physical camera, 0 for a camera whose role is unreadable;
+    // appended to what the caller's vector already holds.
+    for (const int physicalId : physicalIds) {
+        int role = 0;
+        GetCameraRoleId(physicalId, &role);
+        roleIds.push_back(role);
+    }
+    return 0;
+}
+
+int MetaUtils::GetMultiCameraPhyCameraRoleIds(std::shared_ptr<KvMetadata> metadata,
+                                              std::vector<int>& roleIds) {
+    int cameraId = -1;
+    const int ret = GetFwkCameraId(std::move(metadata), &cameraId);
+    if (ret != 0) {
+        KV_LOG(3, "GetMetadata FwkCameraId fail");
+        // Success on purpose: callers see an empty addition, not an error.
+        return 0;
+    }
+    return GetMultiCameraPhyCameraRoleIds(cameraId, roleIds);
+}
 
 // ===========================================================================
 // Scene, motion-capture and anchor-frame

@@ -1,0 +1,67 @@
+// Helpers of the tests that go through the platform adapter: a fixture that
+// resets the stand-in adapter around each test, and readers of the
+// secondary-convention lines.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "TestSupport.h"
+#include "kvhost/Adapter.h"
+
+namespace kvtest {
+
+class PlatformTest : public MetaTest {
+protected:
+    void SetUp() override { kvhost::resetAdapter(); }
+    void TearDown() override {
+        kvhost::resetAdapter();
+        MetaTest::TearDown();
+    }
+
+    void Script(const std::function<void(kvhost::AdapterScript&)>& edit) {
+        kvhost::AdapterScript s = kvhost::adapterScript();
+        edit(s);
+        kvhost::setAdapterScript(s);
+    }
+
+    // One secondary-convention statement, as the interceptor saw it.
+    struct DebugLine {
+        std::string file;
+        std::string func;
+        std::string format;
+        std::string text;
+    };
+
+    // Every secondary statement; each must also have reached Android's log
+    // (the interceptor leaves lines alone by default) and the offline sink
+    // with the same text.
+    std::vector<DebugLine> DebugLines() const {
+        const auto intercepted = capture.records(kvhost::LogSink::DebugIntercept);
+        const auto android = capture.records(kvhost::LogSink::Android);
+        const auto offline = capture.records(kvhost::LogSink::DebugOffline);
+        EXPECT_EQ(android.size(), intercepted.size());
+        EXPECT_EQ(offline.size(), intercepted.size());
+        std::vector<DebugLine> lines;
+        for (size_t i = 0; i < intercepted.size(); ++i) {
+            const auto& r = intercepted[i];
+            EXPECT_EQ(r.group, 2u);
+            EXPECT_EQ(r.letter, 'I');
+            if (i < offline.size()) {
+                EXPECT_EQ(offline[i].text, r.text);
+                EXPECT_EQ(offline[i].func, r.func);
+                EXPECT_EQ(offline[i].line, r.line);
+            }
+            if (i < android.size()) {
+                EXPECT_EQ(android[i].priority, 4);
+                EXPECT_EQ(android[i].text, "ALGO " + r.file + ":" + std::to_string(r.line) + " " +
+                                               r.func + "()" + r.text);
+            }
+            lines.push_back(DebugLine{r.file, r.func, r.format, r.text});
+        }
+        return lines;
+    }
+};
+
+}  // namespace kvtest

@@ -7,6 +7,7 @@
 #include <limits>
 #include <sstream>
 
+#include "kvhost/Adapter.h"
 #include "kvhost/Metadata.h"
 
 namespace inspect {
@@ -187,6 +188,20 @@ Installed installCapture(const Capture& capture) {
         kvhost::setStaticMetadata(camera, installed.statics[camera]);
     }
     installed.frame = makeMetadata(capture.frame);
+
+    const AdapterAnswers& a = capture.adapter;
+    kvhost::AdapterScript script;
+    script.instanceAvailable = a.present;
+    script.gyroEnableResult = a.gyroEnable;
+    for (const GyroSample& g : a.gyro) {
+        script.gyroSamples.push_back(adapter::GyroSample{g.x, g.y, g.z, 0, g.ticks});
+    }
+    for (const auto& [camera, role] : a.roles) script.roleMap[camera].roleId = role;
+    script.shiftFound = a.shift.has_value();
+    if (a.shift) std::tie(script.shiftX, script.shiftY) = *a.shift;
+    script.shiftIsIsz = a.shiftInSensorZoom ? 1 : 0;
+    kvhost::setAdapterScript(script);
+    kvhost::clearAdapterCalls();
     return installed;
 }
 

@@ -1,10 +1,15 @@
 #include "Getters.h"
 
+#include <dlfcn.h>
+
+#include <algorithm>
 #include <cctype>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <typeinfo>
 
 #include "KvMetadata.h"
 
@@ -17,6 +22,7 @@ using Md = std::shared_ptr<KvMetadata>;
 constexpr const char* kCore = "Metadata access core";
 constexpr const char* kStats = "Capture statistics and burst metadata";
 constexpr const char* kGeometry = "Image geometry";
+constexpr const char* kIdentity = "Camera identity, sensor modes and platform adapter";
 constexpr const char* kScene = "Scene detection, anchor-frame and bokeh metadata";
 
 constexpr uint32_t kShadingMapSize = 0x90006;   // ANDROID_LENS_INFO_SHADING_MAP_SIZE
@@ -37,7 +43,8 @@ Json value(float f) {
     return std::strtod(text, nullptr);
 }
 
-template <typename T, typename = std::enable_if_t<std::is_integral_v<T>>>
+template <typename T,
+          typename = std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, unsigned char>>>
 Json value(T v) {
     return v;
 }
@@ -65,8 +72,50 @@ Json value(const Record& r, decltype(r.bytes)* = nullptr) {
     return blob(r.bytes, sizeof r.bytes);
 }
 
-Json value(const kvalgo2::ChiRect& r) {
+// kvalgo2::ChiRect and __UtilsImage_Rect: the same four fields.
+template <typename Rect, typename = decltype(Rect::left + Rect::top + Rect::width + Rect::height)>
+Json value(const Rect& r) {
     return Json{{"left", r.left}, {"top", r.top}, {"width", r.width}, {"height", r.height}};
+}
+
+Json sizeValue(uint32_t width, uint32_t height) {
+    return Json{{"width", width}, {"height", height}};
+}
+
+Json value(const kvalgo2::KVFaceInfo& info) {
+    Json faces = Json::array();
+    for (int i = 0; i < std::min(info.faceCount, 10); ++i) {
+        const kvalgo2::KVFaceEntry& f = info.faces[i];
+        const int32_t* extra = info.faceExtra[i];
+        faces.push_back({{"rect", value(f.rect)},
+                         {"center", {{"x", f.centerX}, {"y", f.centerY}}},
+                         {"rotation", f.rotation},
+                         {"extra", {extra[0], extra[1], extra[2]}}});
+    }
+    return Json{{"faceCount", info.faceCount},
+                {"largestFaceIndex", info.largestFaceIndex},
+                {"faces", faces}};
+}
+
+Json value(const AIspFaceInfo& info) {
+    Json faces = Json::array();
+    for (int i = 0; i < std::min(info.count, 50); ++i) {
+        const int32_t* r = info.rect[i];
+        const int32_t* extra = info.faceExtra[i];
+        faces.push_back({{"left", r[0]},
+                         {"top", r[1]},
+                         {"right", r[2]},
+                         {"bottom", r[3]},
+                         {"luma", value(info.luma[i])},
+                         {"extra", {extra[0], extra[1], extra[2]}}});
+    }
+    return Json{{"count", info.count}, {"faces", faces}};
+}
+
+// Android's colour filter arrangements.
+Json value(unsigned char cfa) {
+    static const char* kNames[] = {"RGGB", "GRBG", "GBRG", "BGGR", "RGB", "MONO", "NIR"};
+    return Json{{"value", cfa}, {"pattern", cfa < 7 ? kNames[cfa] : "unknown"}};
 }
 
 Json value(const kvalgo2::LaserDistance& d) {
@@ -99,7 +148,14 @@ Json value(const AIspGammaTbl& t) {
     return Json{{"count", t.count}, {"x", floats(t.x, n)}, {"y", floats(t.y, n)}};
 }
 
+// Records that the library never writes.
 Json value(const kvalgo2::AWBGainAdj&) {
+    return nullptr;
+}
+Json value(const kvalgo2::KVSensorModeInfo&) {
+    return nullptr;
+}
+Json value(const kvalgo2::KVSensorCaps&) {
     return nullptr;
 }
 
@@ -241,6 +297,263 @@ Outcome teleFusion(Call& c) {
     return Outcome{std::nullopt, Json{{"enabled", c.utils.GetTeleFusionEnable(c.md)}}, ""};
 }
 
+// ---- Image geometry -----------------------------------------------------------
+
+// The stages of the final crop region, as its log lines tell them: each a
+// rectangle at `first` among the numbers of its line.
+struct CropStage {
+    const char* key;
+    const char* message;
+    size_t first;
+};
+
+const CropStage kCropStages[] = {
+    {"sensorPolicy",
+     "allInOneCrop get crop region from SAT camId = %d isInSensorZoom = %d cropregion: "
+     "[%d %d %d %d]",
+     2},
+    {"afterInSensorZoom",
+     "allInOneCrop get after isInSensorZoom = %d sensorsize(%d, %d) cropregion: [%d %d %d %d]", 3},
+    {"aspectCorrected", "allInOneCrop input crop (%d, %d, %d, %d) output crop (%d, %d, %d, %d)", 4},
+};
+
+Json rectAt(const std::vector<long long>& n, size_t first) {
+    return Json{{"left", n[first]},
+                {"top", n[first + 1]},
+                {"width", n[first + 2]},
+                {"height", n[first + 3]}};
+}
+
+Json cropStages(const std::vector<kvhost::LogRecord>& logs) {
+    Json stages = Json::object();
+    for (const CropStage& stage : kCropStages) {
+        const std::vector<long long> n = loggedNumbers(logs, stage.message);
+        if (n.size() >= stage.first + 4) stages[stage.key] = rectAt(n, stage.first);
+    }
+    std::vector<long long> shift = loggedNumbers(logs, "allInOneCrop using zoom eis shift (%d,%d)");
+    const bool applied = shift.size() == 2;
+    if (!applied) shift = loggedNumbers(logs, "allInOneCrop not using zoom eis shift (%d,%d)");
+    if (shift.size() != 2) return stages;
+    const std::vector<long long> flag = loggedNumbers(logs, "allInOneCrop shiftFlag = %d");
+    const bool fromMeta = !loggedNumbers(logs,
+                                         "allInOneCrop get shift successful shift(%d, %d) "
+                                         "isPreAnchor = %d size = %u, from kovani.sr.shift.value ")
+                               .empty();
+    stages["shift"] = {{"x", shift[0]},
+                       {"y", shift[1]},
+                       {"from", flag == std::vector<long long>{1} ? "platform"
+                                : fromMeta                        ? "metadata"
+                                                                  : "none"},
+                       {"applied", applied}};
+    return stages;
+}
+
+Outcome finalCrop(Call& c) {
+    kvalgo2::KvDimension sensor{};
+    if (c.capture.sensorSize) {
+        sensor = {c.capture.sensorSize->first, c.capture.sensorSize->second};
+    } else {
+        c.quietly([&] {
+            kvalgo2::ChiRect active{};
+            const int rc = c.utils.GetActiveArraySize(c.md, &active);
+            sensor = {active.width, active.height};
+            return rc;
+        });
+    }
+    // Every path but a missing active array writes the crop.
+    kvalgo2::ChiRect crop{~0u, ~0u, ~0u, ~0u};
+    const int rc = c.utils.GetFinalCropRegion(c.md, crop, sensor, c.capture.inSensorZoom);
+    const bool written =
+        crop.left != ~0u || crop.top != ~0u || crop.width != ~0u || crop.height != ~0u;
+    return Outcome{rc,
+                   Json{{"crop", written ? value(crop) : Json()},
+                        {"sensorSize", sizeValue(sensor.width, sensor.height)},
+                        {"inSensorZoom", c.capture.inSensorZoom},
+                        {"stages", cropStages(c.logs.records())}},
+                   ""};
+}
+
+Outcome shadingMapSize(Call& c) {
+    int grid[2] = {};
+    const int rc = c.utils.GetLensInfoShadingMapSize(c.md, grid);
+    return Outcome{rc, rc == 0 ? Json{{"width", grid[0]}, {"height", grid[1]}} : Json(), ""};
+}
+
+Outcome facesHolder(Call& c) {
+    int* faces = nullptr;
+    uint32_t count = 0;
+    const int rc = c.utils.GetFacesInfoHolder(c.md, &faces, &count);
+    if (rc != 0) return Outcome{rc, nullptr, ""};
+    Json out{{"count", count}};
+    out.update(recordsToJson("kovani.bokeh.faceInfo", faces, size_t{count} * 9));
+    return Outcome{rc, out, ""};
+}
+
+Outcome faceRect(Call& c) {
+    kvalgo2::KVFaceInfo info{};
+    const int rc = c.utils.GetFaceRect(c.md, c.capture.inputWidth, c.capture.inputHeight, info,
+                                       c.capture.inSensorZoom ? 1 : 0);
+    return done(rc, info);
+}
+
+Outcome facesNoMap(Call& c) {
+    kvalgo2::KVFaceInfo info{};
+    const int rc = c.utils.GetFacesNoMap(c.md, c.capture.inputWidth, c.capture.inputHeight, info);
+    if (rc != 0) return Outcome{rc, nullptr, ""};
+    // Only the rectangles and extras are written: centres, rotations and the
+    // largest face stay as the caller had them.
+    Json out = value(info);
+    out.erase("largestFaceIndex");
+    for (Json& face : out["faces"]) {
+        face.erase("center");
+        face.erase("rotation");
+    }
+    return Outcome{rc, out, ""};
+}
+
+Outcome faceInfo(Call& c) {
+    AIspFaceInfo info{};
+    const int rc = c.utils.GetFaceInfo(c.md, info, c.capture.inputWidth, c.capture.inputHeight);
+    return done(rc, info);
+}
+
+Outcome focusRoi(Call& c) {
+    UtilsImageBuf image{c.capture.inputWidth, c.capture.inputHeight};
+    __UtilsImage_Rect roi{};
+    const int rc = c.utils.GetfocusROI(c.md, &image, &roi);
+    Json out{{"roi", rc == 0 ? value(roi) : Json()}};
+    // The region in sensor coordinates, as the library took it.
+    const std::vector<long long> n = loggedNumbers(
+        c.logs.records(), "af roi, info:[t:%d, n:%d, vs:%d, tlx:%d, tly:%d, brx:%d, bry:%d]");
+    if (n.size() == 7) {
+        out["sensorRect"] = {{"left", n[3]},
+                             {"top", n[4]},
+                             {"width", static_cast<uint32_t>(n[5] - n[3])},
+                             {"height", static_cast<uint32_t>(n[6] - n[4])}};
+    }
+    return Outcome{rc, out, ""};
+}
+
+Outcome focusPoint(Call& c) {
+    UtilsImageBuf image{c.capture.inputWidth, c.capture.inputHeight};
+    __UtilsImage_point point{};
+    const int rc = c.utils.GetfocusTP(c.md, &image, &point);
+    return Outcome{rc, Json{{"x", point.x}, {"y", point.y}}, ""};  // written whatever the result
+}
+
+// ---- Camera identity, sensor modes and the platform adapter --------------------
+
+// Whether the library will reach the scripted stand-in: the adapter path it
+// opens ($ORIGIN being its own directory) must name the copy this program
+// has loaded.
+bool libraryReachesStandIn() {
+    static const bool reaches = [] {
+        std::string path = METAUTILS_ADAPTER_FILE;
+        Dl_info library{};
+        if (path.rfind("$ORIGIN", 0) == 0 && dladdr(&typeid(MetaUtils), &library) != 0) {
+            const std::string file = library.dli_fname;
+            path.replace(0, 7, file.substr(0, file.find_last_of('/')));
+        }
+        void* handle = dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD);
+        if (handle != nullptr) dlclose(handle);
+        return handle != nullptr;
+    }();
+    return reaches;
+}
+
+// The library uses the adapter's holder without testing it in these calls.
+std::string needsAdapter(const Call& c) {
+    if (!c.capture.adapter.present) {
+        return "the platform adapter is absent, and the library would use its holder unchecked";
+    }
+    if (!libraryReachesStandIn()) {
+        return std::string("the library opens its platform adapter at ") + METAUTILS_ADAPTER_FILE +
+               ", not the stand-in this program scripts";
+    }
+    return "";
+}
+
+Outcome roleOfCamera(Call& c) {
+    int role = 0;
+    const int rc = c.utils.GetCameraRoleId(c.capture.cameraId, &role);
+    return Outcome{
+        rc, Json{{"cameraId", c.capture.cameraId}, {"roleId", rc == 0 ? Json(role) : Json()}}, ""};
+}
+
+Outcome roleOfFrameCamera(Call& c) {
+    int role = 0;
+    const int rc = c.utils.GetCameraRoleId(c.md, &role);
+    return Outcome{rc, rc == 0 ? Json(role) : Json(), ""};
+}
+
+Outcome roleInFrame(Call& c) {
+    unsigned int role = 0;
+    const int rc = c.utils.GetCameraRoleId(c.md, &role);
+    return Outcome{rc, rc == 0 ? Json(role) : Json(), ""};
+}
+
+Outcome physicalRolesOfCamera(Call& c) {
+    std::vector<int> roles;
+    const int rc = c.utils.GetMultiCameraPhyCameraRoleIds(c.capture.cameraId, roles);
+    return Outcome{rc, Json{{"cameraId", c.capture.cameraId}, {"roleIds", roles}}, ""};
+}
+
+Outcome physicalRolesOfFrame(Call& c) {
+    std::vector<int> roles;
+    const int rc = c.utils.GetMultiCameraPhyCameraRoleIds(c.md, roles);
+    return Outcome{rc, Json{{"roleIds", roles}}, ""};
+}
+
+Outcome sensorType(Call& c) {
+    if (const std::string why = needsAdapter(c); !why.empty()) return Outcome{{}, nullptr, why};
+    AIspSensorType type = AISP_SENSOR_TYPE_UNKNOWN;
+    const int rc = c.utils.GetAISPSensorType(c.capture.satCameraId, type);
+    return Outcome{rc, Json{{"cameraId", c.capture.satCameraId}, {"type", static_cast<int>(type)}},
+                   ""};  // the type is written whatever the result
+}
+
+Outcome sensorModeType(Call& c) {
+    // Left alone when no pair of the frame result is valid.
+    int mode = INT32_MIN;
+    const int rc = c.utils.GetKovaniSensorModeType(c.md, &mode);
+    return Outcome{rc, rc == 0 && mode != INT32_MIN ? Json(mode) : Json(), ""};
+}
+
+Outcome sensorMode(Call& c) {
+    const int type = c.quietly([&] {
+        int t = 0;
+        c.utils.GetKovaniSensorModeType(c.md, &t);
+        return t;
+    });
+    bool flagA = false;
+    bool flagB = false;
+    const int mode = c.utils.getAIspSensorMode(type, flagA, flagB);
+    return Outcome{
+        std::nullopt,
+        Json{{"sensorModeType", type}, {"mode", mode}, {"flagA", flagA}, {"flagB", flagB}}, ""};
+}
+
+Outcome gyro(Call& c) {
+    if (const std::string why = needsAdapter(c); !why.empty()) return Outcome{{}, nullptr, why};
+    AIspGyroData data{};
+    AIspGyroData::GyroElement elements[200] = {};
+    const AdapterAnswers& a = c.capture.adapter;
+    const int rc = c.utils.GetGyroData(c.md, data, elements, a.gyroQuery, a.gyroKey.c_str());
+    if (rc != 0) return Outcome{rc, nullptr, ""};
+    Json samples = Json::array();
+    for (int i = 0; i < data.count; ++i) {
+        const AIspGyroData::GyroElement& e = elements[i];
+        samples.push_back(
+            {{"x", value(e.x)}, {"y", value(e.y)}, {"z", value(e.z)}, {"timestamp", e.timestamp}});
+    }
+    return Outcome{rc,
+                   Json{{"count", data.count},
+                        {"startTimestamp", data.startTimestamp},
+                        {"endTimestamp", data.endTimestamp},
+                        {"samples", samples}},
+                   ""};
+}
+
 #define PLAIN(subsystem, name) \
     { subsystem, #name, Given::Frame, plain<&MetaUtils::name> }
 #define PRESENCE(subsystem, name) \
@@ -345,9 +658,44 @@ const std::vector<Getter>& getterTable() {
         {kStats, "GetTeleFusionEnable", Given::Frame, teleFusion},
         PLAIN(kStats, GetSlaveAnchorFrame),
 
+        // Gyroscope samples.
+        {kStats, "GetGyroData", Given::Nothing, gyro},
+
         // Crop regions and active arrays.
+        PLAIN(kGeometry, GetCropRegion),
+        PLAIN(kGeometry, GetAndroidCropRegion),
         PLAIN(kGeometry, GetActiveArraySize),
         PLAIN(kGeometry, GetMaxActiveArraySize),
+        {kGeometry, "GetStaticActiveArraySize", Given::FrameStatic,
+         plain<&MetaUtils::GetStaticActiveArraySize>},
+        PLAIN(kGeometry, GetActiveArraySizeMain),
+        {kGeometry, "GetFinalCropRegion", Given::Frame, finalCrop},
+        // Minimum zoom and lens static information.
+        PLAIN(kGeometry, GetRealAvailableMinDigitalZoom),
+        {kGeometry, "GetLensInfoShadingMapSize", Given::Frame, shadingMapSize},
+        PLAIN(kGeometry, GetSensorBayerPatten),
+        // Faces and focus regions, mapped into the input image.
+        {kGeometry, "GetFacesInfoHolder", Given::Frame, facesHolder},
+        {kGeometry, "GetFaceRect", Given::Frame, faceRect},
+        {kGeometry, "GetFacesNoMap", Given::Frame, facesNoMap},
+        {kGeometry, "GetFaceInfo", Given::Frame, faceInfo},
+        {kGeometry, "GetfocusROI", Given::Frame, focusRoi},
+        {kGeometry, "GetfocusTP", Given::Frame, focusPoint},
+
+        // Camera roles.
+        {kIdentity, "GetCameraRoleId(cameraId)", Given::Nothing, roleOfCamera},
+        {kIdentity, "GetCameraRoleId(md, int*)", Given::Frame, roleOfFrameCamera},
+        {kIdentity, "GetCameraRoleId(md, uint*)", Given::Frame, roleInFrame},
+        PLAIN(kIdentity, GetCameraRoleIds),
+        {kIdentity, "GetMultiCameraPhyCameraRoleIds(id)", Given::Nothing, physicalRolesOfCamera},
+        {kIdentity, "GetMultiCameraPhyCameraRoleIds(md)", Given::Frame, physicalRolesOfFrame},
+        // Sensor types and modes.
+        {kIdentity, "GetAISPSensorType", Given::Nothing, sensorType},
+        {kIdentity, "GetKovaniSensorModeType", Given::Frame, sensorModeType},
+        {kIdentity, "getAIspSensorMode", Given::Nothing, sensorMode},
+        PLAIN(kIdentity, GetSensorMode),
+        PRESENCE(kIdentity, GetKVSensorModeInfo),
+        PRESENCE(kIdentity, GetStaticMetaKVSensorCaps),
 
         // Scene, motion capture and anchor frames.
         PLAIN(kScene, GetAISceneIndoor),

@@ -50,7 +50,7 @@ enum class Given {
 
 struct Getter {
     const char* subsystem;
-    const char* method;  // overloads carry their arguments: "GetCameraRoleId(int cameraId)"
+    const char* method;  // overloads carry their arguments: "GetCameraRoleId(cameraId)"
     Given given;
     Outcome (*call)(Call&);
 };

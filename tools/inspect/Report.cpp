@@ -4,10 +4,12 @@
 #include <cstring>
 #include <sstream>
 
+#include "kvhost/Adapter.h"
+
 namespace inspect {
 namespace {
 
-constexpr size_t kLineWidth = 100;
+constexpr size_t kLineWidth = 120;
 constexpr size_t kLongText = 64;   // strings longer than this are cut in the text report
 constexpr size_t kLongArray = 10;  // arrays longer than this show their ends
 
@@ -32,14 +34,18 @@ std::string giveMetadata(const Capture& capture, Call& call, Given given) {
     return "static metadata of camera " + std::to_string(camera) + (call.md ? "" : " (none)");
 }
 
-bool isRect(const Json& v) {
-    static const char* kKeys[] = {"left", "top", "width", "height"};
-    if (!v.is_object() || v.size() != 4) return false;
-    size_t i = 0;
+// An object of exactly these numeric members, in this order.
+bool hasShape(const Json& v, std::initializer_list<const char*> keys) {
+    if (!v.is_object() || v.size() != keys.size()) return false;
+    auto key = keys.begin();
     for (const auto& item : v.items()) {
-        if (item.key() != kKeys[i++] || !item.value().is_number()) return false;
+        if (item.key() != *key++ || !item.value().is_number()) return false;
     }
     return true;
+}
+
+bool isRect(const Json& v) {
+    return hasShape(v, {"left", "top", "width", "height"});
 }
 
 bool isScalar(const Json& v) {
@@ -81,6 +87,8 @@ std::string objectText(const Json& v, bool nested) {
         return "(" + v["left"].dump() + ", " + v["top"].dump() + ") " + v["width"].dump() + "x" +
                v["height"].dump();
     }
+    if (hasShape(v, {"width", "height"})) return v["width"].dump() + "x" + v["height"].dump();
+    if (hasShape(v, {"x", "y"})) return "(" + v["x"].dump() + ", " + v["y"].dump() + ")";
     std::vector<std::string> parts;
     for (const auto& item : v.items()) {
         const std::string part = inlineText(item.value());
@@ -96,7 +104,22 @@ std::string fitted(std::string text, size_t indent) {
 
 // A value on one line; an object without braces at the outer level.
 std::string outerText(const Json& v) {
-    return v.is_object() && !isRect(v) ? objectText(v, false) : inlineText(v);
+    return v.is_object() ? objectText(v, false) : inlineText(v);
+}
+
+// Items after a label, as many to a line as fit.
+void writeWrapped(std::ostringstream& out, const std::string& label, const Json& items) {
+    const std::string pad(6 + label.size() + 2, ' ');
+    std::string line = std::string(6, ' ') + label + ": ";
+    for (size_t i = 0; i < items.size(); ++i) {
+        const std::string item = items[i].get<std::string>() + (i + 1 < items.size() ? "," : "");
+        if (line.size() > pad.size() && line.size() + item.size() > kLineWidth) {
+            out << line.substr(0, line.size() - 1) << "\n";
+            line = pad;
+        }
+        line += item + " ";
+    }
+    out << line.substr(0, line.size() - 1) << "\n";
 }
 
 // A value over several lines: members and elements one per line, each as
@@ -135,6 +158,27 @@ void writeLogs(std::ostringstream& out, const std::vector<kvhost::LogRecord>& lo
     }
 }
 
+// One call the platform adapter received, in words.
+std::string adapterCall(const kvhost::AdapterCall& call) {
+    const std::string name = kvhost::adapterOpName(call.op);
+    const std::string key = call.keyIsNull ? "null" : "\"" + call.key + "\"";
+    switch (call.op) {
+        case kvhost::AdapterOp::EnableGyro:
+            return name + "(" + key + ", " + std::to_string(call.arg1) + ", " +
+                   std::to_string(call.arg2) + ")";
+        case kvhost::AdapterOp::DisableGyro:
+        case kvhost::AdapterOp::GetGyroData:
+            return name + "(" + key + ", " + std::to_string(call.arg1) + ")";
+        case kvhost::AdapterOp::GetShift:
+            return name + "(timestamp " + std::to_string(call.shift.timestamp) + ", cameraId " +
+                   std::to_string(call.shift.cameraId) + ", nodeType " +
+                   std::to_string(call.shift.nodeType) + ", tolerance " +
+                   std::to_string(call.tolerance) + ")";
+        default:
+            return name;
+    }
+}
+
 std::string header(const Capture& c) {
     std::ostringstream out;
     out << "capture " << c.file << "\n";
@@ -152,7 +196,20 @@ std::string header(const Capture& c) {
     for (const auto& item : c.statics) {
         out << (item.first == c.statics.begin()->first ? " " : ", ") << item.first;
     }
-    out << "\n";
+    const AdapterAnswers& a = c.adapter;
+    out << "\n  platform adapter: ";
+    if (!a.present) {
+        out << "absent\n";
+        return out.str();
+    }
+    out << a.roles.size() << " camera roles, ";
+    if (a.shift) {
+        out << "shift (" << a.shift->first << ", " << a.shift->second << ")"
+            << (a.shiftInSensorZoom ? " measured in-sensor-zoom" : "");
+    } else {
+        out << "no shift";
+    }
+    out << ", " << a.gyro.size() << " gyro samples\n";
     return out.str();
 }
 
@@ -174,8 +231,12 @@ std::vector<CallRecord> runGetters(const Capture& capture, const Installed& inst
         CallRecord record;
         record.getter = &getter;
         record.given = call.quietly([&] { return giveMetadata(capture, call, getter.given); });
+        kvhost::clearAdapterCalls();
         record.outcome = getter.call(call);
         record.logs = logs.records();
+        for (const kvhost::AdapterCall& a : kvhost::adapterCalls()) {
+            record.adapter.push_back(adapterCall(a));
+        }
         calls.push_back(std::move(record));
     }
     return calls;
@@ -217,6 +278,7 @@ std::string textReport(const Capture& capture, const std::vector<CallRecord>& ca
             out << lead.substr(0, lead.find_last_not_of(' ') + 1) << given << "\n";
             writeBlock(out, "", o.output, 6);
         }
+        if (!call.adapter.empty()) writeWrapped(out, "adapter", call.adapter);
         if (withLogs) writeLogs(out, call.logs);
     }
     return out.str();
@@ -241,6 +303,7 @@ Json jsonReport(const Capture& capture, const std::vector<CallRecord>& calls, bo
                       {"result", call.outcome.result ? Json(*call.outcome.result) : Json()},
                       {"output", call.outcome.output}};
         if (!call.outcome.skipped.empty()) entry["skipped"] = call.outcome.skipped;
+        if (!call.adapter.empty()) entry["adapter"] = call.adapter;
         if (withLogs) {
             Json& logs = entry["logs"] = Json::array();
             for (const kvhost::LogRecord& r : call.logs) {

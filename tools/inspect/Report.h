@@ -15,6 +15,7 @@ struct CallRecord {
     std::string given;  // the metadata the method was given, in words; "" for none
     Outcome outcome;
     std::vector<kvhost::LogRecord> logs;  // the lines the call produced
+    Json adapter = Json::array();         // the calls the platform adapter received
 };
 
 // Calls every getter once, in table order, on a MetaUtils whose camera ids

@@ -50,7 +50,25 @@ void readCamera(const Node& node, Capture& c) {
 void readInput(const Node& node, Capture& c) {
     Fields f(node);
     std::tie(c.inputWidth, c.inputHeight) = readSize(f);
-    if (const auto isz = f.take("inSensorZoom")) c.inSensorZoom = isz->boolean();
+    f.finish();
+}
+
+void readArguments(const Node& node, Capture& c) {
+    Fields f(node);
+    if (const auto sensor = f.take("sensorSize")) {
+        Fields size(*sensor);
+        const auto [w, h] = readSize(size);
+        c.sensorSize.emplace(static_cast<uint32_t>(w), static_cast<uint32_t>(h));
+        size.finish();
+    }
+    if (const auto v = f.take("isInSensorZoom")) c.isInSensorZoom = v->boolean();
+    if (const auto v = f.take("useInSensorZoom")) {
+        c.useInSensorZoom = static_cast<int>(v->integer(kIntMin, kIntMax));
+    }
+    if (const auto v = f.take("gyroKey")) c.gyroKey = v->string();
+    if (const auto v = f.take("gyroQuery")) {
+        c.gyroQuery = static_cast<int>(v->integer(kIntMin, kIntMax));
+    }
     f.finish();
 }
 
@@ -96,9 +114,6 @@ void readAdapter(const Node& node, AdapterAnswers& a) {
         Fields g(*gyro);
         if (const auto v = g.take("enable"))
             a.gyroEnable = static_cast<int>(v->integer(kIntMin, kIntMax));
-        if (const auto v = g.take("key")) a.gyroKey = v->string();
-        if (const auto v = g.take("query"))
-            a.gyroQuery = static_cast<int>(v->integer(kIntMin, kIntMax));
         const Node samples = g.need("samples");
         samples.array();
         for (size_t i = 0; i < samples.json().size(); ++i) {
@@ -139,17 +154,12 @@ Capture parseCapture(const std::string& text, const std::string& file) {
         Capture c;
         c.file = file;
         Fields top(Node(json, ""));
-        top.only({"description", "camera", "input", "sensor", "frame", "static", "adapter"},
+        top.only({"description", "camera", "input", "arguments", "frame", "static", "adapter"},
                  "section");
         if (const auto d = top.take("description")) c.description = d->string();
         readCamera(top.need("camera"), c);
         readInput(top.need("input"), c);
-        if (const auto sensor = top.take("sensor")) {
-            Fields f(*sensor);
-            const auto [w, h] = readSize(f);
-            c.sensorSize.emplace(static_cast<uint32_t>(w), static_cast<uint32_t>(h));
-            f.finish();
-        }
+        if (const auto arguments = top.take("arguments")) readArguments(*arguments, c);
         Fields frame(top.need("frame"));
         c.frame = readTags(frame.need("tags"));
         frame.finish();

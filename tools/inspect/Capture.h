@@ -29,8 +29,6 @@ struct AdapterAnswers {
     std::optional<std::pair<int32_t, int32_t>> shift;  // the shift query's answer, if any
     bool shiftInSensorZoom = false;                    // the shift was measured on an ISZ frame
     int gyroEnable = 1;                                // result of the gyro enable operation
-    std::string gyroKey;                               // GetGyroData's key and query arguments
-    int gyroQuery = 0;
     std::vector<GyroSample> gyro;
 };
 
@@ -41,9 +39,13 @@ struct Capture {
     int satCameraId = 0;
     int inputWidth = 0;  // the plug-in's input image
     int inputHeight = 0;
-    bool inSensorZoom = false;  // the plug-in treats the frame as an in-sensor-zoom frame
+    // Arguments that a plug-in passes from its own knowledge of the frame.
     // GetFinalCropRegion's sensor size; the active array's size when absent.
     std::optional<std::pair<uint32_t, uint32_t>> sensorSize;
+    bool isInSensorZoom = false;  // GetFinalCropRegion
+    int useInSensorZoom = 0;      // GetFaceRect
+    std::string gyroKey;          // GetGyroData
+    int gyroQuery = 0;
     std::vector<TagPayload> frame;
     std::map<uint32_t, std::vector<TagPayload>> statics;  // by camera id
     AdapterAnswers adapter;

@@ -362,13 +362,13 @@ Outcome finalCrop(Call& c) {
     }
     // Every path but a missing active array writes the crop.
     kvalgo2::ChiRect crop{~0u, ~0u, ~0u, ~0u};
-    const int rc = c.utils.GetFinalCropRegion(c.md, crop, sensor, c.capture.inSensorZoom);
+    const int rc = c.utils.GetFinalCropRegion(c.md, crop, sensor, c.capture.isInSensorZoom);
     const bool written =
         crop.left != ~0u || crop.top != ~0u || crop.width != ~0u || crop.height != ~0u;
     return Outcome{rc,
                    Json{{"crop", written ? value(crop) : Json()},
                         {"sensorSize", sizeValue(sensor.width, sensor.height)},
-                        {"inSensorZoom", c.capture.inSensorZoom},
+                        {"isInSensorZoom", c.capture.isInSensorZoom},
                         {"stages", cropStages(c.logs.records())}},
                    ""};
 }
@@ -392,7 +392,7 @@ Outcome facesHolder(Call& c) {
 Outcome faceRect(Call& c) {
     kvalgo2::KVFaceInfo info{};
     const int rc = c.utils.GetFaceRect(c.md, c.capture.inputWidth, c.capture.inputHeight, info,
-                                       c.capture.inSensorZoom ? 1 : 0);
+                                       c.capture.useInSensorZoom);
     return done(rc, info);
 }
 
@@ -537,8 +537,8 @@ Outcome gyro(Call& c) {
     if (const std::string why = needsAdapter(c); !why.empty()) return Outcome{{}, nullptr, why};
     AIspGyroData data{};
     AIspGyroData::GyroElement elements[200] = {};
-    const AdapterAnswers& a = c.capture.adapter;
-    const int rc = c.utils.GetGyroData(c.md, data, elements, a.gyroQuery, a.gyroKey.c_str());
+    const int rc =
+        c.utils.GetGyroData(c.md, data, elements, c.capture.gyroQuery, c.capture.gyroKey.c_str());
     if (rc != 0) return Outcome{rc, nullptr, ""};
     Json samples = Json::array();
     for (int i = 0; i < data.count; ++i) {

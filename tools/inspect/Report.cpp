@@ -184,13 +184,14 @@ std::string header(const Capture& c) {
     out << "capture " << c.file << "\n";
     if (!c.description.empty()) out << "  " << c.description << "\n";
     out << "  camera " << c.cameraId << ", SAT camera " << c.satCameraId << "; input "
-        << c.inputWidth << "x" << c.inputHeight << (c.inSensorZoom ? ", in-sensor zoom" : "")
-        << "; sensor size ";
+        << c.inputWidth << "x" << c.inputHeight << "; sensor size ";
     if (c.sensorSize) {
         out << c.sensorSize->first << "x" << c.sensorSize->second;
     } else {
         out << "from the active array";
     }
+    out << "; isInSensorZoom " << std::boolalpha << c.isInSensorZoom << ", useInSensorZoom "
+        << c.useInSensorZoom;
     out << "\n  frame: " << c.frame.size() << " tags; static metadata of cameras:";
     if (c.statics.empty()) out << " none";
     for (const auto& item : c.statics) {
@@ -289,12 +290,15 @@ Json jsonReport(const Capture& capture, const std::vector<CallRecord>& calls, bo
     report["capture"] = capture.file;
     report["description"] = capture.description;
     report["camera"] = {{"cameraId", capture.cameraId}, {"satCameraId", capture.satCameraId}};
-    report["input"] = {{"width", capture.inputWidth},
-                       {"height", capture.inputHeight},
-                       {"inSensorZoom", capture.inSensorZoom}};
-    report["sensor"] = capture.sensorSize ? Json{{"width", capture.sensorSize->first},
+    report["input"] = {{"width", capture.inputWidth}, {"height", capture.inputHeight}};
+    report["arguments"] = {
+        {"sensorSize", capture.sensorSize ? Json{{"width", capture.sensorSize->first},
                                                  {"height", capture.sensorSize->second}}
-                                          : Json();
+                                          : Json()},
+        {"isInSensorZoom", capture.isInSensorZoom},
+        {"useInSensorZoom", capture.useInSensorZoom},
+        {"gyroKey", capture.gyroKey},
+        {"gyroQuery", capture.gyroQuery}};
     Json& list = report["calls"] = Json::array();
     for (const CallRecord& call : calls) {
         Json entry = {{"subsystem", call.getter->subsystem},

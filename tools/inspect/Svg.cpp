@@ -11,7 +11,6 @@ namespace {
 constexpr double kPanelWidth = 560;
 constexpr double kPanelHeight = 420;
 constexpr double kMargin = 30;
-constexpr double kTop = 84;  // below the title
 
 // How each kind of rectangle is drawn.
 struct Style {
@@ -161,6 +160,28 @@ Rect visibleBand(const Rect& crop, const Rect& sensor, double inputW, double inp
             crop.height};
 }
 
+// The capture's description under the title, wrapped to the picture's width;
+// `bottom` receives the height it takes.
+std::string description(const std::string& text, double width, double& bottom) {
+    const size_t perLine = static_cast<size_t>((width - 2 * kMargin) / 7);
+    std::string out;
+    std::string line;
+    double y = 44;
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        if (!line.empty() && line.size() + word.size() + 1 > perLine) {
+            out += "<text x=\"" + fmt(kMargin) + "\" y=\"" + fmt(y) + "\" fill=\"#444444\">" +
+                   escaped(line) + "</text>\n";
+            line.clear();
+            y += 16;
+        }
+        line += (line.empty() ? "" : " ") + word;
+    }
+    bottom = y + 40;
+    return out + "<text x=\"" + fmt(kMargin) + "\" y=\"" + fmt(y) + "\" fill=\"#444444\">" +
+           escaped(line) + "</text>\n";
+}
+
 std::string described(const char* what, const Json& rect) {
     return what + (" " + inlineText(rect));
 }
@@ -168,7 +189,10 @@ std::string described(const char* what, const Json& rect) {
 }  // namespace
 
 std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& calls) {
+    const double width = kMargin * 4 + kPanelWidth * 2;
+    double top = 0;  // of the panels, below the title and the description
     std::ostringstream body;
+    body << description(capture.description, width, top);
     std::vector<LegendItem> left;
     std::vector<LegendItem> right;
 
@@ -180,11 +204,11 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
                      finalCrop["sensorSize"]["height"].get<double>()};
     }
     const double sensorX = kMargin;
-    double legendY = kTop + kPanelHeight + 40;
+    double legendY = top + kPanelHeight + 40;
     if (array && array->width > 0 && array->height > 0) {
-        Panel sensor(body, sensorX, kTop, *array);
+        Panel sensor(body, sensorX, top, *array);
         sensor.rect(*array, kArray);
-        sensor.text(sensorX, kTop - 8,
+        sensor.text(sensorX, top - 8,
                     "sensor: active array " + inlineText(outputOf(calls, "GetActiveArraySize")),
                     "#333333", "bold");
         left.push_back({&kArray, "active array"});
@@ -219,6 +243,12 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
                     break;
                 }
             }
+            const bool converted =
+                stages.contains("afterInSensorZoom") &&
+                stages["afterInSensorZoom"] != stages.value("sensorPolicy", Json());
+            if (crops[i].style != &kAndroidCrop && crops[i].style != &kPolicyCrop && converted) {
+                text += ", in in-sensor-zoom readout coordinates";
+            }
             if (crops[i].style == &kFinalCrop && stages.contains("shift")) {
                 const Json& shift = stages["shift"];
                 text += ", shift (" + shift["x"].dump() + ", " + shift["y"].dump() + ") from " +
@@ -244,8 +274,8 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
         }
         legendY = std::max(legendY, sensor.bottom() + 40);
     } else {
-        Panel(body, sensorX, kTop, {0, 0, 1, 1})
-            .text(sensorX, kTop + 20, "no active array: nothing to draw in sensor coordinates",
+        Panel(body, sensorX, top, {0, 0, 1, 1})
+            .text(sensorX, top + 20, "no active array: nothing to draw in sensor coordinates",
                   "#333333");
     }
 
@@ -253,9 +283,9 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
     const double inputX = kMargin * 3 + kPanelWidth;
     const Rect input{0, 0, static_cast<double>(capture.inputWidth),
                      static_cast<double>(capture.inputHeight)};
-    Panel image(body, inputX, kTop, input);
+    Panel image(body, inputX, top, input);
     image.rect(input, kArray);
-    image.text(inputX, kTop - 8,
+    image.text(inputX, top - 8,
                "input image " + std::to_string(capture.inputWidth) + "x" +
                    std::to_string(capture.inputHeight),
                "#333333", "bold");
@@ -290,7 +320,6 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
     legend(body, sensorX, legendY, left);
     legend(body, inputX, legendY, right);
     const double height = legendY + 18.0 * std::max(left.size(), right.size()) + kMargin;
-    const double width = inputX + kPanelWidth + kMargin;
 
     std::ostringstream svg;
     svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << fmt(width) << "\" height=\""
@@ -299,8 +328,6 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
         << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n"
         << "<text x=\"" << kMargin << "\" y=\"24\" font-size=\"16\" font-weight=\"bold\">"
         << escaped(capture.file) << "</text>\n"
-        << "<text x=\"" << kMargin << "\" y=\"44\" fill=\"#444444\">"
-        << escaped(capture.description) << "</text>\n"
         << body.str() << "</svg>\n";
     return svg.str();
 }

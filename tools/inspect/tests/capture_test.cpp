@@ -143,19 +143,24 @@ TEST(CaptureSections, CameraInputSensorStaticAndAdapter) {
     const Capture c = parseCapture(R"({
         "description": "tele",
         "camera": {"cameraId": 0, "satCameraId": 4},
-        "input": {"width": 1600, "height": 1200, "inSensorZoom": true},
-        "sensor": {"width": 8000, "height": 6000},
+        "input": {"width": 1600, "height": 1200},
+        "arguments": {"sensorSize": {"width": 8000, "height": 6000}, "isInSensorZoom": true,
+                      "useInSensorZoom": 1, "gyroKey": "eis", "gyroQuery": 2},
         "frame": {"tags": []},
         "static": [{"cameraId": 4, "tags": [{"tag": "com.kovani.cameraid.role.cameraId",
                                              "values": [20]}]}],
         "adapter": {"roles": [{"cameraId": 4, "roleId": 20}],
                     "shift": {"x": 24, "y": -16, "inSensorZoom": true},
-                    "gyro": {"enable": 1, "key": "eis", "query": 2,
+                    "gyro": {"enable": 0,
                              "samples": [{"x": 0.5, "y": -0.25, "z": 0, "ticks": 19200000}]}}
     })",
                                    "capture.json");
     EXPECT_EQ(c.satCameraId, 4);
-    EXPECT_TRUE(c.inSensorZoom);
+    EXPECT_TRUE(c.isInSensorZoom);
+    EXPECT_EQ(c.useInSensorZoom, 1);
+    EXPECT_EQ(c.gyroKey, "eis");
+    EXPECT_EQ(c.gyroQuery, 2);
+    EXPECT_EQ(c.adapter.gyroEnable, 0);
     ASSERT_TRUE(c.sensorSize.has_value());
     EXPECT_EQ(c.sensorSize->first, 8000u);
     ASSERT_EQ(c.statics.count(4), 1u);
@@ -165,7 +170,6 @@ TEST(CaptureSections, CameraInputSensorStaticAndAdapter) {
     ASSERT_TRUE(c.adapter.shift.has_value());
     EXPECT_EQ(c.adapter.shift->second, -16);
     EXPECT_TRUE(c.adapter.shiftInSensorZoom);
-    EXPECT_EQ(c.adapter.gyroQuery, 2);
     ASSERT_EQ(c.adapter.gyro.size(), 1u);
     EXPECT_EQ(c.adapter.gyro[0].ticks, 19200000u);
     EXPECT_FLOAT_EQ(c.adapter.gyro[0].y, -0.25f);
@@ -218,8 +222,10 @@ INSTANTIATE_TEST_SUITE_P(
                     "frame": {"tags": []}})",
                 "capture.json: input.width: expected an integer from 1 to 2147483647, got -1920"},
         BadCase{"ZeroSensorHeight",
-                kHead + R"("sensor": {"width": 4000, "height": 0}, "frame": {"tags": []}})",
-                "capture.json: sensor.height: expected an integer from 1 to 2147483647, got 0"},
+                kHead + R"("arguments": {"sensorSize": {"width": 4000, "height": 0}},
+                          "frame": {"tags": []}})",
+                "capture.json: arguments.sensorSize.height: expected an integer from 1 to "
+                "2147483647, got 0"},
         BadCase{"FloatCameraId",
                 R"({"camera": {"cameraId": 0.5}, "input": {"width": 1, "height": 1},
                     "frame": {"tags": []}})",

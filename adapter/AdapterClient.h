@@ -9,7 +9,8 @@
 
 namespace adapter {
 
-class AdapterClient {
+// Exported beside MetaUtils: it is the library's side of the platform seam.
+class __attribute__((visibility("default"))) AdapterClient {
 public:
     // The one client of the process, loaded on first use.
     static AdapterClient& getInstance();

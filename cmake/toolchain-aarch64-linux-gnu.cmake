@@ -15,4 +15,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE BOTH)
 # No host package configs (GoogleTest is then built from Debian's sources).
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64;-L;/usr/aarch64-linux-gnu)
+# The target C and C++ runtimes come from the multiarch arm64 packages (pulled in
+# by android-liblog:arm64), so qemu needs no -L prefix.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64)

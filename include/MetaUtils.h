@@ -17,6 +17,13 @@
 
 class KvMetadata;
 
+// The library exports this class and hides everything else.
+#if defined(__GNUC__)
+#define METAUTILS_EXPORT __attribute__((visibility("default")))
+#else
+#define METAUTILS_EXPORT
+#endif
+
 // ---------------------------------------------------------------------------
 // Records shared with the algorithm layer and the image-utility layer. Their
 // layouts are a binary interface: every size and offset below is fixed.
@@ -211,7 +218,7 @@ static_assert(sizeof(KvAiSceneClsResult) == 16, "AI scene result size");
 struct KVSensorModeInfo {};
 struct KVSensorCaps {};
 
-class MetaUtils {
+class METAUTILS_EXPORT MetaUtils {
 public:
     MetaUtils();
     virtual ~MetaUtils();

@@ -128,8 +128,7 @@ KV_TAG_GETTER(GetStylizationType, unsigned char, "com.kovani.sessionparams.styli
 KV_TAG_GETTER(GetSensorTimestamp, long, "kovani.mfnr.anchorTimeStamp", kDefaultMessages,
               Copy<long>)
 KV_TAG_GETTER(GetWhiteBlackRatio, float, "com.kovani.statsaec.AECWhiteBlackFrameAdj",
-              KV_FULL("GetMetadata AECWhiteBlackRatio err", "get metadata AECWhiteBlackRatio err"),
-              Copy<float>)
+              KV_TAG_MESSAGES("AECWhiteBlackRatio"), Copy<float>)
 KV_TAG_GETTER(GetSensorDynamicWhiteLevel, int, tag::ANDROID_SENSOR_DYNAMIC_WHITE_LEVEL,
               KV_SHORT("GetMetadata ANDROID_SENSOR_DYNAMIC_WHITE_LEVEL fail"), Copy<int>, false,
               TraceWhiteLevel)
@@ -139,13 +138,9 @@ KV_TAG_GETTER(GetfocusDistCm, int, tag::ANDROID_LENS_FOCUS_DISTANCE, kDefaultMes
               FocusDistanceToCm)
 KV_TAG_GETTER(GetSensitivity, int, tag::ANDROID_SENSOR_SENSITIVITY, kDefaultMessages, Copy<int>)
 KV_TAG_GETTER(GetAFState, unsigned int, tag::ANDROID_CONTROL_AF_STATE,
-              KV_FULL("GetMetadata ANDROID_CONTROL_AF_STATE err",
-                      "get metadata ANDROID_CONTROL_AF_STATE err"),
-              Copy<unsigned int>)
+              KV_TAG_MESSAGES("ANDROID_CONTROL_AF_STATE"), Copy<unsigned int>)
 KV_TAG_GETTER(GetAFMode, unsigned int, tag::ANDROID_CONTROL_AF_MODE,
-              KV_FULL("GetMetadata ANDROID_CONTROL_AF_MODE err",
-                      "get metadata ANDROID_CONTROL_AF_MODE err"),
-              Copy<unsigned int>)
+              KV_TAG_MESSAGES("ANDROID_CONTROL_AF_MODE"), Copy<unsigned int>)
 KV_TAG_GETTER(GetIsZSLEnableReal, int, tag::ANDROID_CONTROL_ENABLE_ZSL,
               KV_SHORT("GetMetadata ANDROID_CONTROL_ENABLE_ZSL fail"), Convert<uint8_t, int>)
 KV_TAG_GETTER(GetANDROIDFlashMode, int, tag::ANDROID_FLASH_MODE,
@@ -165,13 +160,11 @@ KV_TAG_GETTER(GetZoomEisEffective, float, "com.kovani.camera.zoomeis.effectivera
                       "get com.kovani.camera.zoomeis.effectiverate err"),
               Copy<float>, kCheckMetadata)
 KV_TAG_GETTER(GetApertureValue, float, tag::ANDROID_LENS_APERTURE,
-              KV_FULL("GetMetadata ANDROID_LENS_APERTURE err",
-                      "get metadata ANDROID_LENS_APERTURE err"),
-              Copy<float>)
+              KV_TAG_MESSAGES("ANDROID_LENS_APERTURE"), Copy<float>)
 KV_TAG_GETTER(GetFwkCameraId, int, "kovani.snapshot.fwkCameraId", KV_SHORT("Get fwkCameraId err"),
               Copy<int>)
 KV_TAG_GETTER(GetThermalLevel, int, "kovani.thermal.thermalLevel",
-              KV_FULL("GetMetadata thermalLevel err", "get metadata thermalLevel err"), Copy<int>)
+              KV_TAG_MESSAGES("thermalLevel"), Copy<int>)
 KV_TAG_GETTER(GetLaserDist, LaserDistance, "kovani.ai.kvsd.laserDist", kDefaultMessages,
               StoreLaserDistance)
 // clang-format on
@@ -475,7 +468,7 @@ KV_STATIC_TAG_GETTER(GetCameraRoleId, int, kCameraRoleId)
 // Copies element 0 only, despite the plural name and the pointer: callers
 // rely on exactly one int being written.
 KV_TAG_GETTER(GetCameraRoleIds, int, "com.kovani.cameraid.role.cameraIds",
-              KV_FULL("GetMetadata CameraRoleId err", "get metadata CameraRoleId err"), Copy<int>)
+              KV_TAG_MESSAGES("CameraRoleId"), Copy<int>)
 // clang-format on
 
 int MetaUtils::GetMultiCameraPhyCameraRoleIds(int cameraId, std::vector<int>& roleIds) {
@@ -536,38 +529,22 @@ KV_TAG_GETTER(GetHighlightAnchorOrder, int, "kovani.aihighlight.anchorOrder", kD
 KV_TAG_GETTER(GetStreetAnchorOrder, int, "com.kovani.ext.control.streetmode.anchor.order",
               kDefaultMessages, Copy<int>)
 KV_TAG_GETTER(GetSunsetScene, Sunset_Scene_t, "kovani.ai.asd.SunsetScene",
-              KV_FULL("GetMetadata kovani.ai.asd.SunsetScene err",
-                      "get metadata kovani.ai.asd.SunsetScene err"),
-              Copy<Sunset_Scene_t>)
+              KV_TAG_MESSAGES("kovani.ai.asd.SunsetScene"), Copy<Sunset_Scene_t>)
 KV_TAG_GETTER(GetAISceneIndoor, int, "kovani.ai.asd.algoSceneDetectedIndoor",
-              KV_FULL("GetMetadata kovani.ai.asd.algoSceneDetectedIndoor err",
-                      "get metadata kovani.ai.asd.algoSceneDetectedIndoor err"),
-              Copy<int>)
+              KV_TAG_MESSAGES("kovani.ai.asd.algoSceneDetectedIndoor"), Copy<int>)
 // The motion-capture type and frame type read the same tag.
 KV_TAG_GETTER(GetMotionCaptureType, unsigned int, "kovani.ai.kvsd.motionCaptureType",
-              KV_FULL("GetMetadata kovani.ai.kvsd.motionCaptureType err",
-                      "get metadata kovani.ai.kvsd.motionCaptureType err"),
-              Copy<unsigned int>)
+              KV_TAG_MESSAGES("kovani.ai.kvsd.motionCaptureType"), Copy<unsigned int>)
 KV_TAG_GETTER(GetMotionCaptureFrameType, int, "kovani.ai.kvsd.motionCaptureType",
-              KV_FULL("GetMetadata kovani.ai.kvsd.motionCaptureType err",
-                      "get metadata kovani.ai.kvsd.motionCaptureType err"),
-              Copy<int>)
+              KV_TAG_MESSAGES("kovani.ai.kvsd.motionCaptureType"), Copy<int>)
 KV_TAG_GETTER(GetVXAihighlightIs, int, "com.kv.node.kvaihighlight.isHighLight",
-              KV_FULL("GetMetadata com.kv.node.kvaihighlight.isHighLight err",
-                      "get metadata com.kv.node.kvaihighlight.isHighLight err"),
-              Copy<int>)
+              KV_TAG_MESSAGES("com.kv.node.kvaihighlight.isHighLight"), Copy<int>)
 KV_TAG_GETTER(GetBandingSceneType, int, "kovani.ai.kvsd.bandingSceneType",
-              KV_FULL("GetMetadata kovani.ai.kvsd.bandingSceneType err",
-                      "get metadata kovani.ai.kvsd.bandingSceneType err"),
-              Copy<int>)
+              KV_TAG_MESSAGES("kovani.ai.kvsd.bandingSceneType"), Copy<int>)
 KV_TAG_GETTER(GetPreAnchorProcStatus, int, "com.kovani.orlo2.preAnchorProc",
-              KV_FULL("GetMetadata com.kovani.orlo2.preAnchorProc err",
-                      "get metadata com.kovani.orlo2.preAnchorProc err"),
-              Copy<int>)
+              KV_TAG_MESSAGES("com.kovani.orlo2.preAnchorProc"), Copy<int>)
 KV_TAG_GETTER(GetPreAnchorProcFrameNum, int, "com.kovani.orlo2.anchorFrameNum",
-              KV_FULL("GetMetadata com.kovani.orlo2.anchorFrameNum err",
-                      "get metadata com.kovani.orlo2.anchorFrameNum err"),
-              Copy<int>)
+              KV_TAG_MESSAGES("com.kovani.orlo2.anchorFrameNum"), Copy<int>)
 // clang-format on
 
 int MetaUtils::GetAISceneResult(std::shared_ptr<KvMetadata> metadata, AIspSceneResult& result) {
@@ -660,15 +637,12 @@ void TraceIndoor(const log::LogSite& at, const int& indoor) {
 // clang-format off
 KV_TAG_GETTER(GetBokehRequestInfoList, __bokehRequestInfoList,
               "com.kovani.camera.bokehConfig.request",
-              KV_FULL("GetMetadata bokehRequestConfig err", "get metadata bokehRequestConfig err"),
-              Copy<__bokehRequestInfoList>)
+              KV_TAG_MESSAGES("bokehRequestConfig"), Copy<__bokehRequestInfoList>)
 KV_TAG_GETTER(GetBokehCapsInfo, __bokehCapabilityInfoList, "com.kovani.camera.bokehCaps.info",
-              KV_FULL("GetMetadata BokehCapsInfo err", "get metadata BokehCapsInfo err"),
-              Copy<__bokehCapabilityInfoList>)
+              KV_TAG_MESSAGES("BokehCapsInfo"), Copy<__bokehCapabilityInfoList>)
 KV_TAG_GETTER(GetBokehConfigStream, __bokehConfigStreamInfoList,
               "com.kovani.camera.bokehConfig.stream",
-              KV_FULL("GetMetadata BokehConfigStream err", "get metadata BokehConfigStream err"),
-              Copy<__bokehConfigStreamInfoList>)
+              KV_TAG_MESSAGES("BokehConfigStream"), Copy<__bokehConfigStreamInfoList>)
 KV_TAG_GETTER(GetInputNum, int, "kovani.multiframe.inputNum",
               KV_SHORT("GetMetadata kovani.multiframe.inputNum fail"), Copy<int>)
 KV_TAG_GETTER(GetSceneDetectedAIResult, KvAiSceneClsResult,
@@ -685,9 +659,9 @@ KV_TAG_GETTER(GetSceneDetectedIndoor, int, "kovani.ai.asd.algoSceneDetectedIndoo
 int MetaUtils::GetImageName(std::shared_ptr<KvMetadata> metadata, char (*name)[128]) {
     if (name == nullptr) return detail::ArgErr(KV_HERE);
     const void* data = nullptr;
-    if (const int ret = detail::LookUp(
-            *this, KV_HERE, std::move(metadata), "kovani.snapshot.imageName",
-            KV_FULL("GetMetadata imageName err", "get metadata imageName err"), &data)) {
+    if (const int ret =
+            detail::LookUp(*this, KV_HERE, std::move(metadata), "kovani.snapshot.imageName",
+                           KV_TAG_MESSAGES("imageName"), &data)) {
         return ret;
     }
     std::strcpy(*name, static_cast<const char*>(data));

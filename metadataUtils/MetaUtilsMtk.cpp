@@ -48,68 +48,44 @@ KV_TAG_GETTER(GetTimestamp, long, "org.quic.camera.qtimer.startOfExposure", kDef
 KV_TAG_GETTER(GetCCT, float, "com.mediatek.3afeature.awbColorTemperature", kDefaultMessages,
               (Convert<int32_t, float>))
 KV_TAG_GETTER(GetBurstInfoFaceLuma, float, "kovani.ae.average.face.luma",
-              KV_FULL("GetMetadata kovani.ae.average.face.luma err",
-                      "get metadata kovani.ae.average.face.luma err"),
-              (Convert<int32_t, float>))
+              KV_TAG_MESSAGES("kovani.ae.average.face.luma"), (Convert<int32_t, float>))
 KV_TAG_GETTER(GetBurstInfoFrameLuma, float, "kovani.ae.average.frame.luma",
-              KV_FULL("GetMetadata kovani.ae.average.frame.luma err",
-                      "get metadata kovani.ae.average.frame.luma err"),
-              (Convert<int32_t, float>))
+              KV_TAG_MESSAGES("kovani.ae.average.frame.luma"), (Convert<int32_t, float>))
 // Exposure time in nanoseconds, as a float.
 KV_TAG_GETTER_IGNORING_INT(GetBurstInfoShutter, float, tag::ANDROID_SENSOR_EXPOSURE_TIME,
-              KV_FULL("GetMetadata ANDROID_SENSOR_EXPOSURE_TIME err",
-                      "get metadata ANDROID_SENSOR_EXPOSURE_TIME err"),
-              (Convert<int64_t, float>))
+              KV_TAG_MESSAGES("ANDROID_SENSOR_EXPOSURE_TIME"), (Convert<int64_t, float>))
 // The AEC info record: lux index as a float at byte 0, exposure index as an
 // int32 at byte 8.
 KV_TAG_GETTER(GetBurstInfoLuxIndex, int, "com.kovani.statsconfigs.AecInfo", kDefaultMessages,
               Truncate<int>)
 KV_TAG_GETTER_IGNORING_INT(GetBurstInfoExpIndex, int, "com.kovani.statsconfigs.AecInfo",
-              KV_FULL("GetMetadata com.kovani.statsconfigs.AecInfo err",
-                      "get metadata com.kovani.statsconfigs.AecInfo err"),
-              (Copy<int, 8>))
+              KV_TAG_MESSAGES("com.kovani.statsconfigs.AecInfo"), (Copy<int, 8>))
 KV_TAG_GETTER(GetBurstInfoDarkBoostGain, float, "kovani.ae.dark.tonegain", kDefaultMessages,
               ToneGainQ10)
 KV_TAG_GETTER(GetPreviewAdrcGain, float, "kovani.ae.mid.tonegain",
-              KV_FULL("GetMetadata PreviewAdrcGain err", "get metadata PreviewAdrcGain err"),
-              ToneGainQ10)
+              KV_TAG_MESSAGES("PreviewAdrcGain"), ToneGainQ10)
 KV_TAG_GETTER(GetPreviewFrameLuma, float, "kovani.longexposure.cwv",
-              KV_FULL("GetMetadata PreviewFrameLuma err", "get metadata PreviewFrameLuma err"),
-              (Convert<int32_t, float>))
+              KV_TAG_MESSAGES("PreviewFrameLuma"), (Convert<int32_t, float>))
 KV_TAG_GETTER(GetPreviewTargetLuma, float, "kovani.longexposure.cwr",
-              KV_FULL("GetMetadata PreviewTargetLuma err", "get metadata PreviewTargetLuma err"),
-              (Convert<int32_t, float>))
+              KV_TAG_MESSAGES("PreviewTargetLuma"), (Convert<int32_t, float>))
 KV_TAG_GETTER(GetBurstInfoBpsIspGain, float, tag::MTK_3A_FEATURE_AE_ISP_GAIN_VALUE,
-              KV_FULL("GetMetadata MTK_3A_FEATURE_AE_ISP_GAIN_VALUE err",
-                      "get metadata MTK_3A_FEATURE_AE_ISP_GAIN_VALUE err"),
-              IspGainQ12)
+              KV_TAG_MESSAGES("MTK_3A_FEATURE_AE_ISP_GAIN_VALUE"), IspGainQ12)
 // The frame-info record starts with the frame's timestamp; one getter hands
 // it out unsigned, the other signed.
 KV_TAG_GETTER(GetQTimeStamp, unsigned long, "com.kovani.mtk.p1node.frameinfo",
-              KV_FULL("GetMetadata com.kovani.mtk.p1node.frameinfo err",
-                      "get metadata com.kovani.mtk.p1node.frameinfo err"),
-              Copy<unsigned long>)
+              KV_TAG_MESSAGES("com.kovani.mtk.p1node.frameinfo"), Copy<unsigned long>)
 KV_TAG_GETTER(GetFrameSyncTimestamp, long, "com.kovani.mtk.p1node.frameinfo",
-              KV_FULL("GetMetadata com.kovani.mtk.p1node.frameinfo err",
-                      "get metadata com.kovani.mtk.p1node.frameinfo err"),
-              Copy<long>)
+              KV_TAG_MESSAGES("com.kovani.mtk.p1node.frameinfo"), Copy<long>)
 // Reads the exposure compensation; its messages name the supernight manual
 // EV tag, as the interface's log lines always have.
 KV_TAG_GETTER(GetSnapshotReqInfoUIEV, int, "kovani.ae.exposureCompensation",
-              KV_FULL("GetMetadata kovani.supernight.real.manualev err",
-                      "get metadata kovani.supernight.real.manualev err"),
-              Copy<int>)
+              KV_TAG_MESSAGES("kovani.supernight.real.manualev"), Copy<int>)
 KV_TAG_GETTER(GetPreviewISPGain, float, "kovani.burst.last.preview.ispGain",
-              KV_FULL("GetMetadata kovani.burst.last.preview.ispGain err",
-                      "get metadata kovani.burst.last.preview.ispGain err"),
-              PreviewIspGainQ12)
+              KV_TAG_MESSAGES("kovani.burst.last.preview.ispGain"), PreviewIspGainQ12)
 KV_TAG_GETTER(GetPreviewExposure, float, "kovani.burst.last.preview.exposure.time",
-              KV_FULL("GetMetadata PreviewExposure err", "get metadata PreviewExposure err"),
-              (Convert<int64_t, float>))
+              KV_TAG_MESSAGES("PreviewExposure"), (Convert<int64_t, float>))
 KV_TAG_GETTER(GetFaceAverageBrightness, float, "kovani.ai.asd.FaceAverageBrightness",
-              KV_FULL("GetMetadata FaceAverageBrightness err",
-                      "get metadata FaceAverageBrightness err"),
-              Copy<float>)
+              KV_TAG_MESSAGES("FaceAverageBrightness"), Copy<float>)
 KV_TAG_GETTER(GetMotionVelocity, float, "kovani.ai.kvsd.motionVelocity",
               KV_FULL("GetMetadata motionVelocity err", "get metadata motionVelocity Fail"),
               (Convert<int32_t, float>))
@@ -233,9 +209,7 @@ int MetaUtils::GetBurstInfoLinearGain(std::shared_ptr<KvMetadata> metadata, floa
     const void* data = nullptr;
     if (const int ret =
             detail::LookUp(*this, KV_HERE, metadata, tag::MTK_3A_FEATURE_AE_SENSOR_GAIN_VALUE,
-                           KV_FULL("GetMetadata MTK_3A_FEATURE_AE_SENSOR_GAIN_VALUE err",
-                                   "get metadata MTK_3A_FEATURE_AE_SENSOR_GAIN_VALUE err"),
-                           &data)) {
+                           KV_TAG_MESSAGES("MTK_3A_FEATURE_AE_SENSOR_GAIN_VALUE"), &data)) {
         return ret;
     }
     const int32_t sensorGain = detail::Load<int32_t>(data);
@@ -253,9 +227,7 @@ int MetaUtils::GetAWBGain(std::shared_ptr<KvMetadata> metadata, AWBGain& gain, b
     const void* data = nullptr;
     if (const int ret =
             detail::LookUp(*this, KV_HERE, std::move(metadata), tag::MTK_COLOR_CORRECTION_GAINS,
-                           KV_FULL("GetMetadata MTK_COLOR_CORRECTION_GAINS err",
-                                   "get metadata MTK_COLOR_CORRECTION_GAINS err"),
-                           &data)) {
+                           KV_TAG_MESSAGES("MTK_COLOR_CORRECTION_GAINS"), &data)) {
         return ret;
     }
     // Red, green-even, green-odd, blue: the odd green is skipped.
@@ -317,9 +289,7 @@ int MetaUtils::GetPreviewBrightnessInfo(std::shared_ptr<KvMetadata> metadata,
     const void* data = nullptr;
     if (const int ret =
             detail::LookUp(*this, KV_HERE, std::move(metadata), "kovani.histogram.stats",
-                           KV_FULL("GetMetadata kovani.histogram.stats err",
-                                   "get metadata kovani.histogram.stats err"),
-                           &data)) {
+                           KV_TAG_MESSAGES("kovani.histogram.stats"), &data)) {
         return ret;
     }
     // 256 bins of four channel counts; each bin is their wrapping sum.
@@ -828,14 +798,11 @@ void StoreLastValidSensorModeType(const void* data, int* out) {
 
 // clang-format off
 KV_TAG_GETTER(GetKovaniSensorModeType, int, "com.kovani.camera.sensorpolicy.frameresult",
-              KV_FULL("GetMetadata com.kovani.camera.sensorpolicy.frameresult err",
-                      "get metadata com.kovani.camera.sensorpolicy.frameresult err"),
+              KV_TAG_MESSAGES("com.kovani.camera.sensorpolicy.frameresult"),
               StoreLastValidSensorModeType)
 // The sensor mode is the tag's second element.
 KV_TAG_GETTER(GetSensorMode, int, "kovani.streaming.sensormode",
-              KV_FULL("GetMetadata kovani.streaming.sensormode err",
-                      "get metadata kovani.streaming.sensormode err"),
-              (Copy<int, sizeof(int32_t)>))
+              KV_TAG_MESSAGES("kovani.streaming.sensormode"), (Copy<int, sizeof(int32_t)>))
 // clang-format on
 
 // Placeholders of the interface: nothing to read, the output stays as it is.

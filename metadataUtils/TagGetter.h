@@ -98,6 +98,8 @@ struct Messages {
 
 #define KV_FULL(lookupFail, noData) \
     (::kvalgo2::detail::Messages{KV_LOG_PREFIX lookupFail, KV_LOG_PREFIX noData})
+// The common pair that names what was looked up.
+#define KV_TAG_MESSAGES(what) KV_FULL("GetMetadata " what " err", "get metadata " what " err")
 #define KV_SHORT(lookupFail) (::kvalgo2::detail::Messages{KV_LOG_PREFIX lookupFail, nullptr})
 
 constexpr Messages kDefaultMessages = KV_FULL("GetMetadata err", "get metadata err");

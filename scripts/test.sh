@@ -1,8 +1,53 @@
 #!/usr/bin/env bash
-# Sets up the machine, builds everything with the tests and runs them all.
+# Builds and runs every test stage, as CI does:
+#   1. host build with the test suite (GoogleTest through CTest)
+#   2. the whole suite under AddressSanitizer and UndefinedBehaviorSanitizer
+#   3. the concurrency test under ThreadSanitizer
+#   4. 64-bit Arm cross build, the whole suite under qemu-user
+#   5. each libFuzzer target for a bounded time (FUZZ_SECONDS, default 45)
+# scripts/test.sh --quick runs stage 1 only.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/bootstrap.sh
-cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMETAUTILS_BUILD_TESTS=ON
-cmake --build build -j2
+
+quick=0
+[ "${1:-}" = "--quick" ] && quick=1
+if ((quick)); then scripts/bootstrap.sh; else scripts/bootstrap.sh --all; fi
+
+stage() { printf '\n=== %s\n' "$*"; }
+build() {  # build <dir> [cmake args...]
+    local dir=$1
+    shift
+    cmake -S . -B "$dir" -DMETAUTILS_BUILD_TESTS=ON "$@" >/dev/null
+    cmake --build "$dir" -j2
+}
+
+stage "host build and tests"
+build build -DCMAKE_BUILD_TYPE=RelWithDebInfo
 ctest --test-dir build --output-on-failure -j2
+((quick)) && exit 0
+
+san="-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"
+stage "AddressSanitizer and UndefinedBehaviorSanitizer"
+build build-asan -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS="$san" \
+    -DCMAKE_EXE_LINKER_FLAGS="$san" -DCMAKE_SHARED_LINKER_FLAGS="$san"
+ASAN_OPTIONS=detect_leaks=1 ctest --test-dir build-asan --output-on-failure -j2
+
+stage "ThreadSanitizer: concurrent first use"
+tsan="-fsanitize=thread"
+cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS="$tsan" \
+    -DCMAKE_EXE_LINKER_FLAGS="$tsan" -DCMAKE_SHARED_LINKER_FLAGS="$tsan" >/dev/null
+cmake --build build-tsan -j2 --target platform_process_tests
+TSAN_OPTIONS="halt_on_error=1" ctest --test-dir build-tsan --output-on-failure \
+    -R 'platform_process\.ConcurrentFirstUse'
+
+stage "64-bit Arm: cross build, tests under qemu"
+build build-arm64 -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-aarch64-linux-gnu.cmake
+ctest --test-dir build-arm64 --output-on-failure -j2
+
+stage "fuzzing"
+scripts/fuzz.sh "${FUZZ_SECONDS:-45}"
+
+stage "all stages passed"
+# Closing summary: the host suite once more, quickly (it is already built).
+ctest --test-dir build -j2 | tail -n 3

@@ -294,7 +294,15 @@ int RunWithPrivateProductLibrary(char** argv) {
     const std::string path = old != nullptr && *old != '\0' ? dir + ":" + old : dir;
     setenv("LD_LIBRARY_PATH", path.c_str(), 1);
     setenv(kPrivateDirEnv, dir.c_str(), 1);
+#ifdef KVTEST_EMULATOR
+    // A cross build runs under a user-mode emulator: re-execute through it.
+    std::vector<char*> args{const_cast<char*>(KVTEST_EMULATOR)};
+    for (char** a = argv; *a != nullptr; ++a) args.push_back(*a);
+    args.push_back(nullptr);
+    execv(KVTEST_EMULATOR, args.data());
+#else
     execv("/proc/self/exe", argv);
+#endif
     std::perror("execv");
     return 1;
 }

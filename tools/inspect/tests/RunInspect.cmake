@@ -1,6 +1,6 @@
 # Runs metautils-inspect from the source tree and checks what it did.
 #
-#   cmake -DTOOL=<program> -DSOURCE_DIR=<repository> -DARGS=<a|b|...>
+#   cmake -DTOOL=<program> [-DEMULATOR=<runner>] -DSOURCE_DIR=<repository> -DARGS=<a|b|...>
 #         (-DGOLDEN=<file> [-DOUTPUT=<file>] | -DEXPECT_ERROR=<text>) -P RunInspect.cmake
 #
 # GOLDEN: the run must succeed, and what it printed (or wrote to OUTPUT) must
@@ -11,7 +11,7 @@
 # EXPECT_ERROR: the run must fail, print nothing on standard output and
 # print the text on standard error.
 string(REPLACE "|" ";" ARGS "${ARGS}")
-execute_process(COMMAND ${TOOL} ${ARGS}
+execute_process(COMMAND ${EMULATOR} ${TOOL} ${ARGS}
   WORKING_DIRECTORY ${SOURCE_DIR}
   RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
 

@@ -13,7 +13,6 @@
 namespace inspect {
 namespace {
 
-constexpr int64_t kIntMin = std::numeric_limits<int32_t>::min();
 constexpr int64_t kIntMax = std::numeric_limits<int32_t>::max();
 
 // A "tags" array: each tag at most once.
@@ -41,9 +40,9 @@ std::pair<int, int> readSize(Fields& size) {
 
 void readCamera(const Node& node, Capture& c) {
     Fields f(node);
-    c.cameraId = static_cast<int>(f.need("cameraId").integer(kIntMin, kIntMax));
+    c.cameraId = f.need("cameraId").int32();
     const auto sat = f.take("satCameraId");
-    c.satCameraId = sat ? static_cast<int>(sat->integer(kIntMin, kIntMax)) : c.cameraId;
+    c.satCameraId = sat ? sat->int32() : c.cameraId;
     f.finish();
 }
 
@@ -63,11 +62,11 @@ void readArguments(const Node& node, Capture& c) {
     }
     if (const auto v = f.take("isInSensorZoom")) c.isInSensorZoom = v->boolean();
     if (const auto v = f.take("useInSensorZoom")) {
-        c.useInSensorZoom = static_cast<int>(v->integer(kIntMin, kIntMax));
+        c.useInSensorZoom = v->int32();
     }
     if (const auto v = f.take("gyroKey")) c.gyroKey = v->string();
     if (const auto v = f.take("gyroQuery")) {
-        c.gyroQuery = static_cast<int>(v->integer(kIntMin, kIntMax));
+        c.gyroQuery = v->int32();
     }
     f.finish();
 }
@@ -94,26 +93,23 @@ void readAdapter(const Node& node, AdapterAnswers& a) {
         for (size_t i = 0; i < roles->json().size(); ++i) {
             Fields role((*roles)[i]);
             const Node id = role.need("cameraId");
-            const auto camera = static_cast<int>(id.integer(kIntMin, kIntMax));
+            const auto camera = id.int32();
             for (const auto& known : a.roles) {
                 if (known.first == camera) id.fail("camera " + std::to_string(camera) + " twice");
             }
-            a.roles.emplace_back(camera,
-                                 static_cast<int>(role.need("roleId").integer(kIntMin, kIntMax)));
+            a.roles.emplace_back(camera, role.need("roleId").int32());
             role.finish();
         }
     }
     if (const auto shift = f.take("shift")) {
         Fields s(*shift);
-        a.shift.emplace(static_cast<int32_t>(s.need("x").integer(kIntMin, kIntMax)),
-                        static_cast<int32_t>(s.need("y").integer(kIntMin, kIntMax)));
+        a.shift.emplace(s.need("x").int32(), s.need("y").int32());
         if (const auto isz = s.take("inSensorZoom")) a.shiftInSensorZoom = isz->boolean();
         s.finish();
     }
     if (const auto gyro = f.take("gyro")) {
         Fields g(*gyro);
-        if (const auto v = g.take("enable"))
-            a.gyroEnable = static_cast<int>(v->integer(kIntMin, kIntMax));
+        if (const auto v = g.take("enable")) a.gyroEnable = v->int32();
         const Node samples = g.need("samples");
         samples.array();
         for (size_t i = 0; i < samples.json().size(); ++i) {

@@ -12,6 +12,7 @@
 #include <typeinfo>
 
 #include "KvMetadata.h"
+#include "Values.h"
 
 namespace inspect {
 namespace {
@@ -27,137 +28,6 @@ constexpr const char* kScene = "Scene detection, anchor-frame and bokeh metadata
 
 constexpr uint32_t kShadingMapSize = 0x90006;   // ANDROID_LENS_INFO_SHADING_MAP_SIZE
 constexpr uint32_t kLensShadingMap = 0x11000B;  // ANDROID_STATISTICS_LENS_SHADING_MAP
-
-// ---- Decoded values ---------------------------------------------------------
-
-// The shortest decimal that reads back as the same float, so 0.48f prints
-// as 0.48 and not as the double nearest to it.
-Json value(float f) {
-    if (std::isnan(f)) return "nan";
-    if (std::isinf(f)) return f > 0 ? "inf" : "-inf";
-    char text[32];
-    for (int digits = 1; digits <= 9; ++digits) {
-        std::snprintf(text, sizeof text, "%.*g", digits, static_cast<double>(f));
-        if (std::strtof(text, nullptr) == f) break;
-    }
-    return std::strtod(text, nullptr);
-}
-
-template <typename T,
-          typename = std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, unsigned char>>>
-Json value(T v) {
-    return v;
-}
-
-Json floats(const float* v, size_t n) {
-    Json out = Json::array();
-    for (size_t i = 0; i < n; ++i) out.push_back(value(v[i]));
-    return out;
-}
-
-// Opaque records of the algorithm layer: their size and bytes.
-Json blob(const void* data, size_t size) {
-    static const char kDigits[] = "0123456789abcdef";
-    std::string hex;
-    for (size_t i = 0; i < size; ++i) {
-        const auto b = static_cast<const uint8_t*>(data)[i];
-        hex += kDigits[b >> 4];
-        hex += kDigits[b & 15];
-    }
-    return Json{{"size", size}, {"hex", hex}};
-}
-
-template <typename Record>
-Json value(const Record& r, decltype(r.bytes)* = nullptr) {
-    return blob(r.bytes, sizeof r.bytes);
-}
-
-// kvalgo2::ChiRect and __UtilsImage_Rect: the same four fields.
-template <typename Rect, typename = decltype(Rect::left + Rect::top + Rect::width + Rect::height)>
-Json value(const Rect& r) {
-    return Json{{"left", r.left}, {"top", r.top}, {"width", r.width}, {"height", r.height}};
-}
-
-Json sizeValue(uint32_t width, uint32_t height) {
-    return Json{{"width", width}, {"height", height}};
-}
-
-Json value(const kvalgo2::KVFaceInfo& info) {
-    Json faces = Json::array();
-    for (int i = 0; i < std::min(info.faceCount, 10); ++i) {
-        const kvalgo2::KVFaceEntry& f = info.faces[i];
-        const int32_t* extra = info.faceExtra[i];
-        faces.push_back({{"rect", value(f.rect)},
-                         {"center", {{"x", f.centerX}, {"y", f.centerY}}},
-                         {"rotation", f.rotation},
-                         {"extra", {extra[0], extra[1], extra[2]}}});
-    }
-    return Json{{"faceCount", info.faceCount},
-                {"largestFaceIndex", info.largestFaceIndex},
-                {"faces", faces}};
-}
-
-Json value(const AIspFaceInfo& info) {
-    Json faces = Json::array();
-    for (int i = 0; i < std::min(info.count, 50); ++i) {
-        const int32_t* r = info.rect[i];
-        const int32_t* extra = info.faceExtra[i];
-        faces.push_back({{"left", r[0]},
-                         {"top", r[1]},
-                         {"right", r[2]},
-                         {"bottom", r[3]},
-                         {"luma", value(info.luma[i])},
-                         {"extra", {extra[0], extra[1], extra[2]}}});
-    }
-    return Json{{"count", info.count}, {"faces", faces}};
-}
-
-// Android's colour filter arrangements.
-Json value(unsigned char cfa) {
-    static const char* kNames[] = {"RGGB", "GRBG", "GBRG", "BGGR", "RGB", "MONO", "NIR"};
-    return Json{{"value", cfa}, {"pattern", cfa < 7 ? kNames[cfa] : "unknown"}};
-}
-
-Json value(const kvalgo2::LaserDistance& d) {
-    return Json{{"distance", d.distance}};
-}
-
-Json value(const kvalgo2::Sunset_Scene_t& s) {
-    return Json{{"isSunset", s.isSunset}, {"confidence", s.confidence}};
-}
-
-Json value(const kvalgo2::KvAiSceneClsResult& r) {
-    return Json::array({Json{{"class", r.class0}, {"confidence", value(r.confidence0)}},
-                        Json{{"class", r.class1}, {"confidence", value(r.confidence1)}}});
-}
-
-Json value(const AIspAnchorMeta& m) {
-    return Json{{"eyeDet", m.eyeDet}, {"eyeOpen", m.eyeOpen}};
-}
-
-Json value(const char (&name)[128]) {
-    return std::string(name, strnlen(name, sizeof name));
-}
-
-Json value(const kvalgo2::PreviewBrightnessInfo& h) {
-    return Json{{"binCount", h.binCount}, {"bins", std::vector<uint32_t>(h.bins, h.bins + 256)}};
-}
-
-Json value(const AIspGammaTbl& t) {
-    const size_t n = t.count >= 0 && t.count <= 512 ? static_cast<size_t>(t.count) : 0;
-    return Json{{"count", t.count}, {"x", floats(t.x, n)}, {"y", floats(t.y, n)}};
-}
-
-// Records that the library never writes.
-Json value(const kvalgo2::AWBGainAdj&) {
-    return nullptr;
-}
-Json value(const kvalgo2::KVSensorModeInfo&) {
-    return nullptr;
-}
-Json value(const kvalgo2::KVSensorCaps&) {
-    return nullptr;
-}
 
 // ---- Calls of the common shapes ---------------------------------------------
 
@@ -373,6 +243,15 @@ Outcome finalCrop(Call& c) {
                    ""};
 }
 
+// Android's colour filter arrangements, by value.
+Outcome bayerPattern(Call& c) {
+    static const char* kNames[] = {"RGGB", "GRBG", "GBRG", "BGGR", "RGB", "MONO", "NIR"};
+    unsigned char cfa = 0;
+    const int rc = c.utils.GetSensorBayerPatten(c.md, &cfa);
+    if (rc != 0) return Outcome{rc, nullptr, ""};
+    return Outcome{rc, Json{{"value", cfa}, {"pattern", cfa < 7 ? kNames[cfa] : "unknown"}}, ""};
+}
+
 Outcome shadingMapSize(Call& c) {
     int grid[2] = {};
     const int rc = c.utils.GetLensInfoShadingMapSize(c.md, grid);
@@ -480,14 +359,11 @@ Outcome roleOfCamera(Call& c) {
         rc, Json{{"cameraId", c.capture.cameraId}, {"roleId", rc == 0 ? Json(role) : Json()}}, ""};
 }
 
-Outcome roleOfFrameCamera(Call& c) {
-    int role = 0;
-    const int rc = c.utils.GetCameraRoleId(c.md, &role);
-    return Outcome{rc, rc == 0 ? Json(role) : Json(), ""};
-}
-
-Outcome roleInFrame(Call& c) {
-    unsigned int role = 0;
+// The md overloads: of the frame's camera's static metadata (int) or of the
+// frame itself (unsigned).
+template <typename T>
+Outcome frameRole(Call& c) {
+    T role = 0;
     const int rc = c.utils.GetCameraRoleId(c.md, &role);
     return Outcome{rc, rc == 0 ? Json(role) : Json(), ""};
 }
@@ -673,7 +549,7 @@ const std::vector<Getter>& getterTable() {
         // Minimum zoom and lens static information.
         PLAIN(kGeometry, GetRealAvailableMinDigitalZoom),
         {kGeometry, "GetLensInfoShadingMapSize", Given::Frame, shadingMapSize},
-        PLAIN(kGeometry, GetSensorBayerPatten),
+        {kGeometry, "GetSensorBayerPatten", Given::Frame, bayerPattern},
         // Faces and focus regions, mapped into the input image.
         {kGeometry, "GetFacesInfoHolder", Given::Frame, facesHolder},
         {kGeometry, "GetFaceRect", Given::Frame, faceRect},
@@ -684,8 +560,8 @@ const std::vector<Getter>& getterTable() {
 
         // Camera roles.
         {kIdentity, "GetCameraRoleId(cameraId)", Given::Nothing, roleOfCamera},
-        {kIdentity, "GetCameraRoleId(md, int*)", Given::Frame, roleOfFrameCamera},
-        {kIdentity, "GetCameraRoleId(md, uint*)", Given::Frame, roleInFrame},
+        {kIdentity, "GetCameraRoleId(md, int*)", Given::Frame, frameRole<int>},
+        {kIdentity, "GetCameraRoleId(md, uint*)", Given::Frame, frameRole<unsigned int>},
         PLAIN(kIdentity, GetCameraRoleIds),
         {kIdentity, "GetMultiCameraPhyCameraRoleIds(id)", Given::Nothing, physicalRolesOfCamera},
         {kIdentity, "GetMultiCameraPhyCameraRoleIds(md)", Given::Frame, physicalRolesOfFrame},

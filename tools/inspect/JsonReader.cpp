@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <limits>
 
 namespace inspect {
 
@@ -70,6 +71,11 @@ int64_t Node::integer(int64_t min, int64_t max, const char* what) const {
     }
     if (v < min || v > max) expected();
     return v;
+}
+
+int32_t Node::int32() const {
+    return static_cast<int32_t>(
+        integer(std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max()));
 }
 
 double Node::number() const {

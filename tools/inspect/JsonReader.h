@@ -44,6 +44,7 @@ public:
     // integer is a JSON integer or a hexadecimal string ("0x1ff"); `what`
     // replaces "an integer from min to max" in the message.
     int64_t integer(int64_t min, int64_t max, const char* what = nullptr) const;
+    int32_t int32() const;
     double number() const;
     bool boolean() const;
     const std::string& string() const;

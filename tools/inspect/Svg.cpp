@@ -94,6 +94,7 @@ public:
     // A label goes above the rectangle's top-left corner, or below its
     // bottom-left corner, outside, so that it never hides what is inside.
     void rect(const Rect& r, const Style& s, const std::string& label = "", bool below = false) {
+        if (r.width < 0 || r.height < 0) return;  // corners given the wrong way round
         out_ << "<rect x=\"" << fmt(px(r.left)) << "\" y=\"" << fmt(py(r.top)) << "\" width=\""
              << fmt(r.width * scale_) << "\" height=\"" << fmt(r.height * scale_) << "\" fill=\""
              << s.fill << "\" stroke=\"" << s.stroke << "\" stroke-width=\"" << s.width << "\"";

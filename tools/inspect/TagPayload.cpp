@@ -1,6 +1,7 @@
 #include "TagPayload.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -70,8 +71,12 @@ void appendValue(std::vector<uint8_t>& bytes, TagType type, const Node& v, const
             return;
         case TagType::Float:
         case TagType::Double:
-            if (!v.json().is_number())
+            // A float must be one: 1e300 is not silently infinity.
+            if (!v.json().is_number() ||
+                (type == TagType::Float &&
+                 std::fabs(v.json().get<double>()) > std::numeric_limits<float>::max())) {
                 v.fail(std::string("expected ") + what + ", got " + describe(v.json()));
+            }
             if (type == TagType::Float) {
                 append(bytes, v.json().get<float>());
             } else {
@@ -198,10 +203,7 @@ void readRecords(Fields& tag, const RecordLayout& layout, std::vector<uint8_t>& 
     records.array();
     const auto field = [&](Fields& object, const char* name, int64_t fallback) {
         const auto v = object.take(name);
-        const int64_t value =
-            v ? v->integer(std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max())
-              : fallback;
-        append(bytes, static_cast<int32_t>(value));
+        append(bytes, v ? v->int32() : static_cast<int32_t>(fallback));
     };
     for (const char* name : layout.header) {
         field(tag, name, std::strcmp(name, "count") == 0 ? records.json().size() : 0);

@@ -255,6 +255,10 @@ INSTANTIATE_TEST_SUITE_P(
                 withFrameTags(R"({"tag": "android.control.zoomRatio", "values": ["2x"]})"),
                 "capture.json: frame.tags[0] \"android.control.zoomRatio\": values[0]: expected "
                 "float values, got \"2x\""},
+        BadCase{"FloatOutOfRange",
+                withFrameTags(R"({"tag": "android.control.zoomRatio", "values": [1e300]})"),
+                "capture.json: frame.tags[0] \"android.control.zoomRatio\": values[0]: expected "
+                "float values, got 1e+300"},
         BadCase{"TypeMismatch",
                 withFrameTags(R"({"tag": "kovani.flash.mode", "type": "float", "values": [1]})"),
                 "capture.json: frame.tags[0] \"kovani.flash.mode\": type: the tag holds int32 "

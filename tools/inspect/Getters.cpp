@@ -106,7 +106,8 @@ Outcome lensShadingMap(Call& c) {
                            " floats; the library copies " + std::to_string(values) + " for a " +
                            std::to_string(grid[0]) + "x" + std::to_string(grid[1]) + " grid"};
     }
-    std::vector<float> map(values);
+    // Room for what the tag holds: without the tag the library copies nothing.
+    std::vector<float> map(std::max<size_t>(held >= values ? values : 0, 1));
     int arg[2] = {grid[0], grid[1]};
     const int rc = c.utils.GetLSC(c.md, arg, map.data());
     return Outcome{rc, rc == 0 ? Json{{"grid", grid}, {"map", floats(map.data(), values)}} : Json(),

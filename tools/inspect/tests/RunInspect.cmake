@@ -1,13 +1,15 @@
 # Runs metautils-inspect from the source tree and checks what it did.
 #
 #   cmake -DTOOL=<program> [-DEMULATOR=<runner>] -DSOURCE_DIR=<repository> -DARGS=<a|b|...>
-#         (-DGOLDEN=<file> [-DOUTPUT=<file>] | -DEXPECT_ERROR=<text>) -P RunInspect.cmake
+#         (-DGOLDEN=<file> [-DOUTPUT=<file>] | -DEXPECT_OUTPUT=<text|text...>
+#          | -DEXPECT_ERROR=<text>) -P RunInspect.cmake
 #
 # GOLDEN: the run must succeed, and what it printed (or wrote to OUTPUT) must
 # equal the golden file, log line numbers masked so that editing the library
 # does not break the comparison. With INSPECT_UPDATE_GOLDEN=1 in the
 # environment the golden file is rewritten instead: review the difference
 # before committing it.
+# EXPECT_OUTPUT: the run must succeed and print each "|"-separated text.
 # EXPECT_ERROR: the run must fail, print nothing on standard output and
 # print the text on standard error.
 string(REPLACE "|" ";" ARGS "${ARGS}")
@@ -31,6 +33,16 @@ endif()
 
 if(NOT status EQUAL 0)
   message(FATAL_ERROR "failed with status ${status}:\n${err}")
+endif()
+if(DEFINED EXPECT_OUTPUT)
+  string(REPLACE "|" ";" texts "${EXPECT_OUTPUT}")
+  foreach(text IN LISTS texts)
+    string(FIND "${out}" "${text}" at)
+    if(at EQUAL -1)
+      message(FATAL_ERROR "expected in the report:\n${text}\ngot:\n${out}")
+    endif()
+  endforeach()
+  return()
 endif()
 if(DEFINED OUTPUT)
   file(READ ${OUTPUT} out)

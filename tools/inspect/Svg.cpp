@@ -63,6 +63,15 @@ struct Rect {
     double left, top, width, height;
 };
 
+// A rectangle in picture coordinates.
+void drawRect(std::ostream& out, const Rect& r, const Style& s) {
+    out << "<rect x=\"" << fmt(r.left) << "\" y=\"" << fmt(r.top) << "\" width=\"" << fmt(r.width)
+        << "\" height=\"" << fmt(r.height) << "\" fill=\"" << s.fill << "\" stroke=\"" << s.stroke
+        << "\" stroke-width=\"" << s.width << "\"";
+    if (*s.dash != '\0') out << " stroke-dasharray=\"" << s.dash << "\"";
+    out << "/>\n";
+}
+
 // A rectangle of a call's output: {"left", "top", "width", "height"}.
 std::optional<Rect> rectOf(const Json& v) {
     if (!v.is_object() || !v.contains("left") || !v.contains("height")) return std::nullopt;
@@ -95,11 +104,7 @@ public:
     // bottom-left corner, outside, so that it never hides what is inside.
     void rect(const Rect& r, const Style& s, const std::string& label = "", bool below = false) {
         if (r.width < 0 || r.height < 0) return;  // corners given the wrong way round
-        out_ << "<rect x=\"" << fmt(px(r.left)) << "\" y=\"" << fmt(py(r.top)) << "\" width=\""
-             << fmt(r.width * scale_) << "\" height=\"" << fmt(r.height * scale_) << "\" fill=\""
-             << s.fill << "\" stroke=\"" << s.stroke << "\" stroke-width=\"" << s.width << "\"";
-        if (*s.dash != '\0') out_ << " stroke-dasharray=\"" << s.dash << "\"";
-        out_ << "/>\n";
+        drawRect(out_, {px(r.left), py(r.top), r.width * scale_, r.height * scale_}, s);
         if (label.empty()) return;
         text(px(r.left), below ? py(r.top + r.height) + 14 : py(r.top) - 4, label, s.stroke,
              "bold");
@@ -135,12 +140,8 @@ struct LegendItem {
 
 void legend(std::ostringstream& out, double x, double y, const std::vector<LegendItem>& items) {
     for (const LegendItem& item : items) {
-        const Style& s = *item.style;
-        out << "<rect x=\"" << fmt(x) << "\" y=\"" << fmt(y - 10) << "\" width=\"28\" height=\"12\""
-            << " fill=\"" << s.fill << "\" stroke=\"" << s.stroke << "\" stroke-width=\"" << s.width
-            << "\"";
-        if (*s.dash != '\0') out << " stroke-dasharray=\"" << s.dash << "\"";
-        out << "/>\n<text x=\"" << fmt(x + 36) << "\" y=\"" << fmt(y) << "\">" << escaped(item.text)
+        drawRect(out, {x, y - 10, 28, 12}, *item.style);
+        out << "<text x=\"" << fmt(x + 36) << "\" y=\"" << fmt(y) << "\">" << escaped(item.text)
             << "</text>\n";
         y += 18;
     }

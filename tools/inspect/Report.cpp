@@ -56,6 +56,7 @@ std::string scalarText(const Json& v) {
     if (v.is_null()) return "-";
     if (!v.is_string()) return v.dump();
     const std::string& s = v.get_ref<const std::string&>();
+    if (s.empty()) return "\"\"";  // "" is what does not fit on a line
     if (s.size() <= kLongText) return s;
     return s.substr(0, kLongText - 16) + "... (" + std::to_string(s.size()) + " chars)";
 }
@@ -126,7 +127,9 @@ void writeWrapped(std::ostringstream& out, const std::string& label, const Json&
 // short as it can be.
 void writeBlock(std::ostringstream& out, const std::string& label, const Json& v, size_t indent) {
     const std::string pad(indent, ' ');
-    const std::string text = fitted(outerText(v), indent + label.size() + 1);
+    // A scalar has no parts to spread: it stays on its line, however long.
+    const std::string text =
+        isScalar(v) ? scalarText(v) : fitted(outerText(v), indent + label.size() + 1);
     if (!text.empty()) {
         out << pad << label << (label.empty() ? "" : " ") << text << "\n";
         return;

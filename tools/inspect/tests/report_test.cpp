@@ -27,6 +27,7 @@ INSTANTIATE_TEST_SUITE_P(
     Values, Inline,
     ::testing::Values(
         InlineCase{"Nothing", Json(), "-"}, InlineCase{"Number", Json(1.25), "1.25"},
+        InlineCase{"EmptyString", Json(""), "\"\""},
         InlineCase{"Rectangle", Json{{"left", 480}, {"top", 240}, {"width", 240}, {"height", 300}},
                    "(480, 240) 240x300"},
         InlineCase{"Size", Json{{"width", 4000}, {"height", 3000}}, "4000x3000"},

@@ -925,30 +925,26 @@ int MetaUtils::GetFinalCropRegion(std::shared_ptr<KvMetadata> metadata, ChiRect&
         ChiRect out = in;
         const float fw = static_cast<float>(in.width) / static_cast<float>(active.width);
         const float fh = static_cast<float>(in.height) / static_cast<float>(active.height);
+        // One axis takes the other's fraction of the active array, made even and
+        // moved to keep its centre, or the sensor's whole extent from 0 when
+        // that start would be negative.
+        auto refit = [](uint32_t& pos, uint32_t& size, float fraction, uint32_t activeExtent,
+                        uint32_t sensorExtent) {
+            const int32_t newSize =
+                detail::SaturateCast<int32_t>(fraction * static_cast<float>(activeExtent)) & ~1;
+            const int32_t newPos = Wrap(pos + static_cast<uint32_t>(Wrap(size - newSize) >> 1));
+            if (newPos < 0) {
+                pos = 0;
+                size = sensorExtent;
+            } else {
+                pos = static_cast<uint32_t>(newPos);
+                size = static_cast<uint32_t>(newSize);
+            }
+        };
         if (fh > fw + 0.01f) {
-            const int32_t newWidth =
-                detail::SaturateCast<int32_t>(fh * static_cast<float>(active.width)) & ~1;
-            const int32_t newLeft =
-                Wrap(in.left + static_cast<uint32_t>(Wrap(in.width - newWidth) >> 1));
-            if (newLeft < 0) {
-                out.left = 0;
-                out.width = sensorSize.width;
-            } else {
-                out.left = static_cast<uint32_t>(newLeft);
-                out.width = static_cast<uint32_t>(newWidth);
-            }
+            refit(out.left, out.width, fh, active.width, sensorSize.width);
         } else if (fw > fh + 0.01f) {
-            const int32_t newHeight =
-                detail::SaturateCast<int32_t>(fw * static_cast<float>(active.height)) & ~1;
-            const int32_t newTop =
-                Wrap(in.top + static_cast<uint32_t>(Wrap(in.height - newHeight) >> 1));
-            if (newTop < 0) {
-                out.top = 0;
-                out.height = sensorSize.height;
-            } else {
-                out.top = static_cast<uint32_t>(newTop);
-                out.height = static_cast<uint32_t>(newHeight);
-            }
+            refit(out.top, out.height, fw, active.height, sensorSize.height);
         }
         KV_DLOG_I("allInOneCrop input crop (%d, %d, %d, %d) output crop (%d, %d, %d, %d)", in.left,
                   in.top, in.width, in.height, out.left, out.top, out.width, out.height);

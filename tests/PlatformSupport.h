@@ -1,10 +1,11 @@
 // Helpers of the tests that go through the platform adapter: a fixture that
-// resets the stand-in adapter around each test, and readers of the
+// resets the stand-in adapter around each test, and a reader of the
 // secondary-convention lines.
 #pragma once
 
 #include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "TestSupport.h"
@@ -26,17 +27,13 @@ protected:
         kvhost::setAdapterScript(s);
     }
 
-    // One secondary-convention statement, as the interceptor saw it.
     struct DebugLine {
-        std::string file;
-        std::string func;
-        std::string format;
-        std::string text;
+        std::string file, func, format, text;
     };
 
-    // Every secondary statement; each must also have reached Android's log
-    // (the interceptor leaves lines alone by default) and the offline sink
-    // with the same text.
+    // Every secondary statement as the interceptor saw it; each must also
+    // have reached Android's log (the interceptor leaves lines alone by
+    // default) and the offline sink with the same text.
     std::vector<DebugLine> DebugLines() const {
         const auto intercepted = capture.records(kvhost::LogSink::DebugIntercept);
         const auto android = capture.records(kvhost::LogSink::Android);
@@ -49,9 +46,8 @@ protected:
             EXPECT_EQ(r.group, 2u);
             EXPECT_EQ(r.letter, 'I');
             if (i < offline.size()) {
-                EXPECT_EQ(offline[i].text, r.text);
-                EXPECT_EQ(offline[i].func, r.func);
-                EXPECT_EQ(offline[i].line, r.line);
+                EXPECT_EQ(std::tie(offline[i].text, offline[i].func, offline[i].line),
+                          std::tie(r.text, r.func, r.line));
             }
             if (i < android.size()) {
                 EXPECT_EQ(android[i].priority, 4);

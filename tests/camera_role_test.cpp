@@ -12,8 +12,6 @@ namespace {
 
 using kvalgo2::MetaUtils;
 
-constexpr const char* kMU = "MetaUtils.cpp";
-constexpr const char* kMtk = "MetaUtilsMtk.cpp";
 constexpr const char* kRoleTag = "com.kovani.cameraid.role.cameraId";
 constexpr uint32_t kPhysicalIds = 0x1A0000;
 
@@ -24,123 +22,88 @@ void CameraWithRole(int cameraId, int role) {
     kvhost::setStaticMetadata(static_cast<uint32_t>(cameraId), stat);
 }
 
-class Roles : public MetaTest {
-protected:
-    void Physical(int logicalId, const std::string& bytes) {
-        auto stat = kvhost::Metadata::create();
-        if (bytes.empty()) {
-            stat->putEmpty(kPhysicalIds);
-        } else {
-            stat->putBytes(kPhysicalIds, bytes.data(), bytes.size());
-        }
-        kvhost::setStaticMetadata(static_cast<uint32_t>(logicalId), stat);
+// Static metadata of a logical camera with its physical ids ("" for an empty entry).
+void Physical(int logicalId, const std::string& bytes) {
+    auto stat = kvhost::Metadata::create();
+    if (bytes.empty()) {
+        stat->putEmpty(kPhysicalIds);
+    } else {
+        stat->putBytes(kPhysicalIds, bytes.data(), bytes.size());
     }
-};
-
-// One row per single-tag role getter: where its tag comes from and what its
-// failures say.
-struct RoleRow {
-    const char* method;
-    const char* file;
-    // Puts `role` where the getter looks for it; the frame's framework camera
-    // id is always 4.
-    std::function<void(kvhost::Metadata& frame, int role)> place;
-    std::function<int(MetaUtils&, std::shared_ptr<KvMetadata>, int* out)> call;
-    const char* lookupFail;
-};
-
-std::ostream& operator<<(std::ostream& os, const RoleRow& r) {
-    return os << r.method;
+    kvhost::setStaticMetadata(static_cast<uint32_t>(logicalId), stat);
 }
 
-void InStatic(kvhost::Metadata&, int role) {
-    CameraWithRole(4, role);
+// The single-tag role getters: where each finds its tag, what its failure says.
+// The frame's framework camera id is always 4.
+TEST_F(MetaTest, RoleGettersReadElementZeroOnly) {
+    using Call = std::function<int(MetaUtils&, std::shared_ptr<KvMetadata>, int*)>;
+    const struct {
+        const char* method;
+        const char* file;
+        const char* frameTag;  // null: the role comes from camera 4's static metadata
+        Call call;
+        const char* lookupFail;
+    } rows[] = {
+        {"GetCameraRoleId", kMU, nullptr,
+         [](MetaUtils& u, auto, int* out) { return u.GetCameraRoleId(4, out); },
+         "GetMetadata com.kovani.cameraid.role.cameraId err"},
+        {"GetCameraRoleId", kMU, nullptr,
+         [](MetaUtils& u, auto m, int* out) { return u.GetCameraRoleId(m, out); },
+         "GetMetadata com.kovani.cameraid.role.cameraId err"},
+        {"GetCameraRoleId", kMtk, kRoleTag,
+         [](MetaUtils& u, auto m, int* out) {
+             return u.GetCameraRoleId(m, reinterpret_cast<unsigned*>(out));
+         },
+         "GetMetadata err"},
+        {"GetCameraRoleIds", kMU, "com.kovani.cameraid.role.cameraIds",
+         [](MetaUtils& u, auto m, int* out) { return u.GetCameraRoleIds(m, out); },
+         "GetMetadata CameraRoleId err"},
+    };
+    for (const auto& r : rows) {
+        const char* method = r.method;
+        SCOPED_TRACE(::testing::Message() << &r - rows << " " << r.file << " " << method);
+        capture.clear();
+        md->clear();
+        kvhost::clearStaticMetadata();
+        md->putInt32("kovani.snapshot.fwkCameraId", {4});
+        int out[2] = {7, 7};
+        EXPECT_EQ(r.call(utils, md, nullptr), -2);
+        EXPECT_EQ(r.call(utils, md, out), -2);  // absent: the lookup's code, after its line
+        // Camera 4 has no static metadata yet: a null container for the static rows.
+        EXPECT_EQ(Lines(), (LineList{L(4, r.file, method, "arg err"),
+                                     r.frameTag == nullptr ? kArgNull : kLookupMiss,
+                                     L(3, r.file, method, r.lookupFail)}));
+        if (r.frameTag == nullptr) {
+            CameraWithRole(4, -3);
+        } else {
+            md->putInt32(r.frameTag, {-3, 98, 97});
+        }
+        capture.clear();
+        EXPECT_EQ(r.call(utils, md, out), 0);  // all 32 bits, also to the unsigned overload
+        EXPECT_EQ(out[0], -3);
+        EXPECT_EQ(out[1], 7);
+        EXPECT_TRUE(Lines().empty());
+    }
 }
 
-const RoleRow kRoleRows[] = {
-    {"GetCameraRoleId", kMU, InStatic,
-     [](MetaUtils& u, std::shared_ptr<KvMetadata>, int* out) { return u.GetCameraRoleId(4, out); },
-     "GetMetadata com.kovani.cameraid.role.cameraId err"},
-    {"GetCameraRoleId", kMU, InStatic,
-     [](MetaUtils& u, std::shared_ptr<KvMetadata> m, int* out) {
-         return u.GetCameraRoleId(std::move(m), out);
-     },
-     "GetMetadata com.kovani.cameraid.role.cameraId err"},
-    {"GetCameraRoleId", kMtk,
-     [](kvhost::Metadata& frame, int role) {
-         frame.putInt32(kRoleTag, {role, 99});
-     },
-     [](MetaUtils& u, std::shared_ptr<KvMetadata> m, int* out) {
-         return u.GetCameraRoleId(std::move(m), reinterpret_cast<unsigned*>(out));
-     },
-     "GetMetadata err"},
-    {"GetCameraRoleIds", kMU,
-     [](kvhost::Metadata& frame, int role) {
-         frame.putInt32("com.kovani.cameraid.role.cameraIds", {role, 98, 97});
-     },
-     [](MetaUtils& u, std::shared_ptr<KvMetadata> m, int* out) {
-         return u.GetCameraRoleIds(std::move(m), out);
-     },
-     "GetMetadata CameraRoleId err"},
-};
-
-class RoleGetter : public Roles, public ::testing::WithParamInterface<RoleRow> {
-protected:
-    void SetUp() override { md->putInt32("kovani.snapshot.fwkCameraId", {4}); }
-};
-
-TEST_P(RoleGetter, ReadsElementZeroOnly) {
-    const RoleRow& r = GetParam();
-    r.place(*md, -3);  // all 32 bits travel, also to the unsigned overload
-    int out[2] = {7, 7};
-    EXPECT_EQ(r.call(utils, md, out), 0);
-    EXPECT_EQ(out[0], -3);
-    EXPECT_EQ(out[1], 7);
-    EXPECT_TRUE(Lines().empty());
-}
-
-TEST_P(RoleGetter, Failures) {
-    const RoleRow& r = GetParam();
-    EXPECT_EQ(r.call(utils, md, nullptr), -2);
-    EXPECT_EQ(Lines(), (std::vector<Line>{L(4, r.file, r.method, "arg err")}));
-
-    // Absent: the lookup's code, after the lookup's own line.
-    int out = 7;
-    capture.clear();
-    EXPECT_EQ(r.call(utils, md, &out), -2);
-    const std::vector<Line> lines = Lines();
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[0].func, "GetMetaData");
-    EXPECT_EQ(lines[1], L(3, r.file, r.method, r.lookupFail));
-    EXPECT_EQ(out, 7);
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, RoleGetter, ::testing::ValuesIn(kRoleRows), [](const auto& info) {
-    return std::to_string(info.index) + "_" + info.param.method;
-});
-
-TEST_F(Roles, RoleOfTheFrameCameraNeedsItsFrameworkId) {
+TEST_F(MetaTest, RoleOfTheFrameCameraNeedsItsFrameworkId) {
     CameraWithRole(4, 20);
     int role = 7;
     EXPECT_EQ(utils.GetCameraRoleId(md, &role), -2);
     EXPECT_EQ(role, 7);
-    EXPECT_EQ(Lines(),
-              (std::vector<Line>{L(3, kMU, "GetMetaData", "GetMetadata err"),
-                                 L(3, kMU, "GetFwkCameraId", "Get fwkCameraId err"),
+    EXPECT_EQ(Lines(), (LineList{kLookupMiss, L(3, kMU, "GetFwkCameraId", "Get fwkCameraId err"),
                                  L(3, kMU, "GetCameraRoleId", "GetMetadata FwkCameraId fail")}));
 }
 
-TEST_F(Roles, PhysicalCameraRolesAppended) {
+TEST_F(MetaTest, PhysicalCameraRolesAppended) {
     CameraWithRole(12, 21);
     CameraWithRole(5, 1);
     Physical(0, std::string("12\0005\0", 5));
     std::vector<int> roles{-9};
     EXPECT_EQ(utils.GetMultiCameraPhyCameraRoleIds(0, roles), 0);
-    EXPECT_EQ(roles, (std::vector<int>{-9, 21, 1}));
     EXPECT_EQ(utils.GetMultiCameraPhyCameraRoleIds(0, roles), 0);
     EXPECT_EQ(roles, (std::vector<int>{-9, 21, 1, 21, 1}));
     EXPECT_TRUE(Lines().empty());
-
     // Through the frame's framework camera.
     md->putInt32("kovani.snapshot.fwkCameraId", {0});
     roles.clear();
@@ -148,7 +111,7 @@ TEST_F(Roles, PhysicalCameraRolesAppended) {
     EXPECT_EQ(roles, (std::vector<int>{21, 1}));
 }
 
-TEST_F(Roles, PhysicalIdsParsedLikeAtoi) {
+TEST_F(MetaTest, PhysicalIdsParsedLikeAtoi) {
     CameraWithRole(0, 40);
     CameraWithRole(7, 22);
     // "ab" is camera 0, "7x" camera 7, camera 3 has no role: 0. The last id
@@ -166,7 +129,7 @@ TEST_F(Roles, PhysicalIdsParsedLikeAtoi) {
               L(3, kMU, "GetCameraRoleId", "GetMetadata com.kovani.cameraid.role.cameraId err"));
 }
 
-TEST_F(Roles, PhysicalIdsFailures) {
+TEST_F(MetaTest, PhysicalIdsFailures) {
     const Line fail = L(3, kMU, "GetMultiCameraPhyCameraRoleIds",
                         "GetMetadata ANDROID_LOGICAL_MULTI_CAMERA_PHYSICAL_IDS err");
     std::vector<int> roles{5};
@@ -191,14 +154,13 @@ TEST_F(MetaTest, SensorModeMapping) {
     const int modes[] = {0, 0, 2, 3, 5, 0, 15, 4, 7, 10, 9, 0, 0, 0, 0, 0, 2, 1, 6, 0, 0};
     for (int type = -1; type <= 19; ++type) {
         capture.clear();
-        bool a = false;
-        bool b = false;
+        bool a = false, b = false;
         const int mode = utils.getAIspSensorMode(type, a, b);
         EXPECT_EQ(mode, modes[type + 1]) << type;
         EXPECT_EQ(a && b, type == 5) << type;
         EXPECT_EQ(a || b, type == 5) << type;
         const bool unknown = type < 0 || type == 4 || (type >= 10 && type <= 14) || type >= 18;
-        std::vector<Line> expected;
+        LineList expected;
         if (unknown) {
             expected.push_back(
                 L(3, kMtk, "getAIspSensorMode", "unkown sensorModeType:" + std::to_string(type)));
@@ -209,8 +171,7 @@ TEST_F(MetaTest, SensorModeMapping) {
         EXPECT_EQ(Lines(), expected) << type;
     }
     // Flags are set, never cleared.
-    bool a = true;
-    bool b = true;
+    bool a = true, b = true;
     EXPECT_EQ(utils.getAIspSensorMode(1, a, b), 2);
     EXPECT_TRUE(a && b);
 }
@@ -236,28 +197,23 @@ TEST_F(MetaTest, FrameResultLastValidPairWins) {
     }
 }
 
-TEST_F(MetaTest, SensorModeReadersFailures) {
+TEST_F(MetaTest, SensorModeReaders) {
     int out = 7;
     EXPECT_EQ(utils.GetKovaniSensorModeType(md, nullptr), -2);
     EXPECT_EQ(utils.GetKovaniSensorModeType(md, &out), -2);
     EXPECT_EQ(utils.GetSensorMode(md, nullptr), -2);
     EXPECT_EQ(utils.GetSensorMode(md, &out), -2);
     EXPECT_EQ(out, 7);
-    const Line getFail = L(3, kMU, "GetMetaData", "GetMetadata err");
-    EXPECT_EQ(Lines(),
-              (std::vector<Line>{
-                  L(4, kMtk, "GetKovaniSensorModeType", "arg err"), getFail,
+    EXPECT_EQ(
+        Lines(),
+        (LineList{L(4, kMtk, "GetKovaniSensorModeType", "arg err"), kLookupMiss,
                   L(3, kMtk, "GetKovaniSensorModeType",
                     "GetMetadata com.kovani.camera.sensorpolicy.frameresult err"),
-                  L(4, kMtk, "GetSensorMode", "arg err"), getFail,
+                  L(4, kMtk, "GetSensorMode", "arg err"), kLookupMiss,
                   L(3, kMtk, "GetSensorMode", "GetMetadata kovani.streaming.sensormode err")}));
-}
-
-TEST_F(MetaTest, StreamingSensorModeIsTheSecondElement) {
-    md->putInt32("kovani.streaming.sensormode", {3, 8, 9});
-    int mode = 0;
-    EXPECT_EQ(utils.GetSensorMode(md, &mode), 0);
-    EXPECT_EQ(mode, 8);
+    md->putInt32("kovani.streaming.sensormode", {3, 8, 9});  // the second element
+    EXPECT_EQ(utils.GetSensorMode(md, &out), 0);
+    EXPECT_EQ(out, 8);
 }
 
 }  // namespace

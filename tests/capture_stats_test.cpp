@@ -9,62 +9,59 @@
 namespace kvtest {
 namespace {
 
-constexpr const char* kMtk = "MetaUtilsMtk.cpp";
-const Line kLookupMiss = L(3, "MetaUtils.cpp", "GetMetaData", "GetMetadata err");
-
 // ---- Exposure ratio and tone gains ---------------------------------------------
 
 TEST_F(MetaTest, TfnrExposureRatioIsTwoToTheThousandthsOfEv) {
+    const Line zero =
+        L(3, kMtk, "GetTFNRExpRatio", "GetMetadata kovani.hdr.custom.adjustratio = 0");
+    const Line fail =
+        L(3, kMtk, "GetTFNRExpRatio", "GetMetadata kovani.hdr.custom.adjustratio fail");
     const struct {
+        bool present;
         int32_t milliEv;
+        int rc;
         float ratio;
-    } cases[] = {{1000, 2.0f}, {-1000, 0.5f}, {2500, 5.65685424949238f}, {3000, 8.0f}};
+        LineList lines;
+    } cases[] = {{true, 1000, 0, 2.0f, {}},
+                 {true, -1000, 0, 0.5f, {}},
+                 {true, 2500, 0, 5.65685424949238f, {}},
+                 {true, 3000, 0, 8.0f, {}},
+                 {true, 0, 0, 1.0f, {zero}},
+                 {false, 0, -2, 9.0f, {kLookupMiss, fail}}};
     for (const auto& c : cases) {
-        md->putInt32("kovani.hdr.custom.adjustratio", {c.milliEv});
-        float ratio = 0.0f;
-        EXPECT_EQ(utils.GetTFNRExpRatio(md, &ratio), 0);
+        capture.clear();
+        md->clear();
+        if (c.present) md->putInt32("kovani.hdr.custom.adjustratio", {c.milliEv});
+        float ratio = 9.0f;
+        EXPECT_EQ(utils.GetTFNRExpRatio(md, &ratio), c.rc);
         EXPECT_EQ(ratio, c.ratio) << c.milliEv;
+        EXPECT_EQ(Lines(), c.lines) << c.milliEv;
     }
-    EXPECT_TRUE(Lines().empty());
-}
-
-TEST_F(MetaTest, TfnrExposureRatioOfZeroIsOneAndLogged) {
-    md->putInt32("kovani.hdr.custom.adjustratio", {0});
-    float ratio = 0.0f;
-    EXPECT_EQ(utils.GetTFNRExpRatio(md, &ratio), 0);
-    EXPECT_EQ(ratio, 1.0f);
-    EXPECT_EQ(Lines(), (std::vector<Line>{L(3, kMtk, "GetTFNRExpRatio",
-                                            "GetMetadata kovani.hdr.custom.adjustratio = 0")}));
-}
-
-TEST_F(MetaTest, TfnrExposureRatioMissing) {
-    float ratio = 9.0f;
-    EXPECT_EQ(utils.GetTFNRExpRatio(md, &ratio), -2);
-    EXPECT_EQ(ratio, 9.0f);
-    EXPECT_EQ(Lines(), (std::vector<Line>{kLookupMiss,
-                                          L(3, kMtk, "GetTFNRExpRatio",
-                                            "GetMetadata kovani.hdr.custom.adjustratio fail")}));
 }
 
 TEST_F(MetaTest, AdrcGainAndTheSafeExposureFlag) {
+    const LineList noToneGain = {kLookupMiss,
+                                 L(3, kMtk, "GetBurstInfoAdrcGain", "GetMetadata err")};
     const struct {
         const char* what;
-        int32_t toneGain;
-        int safeFlag;  // -1: tag absent
+        int32_t toneGain;  // -1: tag absent
+        int safeFlag;      // -1: tag absent
         int rc;
         float gain;
+        LineList lines;
     } cases[] = {
-        {"flag absent: low byte of 1536 is 0", 1536, -1, -1, 1.5f},
-        {"flag absent: low byte of 1537 is 1", 1537, -1, -1, 1.0f},
-        {"flag set", 1536, 1, 0, 1.0f},
-        {"flag clear", 1536, 0, 0, 1.5f},
-        {"fraction exact in double", 1000, 0, 0, 0.9765625f},
+        {"flag absent: low byte of 1536 is 0", 1536, -1, -1, 1.5f, {}},
+        {"flag absent: low byte of 1537 is 1", 1537, -1, -1, 1.0f, {}},
+        {"flag set", 1536, 1, 0, 1.0f, {}},
+        {"flag clear", 1536, 0, 0, 1.5f, {}},
+        {"fraction exact in double", 1000, 0, 0, 0.9765625f, {}},
+        {"no tone gain", -1, 0, -2, -1.0f, noToneGain},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         capture.clear();
-        md->putInt32("kovani.ae.mid.tonegain", {c.toneGain});
-        md->erase("kovani.safe.exposure.enabled");
+        md->clear();
+        if (c.toneGain >= 0) md->putInt32("kovani.ae.mid.tonegain", {c.toneGain});
         if (c.safeFlag >= 0) {
             const uint8_t flag = static_cast<uint8_t>(c.safeFlag);
             md->putBytes("kovani.safe.exposure.enabled", &flag, 1);
@@ -72,16 +69,8 @@ TEST_F(MetaTest, AdrcGainAndTheSafeExposureFlag) {
         float gain = -1.0f;
         EXPECT_EQ(utils.GetBurstInfoAdrcGain(md, &gain), c.rc);
         EXPECT_EQ(gain, c.gain);
-        EXPECT_TRUE(Lines().empty());  // the missing flag is silent
+        EXPECT_EQ(Lines(), c.lines);  // the missing flag is silent
     }
-}
-
-TEST_F(MetaTest, AdrcGainWithoutToneGain) {
-    float gain = -1.0f;
-    EXPECT_EQ(utils.GetBurstInfoAdrcGain(md, &gain), -2);
-    EXPECT_EQ(gain, -1.0f);
-    EXPECT_EQ(Lines(), (std::vector<Line>{kLookupMiss,
-                                          L(3, kMtk, "GetBurstInfoAdrcGain", "GetMetadata err")}));
 }
 
 TEST_F(MetaTest, LinearGainIsSensorTimesIspGain) {
@@ -96,8 +85,7 @@ TEST_F(MetaTest, LinearGainIsSensorTimesIspGain) {
     capture.clear();
     EXPECT_EQ(utils.GetBurstInfoLinearGain(md, &gain, 3), -2);
     EXPECT_EQ(gain, -1.0f);
-    EXPECT_EQ(Lines(),
-              (std::vector<Line>{kLookupMiss,
+    EXPECT_EQ(Lines(), (LineList{kLookupMiss,
                                  L(3, kMtk, "GetBurstInfoBpsIspGain",
                                    "GetMetadata MTK_3A_FEATURE_AE_ISP_GAIN_VALUE err"),
                                  L(3, kMtk, "GetBurstInfoLinearGain", "GetMetadata IspGain err")}));
@@ -105,26 +93,21 @@ TEST_F(MetaTest, LinearGainIsSensorTimesIspGain) {
 
 // ---- White balance, gamma, histogram, black level, colour correction -------------
 
-TEST_F(MetaTest, AwbGainSkipsTheOddGreen) {
-    md->putFloat(0x2u, {1.9f, 1.0f, 1.01f, 2.2f});
-    kvalgo2::AWBGain gain{};
-    bool valid = false;
-    EXPECT_EQ(utils.GetAWBGain(md, gain, valid), 0);
-    EXPECT_TRUE(valid);
-    EXPECT_EQ(gain.rGain, 1.9f);
-    EXPECT_EQ(gain.gGain, 1.0f);
-    EXPECT_EQ(gain.bGain, 2.2f);
-}
-
-TEST_F(MetaTest, AwbGainClearsValidBeforeTheLookup) {
+TEST_F(MetaTest, AwbGainSkipsTheOddGreenAndClearsValidFirst) {
     kvalgo2::AWBGain gain{7.0f, 7.0f, 7.0f};
     bool valid = true;
     EXPECT_EQ(utils.GetAWBGain(md, gain, valid), -2);
     EXPECT_FALSE(valid);
     EXPECT_EQ(gain.rGain, 7.0f);
-    EXPECT_EQ(Lines(),
-              (std::vector<Line>{kLookupMiss, L(3, kMtk, "GetAWBGain",
+    EXPECT_EQ(Lines(), (LineList{kLookupMiss, L(3, kMtk, "GetAWBGain",
                                                 "GetMetadata MTK_COLOR_CORRECTION_GAINS err")}));
+
+    md->putFloat(0x2u, {1.9f, 1.0f, 1.01f, 2.2f});
+    EXPECT_EQ(utils.GetAWBGain(md, gain, valid), 0);
+    EXPECT_TRUE(valid);
+    EXPECT_EQ(gain.rGain, 1.9f);
+    EXPECT_EQ(gain.gGain, 1.0f);
+    EXPECT_EQ(gain.bGain, 2.2f);
 }
 
 TEST_F(MetaTest, GtmTableOnlyLogs) {
@@ -136,30 +119,23 @@ TEST_F(MetaTest, GtmTableOnlyLogs) {
     int table = 42;
     EXPECT_EQ(utils.GetGTMTable(md, &table), 0);
     EXPECT_EQ(table, 42);
-    EXPECT_EQ(Lines(),
-              (std::vector<Line>{L(1, kMtk, "GetGTMTable", "gtm curve, binNum:257 (11, 22)")}));
+    EXPECT_EQ(Lines(), (LineList{L(1, kMtk, "GetGTMTable", "gtm curve, binNum:257 (11, 22)")}));
 }
 
 TEST_F(MetaTest, PlatformGammaKnotsFollowTheirSteps) {
-    kvalgo2::MetaUtils u;
     AIspGammaTbl tbl{};
-    EXPECT_EQ(u.GetPlatFormGamma(nullptr, tbl), 0);
+    EXPECT_EQ(utils.GetPlatFormGamma(nullptr, tbl), 0);
     EXPECT_EQ(tbl.count, 257);
     // Steps of 2 over 128 intervals, 4 over 64, 8 over 63, then 7 to 1023.
     EXPECT_EQ(tbl.x[0], 0.0f);
     for (int i = 1; i < 257; ++i) {
         const float step = i <= 128 ? 2.0f : i <= 192 ? 4.0f : i <= 255 ? 8.0f : 7.0f;
         EXPECT_EQ(tbl.x[i] - tbl.x[i - 1], step) << i;
+        EXPECT_GT(tbl.y[i], tbl.y[i - 1]) << i;
     }
-    EXPECT_EQ(tbl.x[256], 1023.0f);
-    // The curve: increasing from 0 to 1023, spot values of its table.
-    for (int i = 1; i < 257; ++i) EXPECT_GT(tbl.y[i], tbl.y[i - 1]) << i;
-    EXPECT_EQ(tbl.y[0], 0.0f);
-    EXPECT_EQ(tbl.y[1], 26.0f);
-    EXPECT_EQ(tbl.y[16], 198.0f);
-    EXPECT_EQ(tbl.y[128], 550.0f);
-    EXPECT_EQ(tbl.y[255], 1020.0f);
-    EXPECT_EQ(tbl.y[256], 1023.0f);
+    const std::vector<float> spots = {tbl.y[0],   tbl.y[1],   tbl.y[16],
+                                      tbl.y[128], tbl.y[255], tbl.y[256]};
+    EXPECT_EQ(spots, (std::vector<float>{0, 26, 198, 550, 1020, 1023}));
 }
 
 TEST_F(MetaTest, BpsGammaOutputConvertsTheSupernightCurve) {
@@ -173,9 +149,9 @@ TEST_F(MetaTest, BpsGammaOutputConvertsTheSupernightCurve) {
     EXPECT_EQ(gamma[0], -3.0f);
     EXPECT_EQ(gamma[255], 1017.0f);
     EXPECT_EQ(gamma[256], 0.0f);
-    EXPECT_EQ(Lines(), (std::vector<Line>{L(2, kMtk, "GetBPSGammaOutput",
-                                            "isGammaValid:1 gammaG:[-3.000000 1.000000 "
-                                            "5.000000 9.000000]")}));
+    EXPECT_EQ(Lines(),
+              (LineList{L(2, kMtk, "GetBPSGammaOutput",
+                          "isGammaValid:1 gammaG:[-3.000000 1.000000 5.000000 9.000000]")}));
 }
 
 TEST_F(MetaTest, DynamicGammaWithoutCurveIsZerosEndingAt1023) {
@@ -186,7 +162,7 @@ TEST_F(MetaTest, DynamicGammaWithoutCurveIsZerosEndingAt1023) {
     EXPECT_EQ(tbl.x[129], 260.0f);
     for (int i = 0; i < 256; ++i) ASSERT_EQ(tbl.y[i], 0.0f) << i;
     EXPECT_EQ(tbl.y[256], 1023.0f);
-    EXPECT_EQ(Lines(), (std::vector<Line>{kLookupMiss}));  // no failure line of its own
+    EXPECT_EQ(Lines(), (LineList{kLookupMiss}));  // no failure line of its own
 }
 
 TEST_F(MetaTest, PreviewBrightnessSumsChannelsWithWrapAround) {
@@ -194,7 +170,7 @@ TEST_F(MetaTest, PreviewBrightnessSumsChannelsWithWrapAround) {
     for (int bin = 0; bin < 256; ++bin) {
         for (int ch = 0; ch < 4; ++ch) stats[4 * bin + ch] = bin + ch;
     }
-    stats[4 * 9] = -1;  // 0xFFFFFFFF
+    stats[4 * 9] = -1;  // 0xFFFFFFFF + 2 + 0 + 0
     stats[4 * 9 + 1] = 2;
     stats[4 * 9 + 2] = 0;
     stats[4 * 9 + 3] = 0;
@@ -241,54 +217,39 @@ TEST_F(MetaTest, ColorCorrectionTransform) {
     capture.clear();
     EXPECT_EQ(utils.GetColorCorrectionTransform(md, out), -1);  // not the lookup's -2
     EXPECT_EQ(Lines(),
-              (std::vector<Line>{kLookupMiss,
-                                 L(3, kMtk, "GetColorCorrectionTransform",
-                                   "get kovani.supernight.color.correction.transform fail")}));
+              (LineList{kLookupMiss, L(3, kMtk, "GetColorCorrectionTransform",
+                                       "get kovani.supernight.color.correction.transform fail")}));
 }
 
 // ---- HDR, tele fusion, slave anchor ----------------------------------------------
 
 TEST_F(MetaTest, HdrEnabledPrefersTheRawFlag) {
     const Line cannotFind = L(1, kMtk, "GetHdrEnabled", "cannot find kovani.hdr.raw.enabled");
+    auto value = [](const char* v) { return L(2, kMtk, "GetHdrEnabled", v); };
+    const LineList neither = {kLookupMiss, cannotFind, kLookupMiss,
+                              L(3, kMtk, "GetHdrEnabled", "GetMetadata kovani.hdr.enabled err")};
     const struct {
-        const char* what;
         int raw;  // -1: absent
         int hdr;  // -1: absent
         int rc;
         int value;
-        std::vector<Line> lines;
+        LineList lines;
     } cases[] = {
-        {"raw 0 wins over hdr 1", 0, 1, 0, 0, {L(2, kMtk, "GetHdrEnabled", "hdrEnabled = 0")}},
-        {"raw 0xFF is -1", 0xFF, -1, 0, -1, {L(2, kMtk, "GetHdrEnabled", "hdrEnabled = -1")}},
-        {"only hdr",
-         -1,
-         1,
-         0,
-         1,
-         {kLookupMiss, cannotFind, L(2, kMtk, "GetHdrEnabled", "hdrEnabled = 1")}},
-        {"neither",
-         -1,
-         -1,
-         -2,
-         99,
-         {kLookupMiss, cannotFind, kLookupMiss,
-          L(3, kMtk, "GetHdrEnabled", "GetMetadata kovani.hdr.enabled err")}},
+        {0, 1, 0, 0, {value("hdrEnabled = 0")}},
+        {0xFF, -1, 0, -1, {value("hdrEnabled = -1")}},
+        {-1, 1, 0, 1, {kLookupMiss, cannotFind, value("hdrEnabled = 1")}},
+        {-1, -1, -2, 99, neither},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
+        SCOPED_TRACE(::testing::Message() << "raw " << c.raw << " hdr " << c.hdr);
         capture.clear();
         md->clear();
-        if (c.raw >= 0) {
-            const uint8_t v = static_cast<uint8_t>(c.raw);
-            md->putBytes("kovani.hdr.raw.enabled", &v, 1);
-        }
-        if (c.hdr >= 0) {
-            const uint8_t v = static_cast<uint8_t>(c.hdr);
-            md->putBytes("kovani.hdr.enabled", &v, 1);
-        }
-        int value = 99;
-        EXPECT_EQ(utils.GetHdrEnabled(md, &value), c.rc);
-        EXPECT_EQ(value, c.value);
+        const uint8_t raw = static_cast<uint8_t>(c.raw), hdr = static_cast<uint8_t>(c.hdr);
+        if (c.raw >= 0) md->putBytes("kovani.hdr.raw.enabled", &raw, 1);
+        if (c.hdr >= 0) md->putBytes("kovani.hdr.enabled", &hdr, 1);
+        int v = 99;
+        EXPECT_EQ(utils.GetHdrEnabled(md, &v), c.rc);
+        EXPECT_EQ(v, c.value);
         EXPECT_EQ(Lines(), c.lines);
     }
 }
@@ -301,37 +262,34 @@ TEST_F(MetaTest, TeleFusionFlagIsTheResult) {
     md->putBytes("kovani.telefusion.enabled", &zero, 1);
     EXPECT_EQ(utils.GetTeleFusionEnable(md), 0);
     const Line off = L(2, kMtk, "GetTeleFusionEnable", "isFusionEnable = 0");
-    EXPECT_EQ(Lines(), (std::vector<Line>{
-                           off, L(2, kMtk, "GetTeleFusionEnable", "isFusionEnable = 1"), off}));
+    EXPECT_EQ(Lines(),
+              (LineList{off, L(2, kMtk, "GetTeleFusionEnable", "isFusionEnable = 1"), off}));
 }
 
-TEST_F(MetaTest, SlaveAnchorFrameRoundTrip) {
+TEST_F(MetaTest, SlaveAnchorFrame) {
+    int frame = 5;
+    EXPECT_EQ(utils.SetSlaveAnchorFrame(nullptr, &frame), 0);  // missing metadata is success
+    EXPECT_EQ(utils.SetSlaveAnchorFrame(nullptr, 3), 0);
+    EXPECT_EQ(utils.GetSlaveAnchorFrame(nullptr, &frame), -2);
+    EXPECT_EQ(utils.GetSlaveAnchorFrame(md, &frame), -1);
+    EXPECT_EQ(utils.SetSlaveAnchorFrame(md, nullptr), -2);
+    EXPECT_EQ(frame, 5);
+    EXPECT_EQ(Lines(),
+              (LineList{L(4, kMtk, "GetSlaveAnchorFrame", "mdata is null"),
+                        L(3, kMtk, "GetSlaveAnchorFrame", "find kovani.bokeh.AuxAnchorFrame fail"),
+                        L(4, kMtk, "SetSlaveAnchorFrame", "arg err")}));
+
+    capture.clear();
     int seven = 7;
     EXPECT_EQ(utils.SetSlaveAnchorFrame(md, &seven), 0);
-    int frame = 0;
     EXPECT_EQ(utils.GetSlaveAnchorFrame(md, &frame), 0);
     EXPECT_EQ(frame, 7);
     EXPECT_EQ(utils.SetSlaveAnchorFrame(md, 12), 0);
     EXPECT_EQ(utils.GetSlaveAnchorFrame(md, &frame), 0);
     EXPECT_EQ(frame, 12);
-    EXPECT_EQ(Lines(), (std::vector<Line>{
-                           L(0, kMtk, "GetSlaveAnchorFrame", "count:1 slaveAnchorFrame[0]:7"),
-                           L(0, kMtk, "GetSlaveAnchorFrame", "count:1 slaveAnchorFrame[0]:12")}));
-}
-
-TEST_F(MetaTest, SlaveAnchorFrameWithoutMetadata) {
-    int frame = 5;
-    EXPECT_EQ(utils.SetSlaveAnchorFrame(nullptr, &frame), 0);
-    EXPECT_EQ(utils.SetSlaveAnchorFrame(nullptr, 3), 0);
-    EXPECT_TRUE(Lines().empty());
-    EXPECT_EQ(utils.GetSlaveAnchorFrame(nullptr, &frame), -2);
-    EXPECT_EQ(utils.GetSlaveAnchorFrame(md, &frame), -1);
-    EXPECT_EQ(utils.SetSlaveAnchorFrame(md, nullptr), -2);
-    EXPECT_EQ(frame, 5);
-    EXPECT_EQ(Lines(), (std::vector<Line>{L(4, kMtk, "GetSlaveAnchorFrame", "mdata is null"),
-                                          L(3, kMtk, "GetSlaveAnchorFrame",
-                                            "find kovani.bokeh.AuxAnchorFrame fail"),
-                                          L(4, kMtk, "SetSlaveAnchorFrame", "arg err")}));
+    EXPECT_EQ(Lines(),
+              (LineList{L(0, kMtk, "GetSlaveAnchorFrame", "count:1 slaveAnchorFrame[0]:7"),
+                        L(0, kMtk, "GetSlaveAnchorFrame", "count:1 slaveAnchorFrame[0]:12")}));
 }
 
 }  // namespace

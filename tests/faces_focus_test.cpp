@@ -12,19 +12,12 @@ namespace {
 using kvalgo2::KVFaceInfo;
 using Rect4 = std::vector<uint32_t>;
 
-constexpr const char* kMU = "MetaUtils.cpp";
-constexpr const char* kMtk = "MetaUtilsMtk.cpp";
-
 struct Face {
     int32_t left, top, right, bottom;
     int32_t angle = 0;
     int32_t extraA = 0;  // element 5
     int32_t extraB = 0;  // element 7
 };
-
-Rect4 Fields(const __UtilsImage_Rect& r) {
-    return {r.left, r.top, r.width, r.height};
-}
 
 class FaceTest : public MetaTest {
 protected:
@@ -51,18 +44,21 @@ protected:
     void InSensorZoom(int32_t status) {
         ASSERT_EQ(md->putInt32("kovani.insensorzoom.status", {status}), 0);
     }
-    std::vector<std::string> Messages(const std::string& func) const {
-        std::vector<std::string> out;
-        for (const Line& l : Lines()) {
-            if (l.func == func) out.push_back(l.message);
-        }
-        return out;
-    }
     // The SensorSize group of each mapping line.
     std::vector<std::string> SensorSizes() const {
         std::vector<std::string> out;
         for (const std::string& m : Messages("MapRectToInput"))
             out.push_back(m.substr(m.rfind('[')));
+        return out;
+    }
+    // The first n face rectangles as "left top width height", ";"-separated.
+    static std::string Rects(const KVFaceInfo& info, int n) {
+        std::string out;
+        for (int i = 0; i < n; ++i) {
+            const auto& r = info.faces[i].rect;
+            out += (i ? "; " : "") + std::to_string(r.left) + " " + std::to_string(r.top) + " " +
+                   std::to_string(r.width) + " " + std::to_string(r.height);
+        }
         return out;
     }
     static KVFaceInfo Filled() {
@@ -87,12 +83,10 @@ TEST_F(FaceTest, HolderPointsIntoTheContainer) {
     EXPECT_EQ(utils.GetFacesInfoHolder(md, nullptr, &count), -2);
     EXPECT_EQ(utils.GetFacesInfoHolder(md, &faces, &count), -2);
     EXPECT_EQ(count, 2u);
-    EXPECT_EQ(Lines(),
-              (std::vector<Line>{
-                  L(4, kMtk, "GetFacesInfoHolder", "arg err"),
-                  L(3, kMU, "GetMetaData", "GetMetadata err"),
-                  L(3, kMtk, "GetFacesInfoHolder", "GetMetadata kovani.bokeh.faceInfo err"),
-              }));
+    EXPECT_EQ(
+        Lines(),
+        (LineList{L(4, kMtk, "GetFacesInfoHolder", "arg err"), kLookupMiss,
+                  L(3, kMtk, "GetFacesInfoHolder", "GetMetadata kovani.bokeh.faceInfo err")}));
 }
 
 // ---- GetFaceRect ------------------------------------------------------------------------
@@ -109,14 +103,14 @@ TEST_F(FaceTest, FaceRectMapsIntoTheImage) {
     expected.faceExtra[0][1] = 30;
     expected.faceExtra[0][2] = 12;
     EXPECT_EQ(Bytes(info), Bytes(expected));
-    EXPECT_EQ(Lines(),
-              (std::vector<Line>{
-                  L(2, kMU, "GetAndroidCropRegion", "ANDROID_SCALER_CROP_REGION [0 0 4000 3000]"),
-                  L(1, kMU, "MapRectToInput",
-                    "SrcRect[1000,1000,400,400] SrcRefer[0,0,4000,3000] "
-                    "DstRect[480,300,192,192] SensorSize[0,0,4000,3000]"),
-                  L(1, kMtk, "GetFaceRect", "faces[1/1]:[480 300 192x192] point:[576 396] angle:0"),
-              }));
+    EXPECT_EQ(
+        Lines(),
+        (LineList{
+            L(2, kMU, "GetAndroidCropRegion", "ANDROID_SCALER_CROP_REGION [0 0 4000 3000]"),
+            L(1, kMU, "MapRectToInput",
+              "SrcRect[1000,1000,400,400] SrcRefer[0,0,4000,3000] "
+              "DstRect[480,300,192,192] SensorSize[0,0,4000,3000]"),
+            L(1, kMtk, "GetFaceRect", "faces[1/1]:[480 300 192x192] point:[576 396] angle:0")}));
 }
 
 TEST_F(FaceTest, RotationsAndTheFirstOfEqualLargestFaces) {
@@ -145,9 +139,7 @@ TEST_F(FaceTest, RejectedAndEdgeFacesGetTheImageCentre) {
     Faces({{700, 700, 700, 800, 90}, {0, 500, 1, 600}, {500, 0, 600, 1}});
     KVFaceInfo info = Filled();
     EXPECT_EQ(utils.GetFaceRect(md, 1921, 1081, info, 0), 0);
-    EXPECT_EQ(Fields(info.faces[0].rect), (Rect4{0, 0, 0, 0}));
-    EXPECT_EQ(Fields(info.faces[1].rect), (Rect4{0, 500, 0, 100}));
-    EXPECT_EQ(Fields(info.faces[2].rect), (Rect4{500, 0, 100, 0}));
+    EXPECT_EQ(Rects(info, 3), "0 0 0 0; 0 500 0 100; 500 0 100 0");
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(info.faces[i].centerX, 960) << i;
         EXPECT_EQ(info.faces[i].centerY, 540) << i;
@@ -166,9 +158,7 @@ TEST_F(FaceTest, LargeInputDoublesTheActiveSizeFromFaceToFace) {
     Faces({{1000, 1000, 1400, 1400}, {1000, 1000, 1400, 1400}, {1000, 1000, 1400, 1400}});
     KVFaceInfo info = Filled();
     EXPECT_EQ(utils.GetFaceRect(md, 8000, 4500, info, 0), 0);
-    EXPECT_EQ(Fields(info.faces[0].rect), (Rect4{1500, 1500, 600, 600}));
-    EXPECT_EQ(Fields(info.faces[1].rect), (Rect4{2000, 1250, 800, 800}));
-    EXPECT_EQ(Fields(info.faces[2].rect), (Rect4{2000, 1250, 800, 800}));
+    EXPECT_EQ(Rects(info, 3), "1500 1500 600 600; 2000 1250 800 800; 2000 1250 800 800");
     EXPECT_EQ(info.largestFaceIndex, 1);
     EXPECT_EQ(SensorSizes(), (std::vector<std::string>{"[0,0,-2147483648,6000]", "[0,0,0,12000]",
                                                        "[0,0,0,24000]"}));
@@ -182,12 +172,10 @@ TEST_F(FaceTest, InSensorZoomUsesTheDoubledActiveSize) {
     Faces({{2000, 1500, 2200, 1700}, {2000, 1500, 2200, 1700}, {2000, 1500, 2200, 1700}});
     KVFaceInfo info = Filled();
     EXPECT_EQ(utils.GetFaceRect(md, 8000, 4500, info, 1), 0);
-    // (2000, 1500, 400, 400), scale 2: top 2 * (1500 - 375) = 2250.
-    EXPECT_EQ(Fields(info.faces[0].rect), (Rect4{4000, 2250, 800, 800}));
-    EXPECT_EQ(Fields(info.faces[1].rect), (Rect4{0, 0, 800, 800}));  // (0, 0, 400, 400)
-    // (-4000, -3000) wraps near 2^32: the scaled offsets saturate and are
-    // clamped to the last column and row, sizes 1 -> 0.
-    EXPECT_EQ(Fields(info.faces[2].rect), (Rect4{7999, 4499, 0, 0}));
+    // Converted (2000, 1500, 400, 400), scale 2: top 2 * (1500 - 375) = 2250;
+    // then (0, 0, 400, 400); then (-4000, -3000) wraps near 2^32: the scaled
+    // offsets saturate and are clamped to the last column and row, sizes 1 -> 0.
+    EXPECT_EQ(Rects(info, 3), "4000 2250 800 800; 0 0 800 800; 7999 4499 0 0");
     EXPECT_EQ(info.faces[2].centerX, 7999);
     EXPECT_EQ(info.faces[2].centerY, 4499);
     EXPECT_EQ(SensorSizes(), (std::vector<std::string>{"[0,0,8000,6000]", "[0,0,16000,12000]",
@@ -250,11 +238,8 @@ TEST_F(FaceTest, FaceRectFailuresLeaveAClearedRecord) {
     KVFaceInfo info = Filled();
     EXPECT_EQ(utils.GetFaceRect(md, 1920, 1080, info, 0), -1);
     EXPECT_EQ(Bytes(info), Bytes(KVFaceInfo{}));
-    EXPECT_EQ(Lines(), (std::vector<Line>{
-                           L(3, kMU, "GetMetaData", "GetMetadata err"),
-                           L(3, kMU, "GetAndroidCropRegion", "GetMetadata err"),
-                           L(3, kMtk, "GetFaceRect", "get active/crop size err"),
-                       }));
+    EXPECT_EQ(Lines(), (LineList{kLookupMiss, L(3, kMU, "GetAndroidCropRegion", "GetMetadata err"),
+                                 L(3, kMtk, "GetFaceRect", "get active/crop size err")}));
     auto expectFailure = [&](const char* message) {
         capture.clear();
         info = Filled();
@@ -291,11 +276,10 @@ TEST_F(FaceTest, NoMapWritesOnlyRectanglesExtrasAndCount) {
     // needs no permission here: (x - 1000) * 2, (y - 750) * 2, then doubled.
     Faces({{2000, 1500, 2200, 1700}, {2000, 1500, 2200, 1700}});
     EXPECT_EQ(utils.GetFacesNoMap(md, 8000, 4500, info), 0);
-    EXPECT_EQ(Fields(info.faces[1].rect), (Rect4{4000, 3000, 400, 400}));
+    EXPECT_EQ(Rects(info, 2), "4000 3000 400 400; 4000 3000 400 400");
     InSensorZoom(1);
     EXPECT_EQ(utils.GetFacesNoMap(md, 8000, 4500, info), 0);
-    EXPECT_EQ(Fields(info.faces[0].rect), (Rect4{4000, 3000, 800, 800}));
-    EXPECT_EQ(Fields(info.faces[1].rect), (Rect4{4000, 3000, 800, 800}));
+    EXPECT_EQ(Rects(info, 2), "4000 3000 800 800; 4000 3000 800 800");
 }
 
 TEST_F(FaceTest, NoMapWithoutActiveArrayOrFaces) {
@@ -303,16 +287,13 @@ TEST_F(FaceTest, NoMapWithoutActiveArrayOrFaces) {
     Faces({{100, 200, 300, 500}});
     KVFaceInfo info = Filled();
     EXPECT_EQ(utils.GetFacesNoMap(md, 1920, 1080, info), 0);
-    EXPECT_EQ(Fields(info.faces[0].rect), (Rect4{200, 400, 400, 600}));  // zero quarter
+    EXPECT_EQ(Rects(info, 1), "200 400 400 600");  // zero quarter
     // The missing active array and face luma are logged by their getters.
-    EXPECT_EQ(Lines(),
-              (std::vector<Line>{
-                  L(3, kMU, "GetMetaData", "GetMetadata err"),
-                  L(3, kMU, "GetFwkCameraId", "Get fwkCameraId err"),
-                  L(3, kMU, "GetActiveArraySize", "GetMetadata FwkCameraId fail"),
-                  L(3, kMU, "GetMetaData", "GetMetadata err"),
-                  L(3, kMtk, "GetBurstInfoFaceLuma", "GetMetadata kovani.ae.average.face.luma err"),
-              }));
+    EXPECT_EQ(Lines(), (LineList{kLookupMiss, L(3, kMU, "GetFwkCameraId", "Get fwkCameraId err"),
+                                 L(3, kMU, "GetActiveArraySize", "GetMetadata FwkCameraId fail"),
+                                 kLookupMiss,
+                                 L(3, kMtk, "GetBurstInfoFaceLuma",
+                                   "GetMetadata kovani.ae.average.face.luma err")}));
 
     md->erase("kovani.bokeh.faceInfo");
     info = Filled();
@@ -333,10 +314,11 @@ TEST_F(FaceTest, FaceInfoGivesInclusiveCornersAndTheFaceLuma) {
     std::memset(&info, 0xA5, sizeof info);
     EXPECT_EQ(utils.GetFaceInfo(md, info, 1921, 1081), 0);
     EXPECT_EQ(info.count, 2);
+    // Inclusive corners; the rejected face's cleared rectangle gives 0 + 0 - 1.
     EXPECT_EQ(std::vector<int32_t>(info.rect[0], info.rect[0] + 4),
               (std::vector<int32_t>{10, 20, 109, 69}));
     EXPECT_EQ(std::vector<int32_t>(info.rect[1], info.rect[1] + 4),
-              (std::vector<int32_t>{0, 0, -1, -1}));  // 0 + 0 - 1
+              (std::vector<int32_t>{0, 0, -1, -1}));
     EXPECT_EQ(info.luma[0], 87.0f);
     EXPECT_EQ(info.luma[1], 87.0f);
     EXPECT_EQ(std::vector<int32_t>(info.faceExtra[1], info.faceExtra[1] + 3),
@@ -364,15 +346,14 @@ TEST_F(FocusTest, RegionIsMapped) {
     AfRegion({3, 1, 100, 200, 300, 400});
     EXPECT_EQ(utils.GetfocusROI(md, &image, &roi), 0);
     EXPECT_EQ(Fields(roi), (Rect4{100, 200, 200, 200}));
-    EXPECT_EQ(Lines(),
-              (std::vector<Line>{
-                  L(2, kMU, "GetAndroidCropRegion", "ANDROID_SCALER_CROP_REGION [0 0 1921 1081]"),
+    EXPECT_EQ(
+        Lines(),
+        (LineList{L(2, kMU, "GetAndroidCropRegion", "ANDROID_SCALER_CROP_REGION [0 0 1921 1081]"),
                   L(1, kMtk, "GetfocusROI",
                     "af roi, info:[t:3, n:1, vs:2, tlx:100, tly:200, brx:300, bry:400]"),
                   L(1, kMU, "MapRectToInput",
                     "SrcRect[100,200,200,200] SrcRefer[0,0,1921,1081] "
-                    "DstRect[100,200,200,200] SensorSize[0,0,1921,1081]"),
-              }));
+                    "DstRect[100,200,200,200] SensorSize[0,0,1921,1081]")}));
     // Two regions: the second, from element 7, is used.
     AfRegion({3, 2, 1, 1, 5, 5, -1, 500, 600, 700, 900, -1});
     EXPECT_EQ(utils.GetfocusROI(md, &image, &roi), 0);
@@ -384,26 +365,23 @@ TEST_F(FocusTest, RegionIsMapped) {
 }
 
 TEST_F(FocusTest, RegionFailuresLeaveTheRegion) {
+    auto roiLine = [](const std::string& m) { return L(1, kMtk, "GetfocusROI", m); };
     const struct {
         std::vector<int32_t> words;  // empty: tag absent
-        int rc;
         Line last;
     } cases[] = {
-        {{}, -1, L(1, kMtk, "GetfocusROI", "fail to read AF region")},
-        {{4, 0, 1, 2, 3, 4}, -1, L(1, kMtk, "GetfocusROI", "incorrect AF region 4 0")},
-        {{5, 3, 1, 2, 3, 4}, -1, L(1, kMtk, "GetfocusROI", "incorrect AF region 5 3")},
-        {{6, -1, 1, 2, 3, 4}, -1, L(1, kMtk, "GetfocusROI", "incorrect AF region 6 -1")},
+        {{}, roiLine("fail to read AF region")},
+        {{4, 0, 1, 2, 3, 4}, roiLine("incorrect AF region 4 0")},
+        {{5, 3, 1, 2, 3, 4}, roiLine("incorrect AF region 5 3")},
+        {{6, -1, 1, 2, 3, 4}, roiLine("incorrect AF region 6 -1")},
         // A zero-width region: the mapping's rejection is passed through.
-        {{0, 1, 300, 200, 300, 400}, -1, L(3, kMU, "MapRectToInput", "arg err")},
+        {{0, 1, 300, 200, 300, 400}, L(3, kMU, "MapRectToInput", "arg err")},
     };
     for (const auto& c : cases) {
         capture.clear();
-        if (c.words.empty()) {
-            md->erase(0x80060001u);
-        } else {
-            AfRegion(c.words);
-        }
-        EXPECT_EQ(utils.GetfocusROI(md, &image, &roi), c.rc) << c.last;
+        md->erase(0x80060001u);
+        if (!c.words.empty()) AfRegion(c.words);
+        EXPECT_EQ(utils.GetfocusROI(md, &image, &roi), -1) << c.last;
         EXPECT_EQ(Lines().back(), c.last);
     }
     // Missing active array, then missing crop region: their codes.
@@ -419,20 +397,18 @@ TEST_F(FocusTest, RegionFailuresLeaveTheRegion) {
 }
 
 TEST_F(FocusTest, TouchPointIsTheRegionCentreAndAlwaysWritten) {
+    auto touch = [&](int rc) {
+        __UtilsImage_point point = {7, 7};
+        EXPECT_EQ(utils.GetfocusTP(md, &image, &point), rc);
+        return std::vector<int>{point.x, point.y};
+    };
     // (10, 20) to (40, 61): mapped (10, 20, 30, 40) after the even alignment.
     AfRegion({3, 1, 10, 20, 40, 61});
-    __UtilsImage_point point = {7, 7};
-    EXPECT_EQ(utils.GetfocusTP(md, &image, &point), 0);
-    EXPECT_EQ(std::vector<int>({point.x, point.y}), std::vector<int>({25, 40}));
-
+    EXPECT_EQ(touch(0), (std::vector<int>{25, 40}));
     AfRegion({3, 4, 10, 20, 40, 61});  // region fails: centre of a zero region
-    point = {7, 7};
-    EXPECT_EQ(utils.GetfocusTP(md, &image, &point), -1);
-    EXPECT_EQ(std::vector<int>({point.x, point.y}), std::vector<int>({0, 0}));
+    EXPECT_EQ(touch(-1), (std::vector<int>{0, 0}));
     md->erase(0xD0000u);
-    point = {7, 7};
-    EXPECT_EQ(utils.GetfocusTP(md, &image, &point), -2);
-    EXPECT_EQ(std::vector<int>({point.x, point.y}), std::vector<int>({0, 0}));
+    EXPECT_EQ(touch(-2), (std::vector<int>{0, 0}));
 }
 
 TEST_F(FocusTest, ArgumentErrors) {
@@ -448,7 +424,7 @@ TEST_F(FocusTest, ArgumentErrors) {
     EXPECT_EQ(point.x, 7);
     const Line roiErr = L(4, kMtk, "GetfocusROI", "arg err");
     const Line tpErr = L(4, kMU, "GetfocusTP", "arg err");
-    EXPECT_EQ(Lines(), (std::vector<Line>{roiErr, roiErr, roiErr, tpErr, tpErr, tpErr}));
+    EXPECT_EQ(Lines(), (LineList{roiErr, roiErr, roiErr, tpErr, tpErr, tpErr}));
 }
 
 }  // namespace

@@ -15,9 +15,8 @@ namespace {
 using kvalgo2::ChiRect;
 using kvalgo2::KvDimension;
 using kvhost::AdapterOp;
-using Rect = std::array<uint32_t, 4>;
+using Box = std::array<uint32_t, 4>;
 
-constexpr const char* kMtk = "MetaUtilsMtk.cpp";
 constexpr const char* kLambda = "operator()";
 constexpr int kSat = 2;
 constexpr int64_t kTs = 1000000000;
@@ -27,16 +26,21 @@ constexpr const char* kTable = "com.kovani.camera.sensorpolicy.cropregions";
 constexpr const char* kEffective = "com.kovani.camera.zoomeis.effectiverate";
 constexpr const char* kMetaShift = "kovani.sat.output.shift";
 constexpr KvDimension kSensor{4000, 3000};
-constexpr Rect kCentre{1000, 750, 2000, 1500};
+constexpr Box kCentre{1000, 750, 2000, 1500};
+constexpr Box kZero{0, 0, 0, 0};
 
 // Entries of nine words: camera id, four words the library skips, the crop.
-std::vector<int32_t> Table(const std::vector<std::pair<int32_t, Rect>>& entries) {
+std::vector<int32_t> Table(const std::vector<std::pair<int32_t, Box>>& entries) {
     std::vector<int32_t> words;
     for (const auto& e : entries) {
         words.insert(words.end(), {e.first, -11, -12, -13, -14});
         for (uint32_t v : e.second) words.push_back(static_cast<int32_t>(v));
     }
     return words;
+}
+
+Line Step(const std::string& message) {
+    return L(2, kMtk, kLambda, message);
 }
 
 class FinalCrop : public PlatformTest {
@@ -50,12 +54,10 @@ protected:
         md->putInt64(kTimestampTag, {kTs});
         md->putFloat(kZoomRatioTag, {2.0f});
     }
-
     // Four entries, this camera's the third.
-    void SatCrop(Rect crop) {
+    void SatCrop(Box crop) {
         md->putInt32(kTable, Table({{0, {1, 1, 1, 1}}, {1, {2, 2, 2, 2}}, {kSat, crop}, {3, {3}}}));
     }
-
     void HolderShift(int32_t x, int32_t y, uint8_t isIsz) {
         Script([&](kvhost::AdapterScript& s) {
             s.shiftFound = true;
@@ -64,28 +66,28 @@ protected:
             s.shiftIsIsz = isIsz;
         });
     }
-
-    Rect Run(int expectedRet = 0, KvDimension sensor = kSensor, bool isz = false) {
+    Box Run(int expectedRet = 0, KvDimension sensor = kSensor, bool isz = false) {
         ChiRect crop{77, 77, 77, 77};
         EXPECT_EQ(utils.GetFinalCropRegion(md, crop, sensor, isz), expectedRet);
-        return Rect{crop.left, crop.top, crop.width, crop.height};
+        return Box{crop.left, crop.top, crop.width, crop.height};
     }
-
     // Messages of the online lines, prefix removed, pairing not checked: the
     // metadata shift's success line reads past its arguments.
-    std::vector<std::string> Messages() const {
+    std::vector<std::string> Texts() const {
         std::vector<std::string> out;
         for (const auto& r : capture.records(kvhost::LogSink::Online)) {
             out.push_back(r.text.substr(r.text.find("] ", r.text.find("()]:[")) + 2));
         }
         return out;
     }
-
     bool Logged(const std::string& message) const {
-        for (const auto& m : Messages()) {
-            if (m == message) return true;
-        }
-        return false;
+        const auto texts = Texts();
+        return std::find(texts.begin(), texts.end(), message) != texts.end();
+    }
+    int ShiftNodeType() const {
+        const auto calls = kvhost::adapterCalls(AdapterOp::GetShift);
+        EXPECT_EQ(calls.size(), 1u);
+        return calls.empty() ? -1 : calls[0].shift.nodeType;
     }
 
     std::shared_ptr<kvhost::Metadata> stat;
@@ -96,27 +98,22 @@ TEST_F(FinalCrop, TraceOfACropWithoutShift) {
     EXPECT_EQ(Run(), kCentre);
     EXPECT_EQ(
         Lines(),
-        (std::vector<Line>{
-            L(2, kMtk, kLambda,
-              "allInOneCrop get crop region from SAT camId = 2 cropregion: [1000 750 2000 1500]"),
-            L(2, kMtk, kLambda,
-              "allInOneCrop get crop region from SAT camId = 2 isInSensorZoom = 0 cropregion: "
-              "[1000 750 2000 1500]"),
-            L(2, kMtk, kLambda,
-              "allInOneCrop get after isInSensorZoom = 0 sensorsize(4000, 3000) cropregion: [1000 "
-              "750 2000 1500]"),
-            L(2, kMtk, kLambda,
-              "allInOneCrop [camera id:2] tag ANDROID_SENSOR_TIMESTAMP 1000000000"),
-            L(2, kMtk, kLambda, "allInOneCrop shiftFlag = 0"),
-            L(3, "MetaUtils.cpp", "GetMetaData", "GetMetadata err"),
-            L(2, kMtk, kLambda,
-              "allInOneCrop get shift failed size = 0, from kovani.sr.shift.value..."),
-            L(2, kMtk, kLambda,
-              "allInOneCrop zoom shift (0,0) timestamp = 1000000000 cameraId = 2 anchorTimeStamp = "
-              "1000000000 subTimestamp = 0 isIsz = 0 isFromMeta = 0 shiftData.nodeType = 1 "
-              "zoomEisEffective = 1.500000 zoomRatio = 2.000000"),
-            L(2, kMtk, kLambda, "allInOneCrop zoom after isInSensorZoom = 0 shift (0,0) "),
-            L(2, kMtk, kLambda, "allInOneCrop using zoom eis shift (0,0)"),
+        (LineList{
+            Step(
+                "allInOneCrop get crop region from SAT camId = 2 cropregion: [1000 750 2000 1500]"),
+            Step("allInOneCrop get crop region from SAT camId = 2 isInSensorZoom = 0 cropregion: "
+                 "[1000 750 2000 1500]"),
+            Step("allInOneCrop get after isInSensorZoom = 0 sensorsize(4000, 3000) cropregion: "
+                 "[1000 750 2000 1500]"),
+            Step("allInOneCrop [camera id:2] tag ANDROID_SENSOR_TIMESTAMP 1000000000"),
+            Step("allInOneCrop shiftFlag = 0"),
+            kLookupMiss,
+            Step("allInOneCrop get shift failed size = 0, from kovani.sr.shift.value..."),
+            Step("allInOneCrop zoom shift (0,0) timestamp = 1000000000 cameraId = 2 "
+                 "anchorTimeStamp = 1000000000 subTimestamp = 0 isIsz = 0 isFromMeta = 0 "
+                 "shiftData.nodeType = 1 zoomEisEffective = 1.500000 zoomRatio = 2.000000"),
+            Step("allInOneCrop zoom after isInSensorZoom = 0 shift (0,0) "),
+            Step("allInOneCrop using zoom eis shift (0,0)"),
             L(2, kMtk, "GetFinalCropRegion",
               "allInOneCrop get final crop = cropregion: [1000 750 2000 1500] ret = 0 RET_OK = 0"),
         }));
@@ -149,88 +146,78 @@ TEST_F(FinalCrop, ShiftQueryRecordIsFullyInitialised) {
     EXPECT_EQ(calls[0].tolerance, 1500000000);
 }
 
-struct NodeRow {
-    const char* name;
-    int role;  // role of this camera in the map, -1 for no entry
-    float zoomRatio;
-    float effective;  // NaN: the tags are absent
-    int nodeType;
-};
-
-class NodeType : public FinalCrop, public ::testing::WithParamInterface<NodeRow> {};
-
-TEST_P(NodeType, FromRoleAndZoom) {
-    const NodeRow& r = GetParam();
+TEST_F(FinalCrop, NodeTypeFromRoleAndZoom) {
+    const float nan = std::nanf("");
+    const struct {
+        const char* name;
+        int role;  // role of this camera in the map, -1 for no entry
+        float zoomRatio;
+        float effective;  // NaN: the tags are absent
+        int nodeType;
+    } rows[] = {
+        {"role 20 beyond effective zoom", 20, 2.0f, 1.5f, 2},
+        {"role 20 at effective zoom", 20, 1.5f, 1.5f, 2},
+        {"role 20 below effective zoom", 20, 1.0f, 1.5f, 1},
+        {"role 20, zoom ratio NaN", 20, nan, 1.5f, 1},
+        {"role 20 without zoom tags: 0.0 >= 0.0", 20, 0.0f, nan, 2},
+        {"other role", 21, 2.0f, 1.5f, 1},
+        {"camera not in the role map", -1, 2.0f, 1.5f, 1},
+    };
     SatCrop(kCentre);
-    Script([&](kvhost::AdapterScript& s) {
-        s.roleMap = r.role < 0 ? kvhost::makeRoleMap({{kSat + 1, 20}})
-                               : kvhost::makeRoleMap({{kSat, r.role}});
-    });
-    if (std::isnan(r.effective)) {
-        md->erase(kZoomRatioTag);
-        stat->erase(kEffective);
-    } else {
-        md->putFloat(kZoomRatioTag, {r.zoomRatio});
-        stat->putFloat(kEffective, {r.effective});
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.name);
+        kvhost::clearAdapterCalls();
+        Script([&](kvhost::AdapterScript& s) {
+            s.roleMap = r.role < 0 ? kvhost::makeRoleMap({{kSat + 1, 20}})
+                                   : kvhost::makeRoleMap({{kSat, r.role}});
+        });
+        if (std::isnan(r.effective)) {
+            md->erase(kZoomRatioTag);
+            stat->erase(kEffective);
+        } else {
+            md->putFloat(kZoomRatioTag, {r.zoomRatio});
+            stat->putFloat(kEffective, {r.effective});
+        }
+        Run();
+        EXPECT_EQ(ShiftNodeType(), r.nodeType);
     }
-    Run();
-    const auto calls = kvhost::adapterCalls(AdapterOp::GetShift);
-    ASSERT_EQ(calls.size(), 1u);
-    EXPECT_EQ(calls[0].shift.nodeType, r.nodeType);
 }
 
-// clang-format off
-const NodeRow kNodeRows[] = {
-    {"Role20BeyondEffectiveZoom", 20, 2.0f, 1.5f, 2},
-    {"Role20AtEffectiveZoom", 20, 1.5f, 1.5f, 2},
-    {"Role20BelowEffectiveZoom", 20, 1.0f, 1.5f, 1},
-    {"Role20ZoomRatioNaN", 20, std::nanf(""), 1.5f, 1},
-    {"Role20WithoutZoomTags", 20, 0.0f, std::nanf(""), 2},  // 0.0 >= 0.0
-    {"OtherRole", 21, 2.0f, 1.5f, 1},
-    {"CameraNotInRoleMap", -1, 2.0f, 1.5f, 1},
-};
-// clang-format on
-INSTANTIATE_TEST_SUITE_P(Rows, NodeType, ::testing::ValuesIn(kNodeRows),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-struct GeometryRow {
-    const char* name;
-    Rect table;
-    KvDimension sensor;
-    bool isz;
-    Rect expected;
-};
-
-class Geometry : public FinalCrop, public ::testing::WithParamInterface<GeometryRow> {};
-
-TEST_P(Geometry, CropAfterZoomAndAspect) {
-    const GeometryRow& r = GetParam();
-    SatCrop(r.table);
-    EXPECT_EQ(Run(0, r.sensor, r.isz), r.expected);
+TEST_F(FinalCrop, CropAfterZoomAndAspect) {
+    // Active array 4000x3000 throughout; the shift is (0, 0) and always fits.
+    const struct {
+        const char* name;
+        Box table;
+        KvDimension sensor;
+        bool isz;
+        Box expected;
+    } rows[] = {
+        // clang-format off
+        {"equal ratios unchanged", kCentre, kSensor, false, kCentre},
+        {"wide crop gets taller", {1000, 1000, 2000, 1000}, kSensor, false, kCentre},
+        {"narrow crop gets wider", {1500, 750, 1000, 1500}, kSensor, false, kCentre},
+        // newLeft 0 + (1000 - 4000) / 2 < 0: the sensor's width, not the array's.
+        {"past left edge", {0, 0, 1000, 3000}, {4096, 3072}, false, {0, 0, 4096, 3000}},
+        {"past top edge", {0, 0, 4000, 500}, {4096, 3072}, false, {0, 0, 4000, 3072}},
+        // 0.2505 x 3000 = 751.5 -> 751 -> 750; (599 - 750) >> 1 = -76, not -75.
+        {"even height, floored half", {100, 100, 1002, 599}, kSensor, false, {100, 24, 1002, 750}},
+        {"within tolerance", {0, 0, 4000, 3020}, {4000, 3072}, false, {0, 0, 4000, 3020}},
+        {"isz doubles", {1500, 1125, 1000, 750}, kSensor, true, kCentre},
+        // Doubled to height 1600: 1600 / 3000 x 4000 = 2133.3 -> 2132, left 1000 - 66.
+        {"isz, then wider", {1500, 1125, 1000, 800}, kSensor, true, {934, 750, 2132, 1600}},
+        {"isz, left of centre", {500, 1125, 1000, 750}, kSensor, true, {500, 1125, 1000, 750}},
+        {"isz, above centre", {1500, 500, 1000, 750}, kSensor, true, {1500, 500, 1000, 750}},
+        {"isz, past sensor", {2500, 1125, 1000, 750}, kSensor, true, {2500, 1125, 1000, 750}},
+        {"not isz: kept", {1500, 1125, 1000, 750}, kSensor, false, {1500, 1125, 1000, 750}},
+        {"empty crop cleared whole", {100, 200, 0, 0}, kSensor, false, kZero},
+        // clang-format on
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.name);
+        SatCrop(r.table);
+        EXPECT_EQ(Run(0, r.sensor, r.isz), r.expected);
+    }
 }
-
-// Active array 4000x3000 throughout; the shift is (0, 0) and always fits.
-const GeometryRow kGeometryRows[] = {
-    {"EqualRatiosUnchanged", kCentre, kSensor, false, kCentre},
-    {"WideCropGetsTaller", {1000, 1000, 2000, 1000}, kSensor, false, kCentre},
-    {"NarrowCropGetsWider", {1500, 750, 1000, 1500}, kSensor, false, kCentre},
-    // newLeft 0 + (1000 - 4000) / 2 < 0: the sensor's width, not the array's.
-    {"PastLeftEdgeTakesSensorWidth", {0, 0, 1000, 3000}, {4096, 3072}, false, {0, 0, 4096, 3000}},
-    {"PastTopEdgeTakesSensorHeight", {0, 0, 4000, 500}, {4096, 3072}, false, {0, 0, 4000, 3072}},
-    // 0.2505 x 3000 = 751.5 -> 751 -> 750; (599 - 750) >> 1 = -76, not -75.
-    {"EvenHeightAndFlooredHalf", {100, 100, 1002, 599}, kSensor, false, {100, 24, 1002, 750}},
-    {"WithinTolerance", {0, 0, 4000, 3020}, {4000, 3072}, false, {0, 0, 4000, 3020}},
-    {"InSensorZoomDoubles", {1500, 1125, 1000, 750}, kSensor, true, kCentre},
-    // Doubled to height 1600: 1600 / 3000 x 4000 = 2133.3 -> 2132, left 1000 - 66.
-    {"InSensorZoomThenWider", {1500, 1125, 1000, 800}, kSensor, true, {934, 750, 2132, 1600}},
-    {"InSensorZoomLeftOfCentreKept", {500, 1125, 1000, 750}, kSensor, true, {500, 1125, 1000, 750}},
-    {"InSensorZoomAboveCentreKept", {1500, 500, 1000, 750}, kSensor, true, {1500, 500, 1000, 750}},
-    {"InSensorZoomPastSensorKept", {2500, 1125, 1000, 750}, kSensor, true, {2500, 1125, 1000, 750}},
-    {"FullFrameNotConverted", {1500, 1125, 1000, 750}, kSensor, false, {1500, 1125, 1000, 750}},
-    {"EmptyCropClearedWhole", {100, 200, 0, 0}, kSensor, false, {0, 0, 0, 0}},
-};
-INSTANTIATE_TEST_SUITE_P(Rows, Geometry, ::testing::ValuesIn(kGeometryRows),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(FinalCrop, CropTableEntries) {
     // The fourth entry is examined, the first match wins, a fifth is never read.
@@ -241,14 +228,14 @@ TEST_F(FinalCrop, CropTableEntries) {
     capture.clear();
     kvhost::clearAdapterCalls();
     md->putInt32(kTable, Table({{0, {9}}, {1, {9}}, {3, {9}}, {4, {9}}, {kSat, kCentre}}));
-    EXPECT_EQ(Run(), (Rect{0, 0, 0, 0}));
+    EXPECT_EQ(Run(), kZero);
     // A zero crop ends the computation: no timestamp, no shift.
-    EXPECT_EQ(Messages(),
+    EXPECT_EQ(Texts(),
               (std::vector<std::string>{
-                  "allInOneCrop get crop region from SAT camId = 2 isInSensorZoom = 0 cropregion: "
-                  "[0 0 0 0]",
-                  "allInOneCrop get after isInSensorZoom = 0 sensorsize(4000, 3000) cropregion: [0 "
-                  "0 0 0]",
+                  "allInOneCrop get crop region from SAT camId = 2 isInSensorZoom = 0 "
+                  "cropregion: [0 0 0 0]",
+                  "allInOneCrop get after isInSensorZoom = 0 sensorsize(4000, 3000) "
+                  "cropregion: [0 0 0 0]",
                   "allInOneCrop get final crop = cropregion: [0 0 0 0] ret = 0 RET_OK = 0"}));
     EXPECT_TRUE(kvhost::adapterCalls().empty());
 }
@@ -257,16 +244,15 @@ TEST_F(FinalCrop, MissingOrEmptyTableGivesZeroCrop) {
     for (bool present : {false, true}) {
         capture.clear();
         if (present) md->putEmpty(kTable);
-        EXPECT_EQ(Run(0, kSensor, true), (Rect{0, 0, 0, 0}));
-        EXPECT_EQ(
-            Lines(),
-            (std::vector<Line>{
-                L(3, "MetaUtils.cpp", "GetMetaData", "GetMetadata err"),
-                L(3, kMtk, kLambda,
-                  "allInOneCrop GetMetadata com.kovani.camera.sensorpolicy.cropregions ret "
-                  "err"),
-                L(2, kMtk, "GetFinalCropRegion",
-                  "allInOneCrop get final crop = cropregion: [0 0 0 0] ret = 0 RET_OK = 0")}));
+        EXPECT_EQ(Run(0, kSensor, true), kZero);
+        EXPECT_EQ(Lines(),
+                  (LineList{kLookupMiss,
+                            L(3, kMtk, kLambda,
+                              "allInOneCrop GetMetadata com.kovani.camera.sensorpolicy.cropregions "
+                              "ret err"),
+                            L(2, kMtk, "GetFinalCropRegion",
+                              "allInOneCrop get final crop = cropregion: [0 0 0 0] ret = 0 RET_OK "
+                              "= 0")}));
         EXPECT_EQ(DebugLines().size(), 1u);  // the aspect step still runs
     }
 }
@@ -274,60 +260,70 @@ TEST_F(FinalCrop, MissingOrEmptyTableGivesZeroCrop) {
 TEST_F(FinalCrop, ActiveArrayFailureLeavesCropAlone) {
     SatCrop(kCentre);
     kvhost::clearStaticMetadata();
-    EXPECT_EQ(Run(-2), (Rect{77, 77, 77, 77}));
+    EXPECT_EQ(Run(-2), (Box{77, 77, 77, 77}));
     ASSERT_FALSE(Lines().empty());
     EXPECT_EQ(Lines().back(), L(3, kMtk, "GetFinalCropRegion",
                                 "allInOneCrop GetMetadata GetActiveArraySize ret = -2 err"));
     EXPECT_TRUE(kvhost::adapterCalls().empty());
 }
 
-struct ShiftRow {
-    const char* name;
-    std::vector<int32_t> holder;  // x, y, isIsz the holder finds; empty: none
-    std::vector<float> meta;      // "kovani.sat.output.shift"; empty: absent
-    bool isz;                     // in-sensor-zoom frame, the table crop converted
-    const char* scaled;           // the shift at the frame's scale
-    bool applied;
-    Rect expected;
-};
-
-class Shift : public FinalCrop, public ::testing::WithParamInterface<ShiftRow> {};
-
-TEST_P(Shift, SourceScaleAndFit) {
-    const ShiftRow& r = GetParam();
-    SatCrop(r.isz ? Rect{1500, 1125, 1000, 750} : kCentre);
-    if (!r.holder.empty()) HolderShift(r.holder[0], r.holder[1], static_cast<uint8_t>(r.holder[2]));
-    if (!r.meta.empty()) md->putFloat(kMetaShift, r.meta);
-    EXPECT_EQ(Run(0, kSensor, r.isz), r.expected);
-    EXPECT_TRUE(Logged("allInOneCrop zoom after isInSensorZoom = " + std::to_string(r.isz) +
-                       " shift " + r.scaled + " "));
-    EXPECT_TRUE(Logged(std::string(r.applied ? "allInOneCrop using" : "allInOneCrop not using") +
-                       " zoom eis shift " + r.scaled));
+TEST_F(FinalCrop, ShiftSourceScaleAndFit) {
+    const struct {
+        const char* name;
+        std::vector<int32_t> holder;  // x, y, isIsz the holder finds; empty: none
+        std::vector<float> meta;      // "kovani.sat.output.shift"; empty: absent
+        bool isz;                     // in-sensor-zoom frame, the table crop converted
+        const char* scaled;           // the shift at the frame's scale
+        bool applied;
+        Box expected;
+    } rows[] = {
+        // clang-format off
+        {"holder", {40, -30, 0}, {}, false, "(40,-30)", true, {1040, 720, 2000, 1500}},
+        {"holder beats metadata", {40, -30, 0}, {5, 5, 0, 0}, false, "(40,-30)", true,
+         {1040, 720, 2000, 1500}},
+        {"holder isz halved on full frame", {41, -31, 1}, {}, false, "(20,-15)", true,
+         {1020, 735, 2000, 1500}},
+        {"holder full doubled on isz frame", {40, -30, 0}, {}, true, "(80,-60)", true,
+         {1080, 690, 2000, 1500}},
+        {"holder isz on isz frame", {40, -30, 1}, {}, true, "(40,-30)", true,
+         {1040, 720, 2000, 1500}},
+        {"metadata", {}, {12.9f, -7.9f, 0.0f, 1.0f}, false, "(12,-7)", true,
+         {1012, 743, 2000, 1500}},
+        {"metadata isz halved", {}, {13.9f, -7.9f, 1.0f, 0.0f}, false, "(6,-3)", true,
+         {1006, 747, 2000, 1500}},
+        {"metadata doubled on isz", {}, {12.9f, -7.9f, 0.0f, 0.0f}, true, "(24,-14)", true,
+         {1024, 736, 2000, 1500}},
+        {"metadata of three ignored", {}, {12.0f, -7.0f, 0.0f}, false, "(0,0)", true, kCentre},
+        {"metadata of five ignored", {}, {12, -7, 0, 0, 0}, false, "(0,0)", true, kCentre},
+        {"to top left corner", {-1000, -750, 0}, {}, false, "(-1000,-750)", true,
+         {0, 0, 2000, 1500}},
+        {"to bottom right corner", {1000, 750, 0}, {}, false, "(1000,750)", true,
+         {2000, 1500, 2000, 1500}},
+        {"past left edge", {-1001, 0, 0}, {}, false, "(-1001,0)", false, kCentre},
+        {"past top edge", {0, -751, 0}, {}, false, "(0,-751)", false, kCentre},
+        {"past right edge", {1001, 0, 0}, {}, false, "(1001,0)", false, kCentre},
+        {"past bottom edge", {0, 751, 0}, {}, false, "(0,751)", false, kCentre},
+        {"sum wraps negative", {2147483647, 0, 0}, {}, false, "(2147483647,0)", false, kCentre},
+        // clang-format on
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.name);
+        capture.clear();
+        kvhost::resetAdapter();
+        md->erase(kMetaShift);
+        SatCrop(r.isz ? Box{1500, 1125, 1000, 750} : kCentre);
+        if (!r.holder.empty()) {
+            HolderShift(r.holder[0], r.holder[1], static_cast<uint8_t>(r.holder[2]));
+        }
+        if (!r.meta.empty()) md->putFloat(kMetaShift, r.meta);
+        EXPECT_EQ(Run(0, kSensor, r.isz), r.expected);
+        EXPECT_TRUE(Logged("allInOneCrop zoom after isInSensorZoom = " + std::to_string(r.isz) +
+                           " shift " + r.scaled + " "));
+        EXPECT_TRUE(
+            Logged(std::string(r.applied ? "allInOneCrop using" : "allInOneCrop not using") +
+                   " zoom eis shift " + r.scaled));
+    }
 }
-
-// clang-format off
-const ShiftRow kShiftRows[] = {
-    {"Holder",                      {40, -30, 0},  {},                         false, "(40,-30)",  true, {1040, 720, 2000, 1500}},
-    {"HolderBeatsMetadata",         {40, -30, 0},  {5, 5, 0, 0},               false, "(40,-30)",  true, {1040, 720, 2000, 1500}},
-    {"HolderIszHalvedOnFullFrame",  {41, -31, 1},  {},                         false, "(20,-15)",  true, {1020, 735, 2000, 1500}},
-    {"HolderFullDoubledOnIszFrame", {40, -30, 0},  {},                         true,  "(80,-60)",  true, {1080, 690, 2000, 1500}},
-    {"HolderIszOnIszFrame",         {40, -30, 1},  {},                         true,  "(40,-30)",  true, {1040, 720, 2000, 1500}},
-    {"Metadata",                    {},            {12.9f, -7.9f, 0.0f, 1.0f}, false, "(12,-7)",   true, {1012, 743, 2000, 1500}},
-    {"MetadataIszHalved",           {},            {13.9f, -7.9f, 1.0f, 0.0f}, false, "(6,-3)",    true, {1006, 747, 2000, 1500}},
-    {"MetadataIszDoubledOnIsz",     {},            {12.9f, -7.9f, 0.0f, 0.0f}, true,  "(24,-14)",  true, {1024, 736, 2000, 1500}},
-    {"MetadataOfThreeIgnored",      {},            {12.0f, -7.0f, 0.0f},       false, "(0,0)",     true, kCentre},
-    {"MetadataOfFiveIgnored",       {},            {12, -7, 0, 0, 0},          false, "(0,0)",     true, kCentre},
-    {"ToTopLeftCorner",             {-1000, -750, 0}, {},                      false, "(-1000,-750)", true, {0, 0, 2000, 1500}},
-    {"ToBottomRightCorner",         {1000, 750, 0},   {},                      false, "(1000,750)",   true, {2000, 1500, 2000, 1500}},
-    {"PastLeftEdge",                {-1001, 0, 0}, {},                         false, "(-1001,0)", false, kCentre},
-    {"PastTopEdge",                 {0, -751, 0},  {},                         false, "(0,-751)",  false, kCentre},
-    {"PastRightEdge",               {1001, 0, 0},  {},                         false, "(1001,0)",  false, kCentre},
-    {"PastBottomEdge",              {0, 751, 0},   {},                         false, "(0,751)",   false, kCentre},
-    {"SumWrapsNegative",            {2147483647, 0, 0}, {},                    false, "(2147483647,0)", false, kCentre},
-};
-// clang-format on
-INSTANTIATE_TEST_SUITE_P(Rows, Shift, ::testing::ValuesIn(kShiftRows),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(FinalCrop, MetadataShiftLines) {
     SatCrop(kCentre);
@@ -379,9 +375,8 @@ TEST_F(FinalCrop, WithoutTimestampNoShiftAndItsCode) {
     EXPECT_TRUE(Logged("allInOneCrop not using zoom eis shift (40,-30)"));
     EXPECT_TRUE(Logged(
         "allInOneCrop get final crop = cropregion: [1000 750 2000 1500] ret = -2 RET_OK = 0"));
-    const auto calls = kvhost::adapterCalls(AdapterOp::GetShift);
-    ASSERT_EQ(calls.size(), 1u);
-    EXPECT_EQ(calls[0].shift.timestamp, 0);
+    EXPECT_EQ(kvhost::adapterCalls(AdapterOp::GetShift).size(), 1u);
+    EXPECT_EQ(kvhost::adapterCalls(AdapterOp::GetShift)[0].shift.timestamp, 0);
 }
 
 }  // namespace

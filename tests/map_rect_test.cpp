@@ -12,18 +12,8 @@ namespace {
 
 using kvalgo2::ChiRect;
 
-ChiRect Rect(uint32_t l, uint32_t t, uint32_t w, uint32_t h) {
-    return ChiRect{l, t, w, h};
-}
-
-std::vector<uint32_t> Fields(const __UtilsImage_Rect& r) {
-    return {r.left, r.top, r.width, r.height};
-}
-
-// A destination the mapping has not touched.
 constexpr __UtilsImage_Rect kUntouched = {0xA5A5A5A5, 0xA5A5A5A5, 0xA5A5A5A5, 0xA5A5A5A5};
-
-const Line kArgErr = L(3, "MetaUtils.cpp", "MapRectToInput", "arg err");
+const Line kArgErr = L(3, kMU, "MapRectToInput", "arg err");
 
 struct Case {
     const char* name;
@@ -34,75 +24,63 @@ struct Case {
     ChiRect sensor;
     __UtilsImage_Rect expected;
 };
-
 std::ostream& operator<<(std::ostream& os, const Case& c) {
     return os << c.name;
 }
 
-// The rows' arithmetic is single precision: 0.48f * 400 is exactly 192.0f,
-// where double precision would floor to 191. kSensor and kFull are 4000x3000;
-// in a 1920x1080 image the width fills: scale 0.48, visible reference height
-// 4000 * 1080 / 1920 = 2250, so (3000 - 2250) / 2 = 375 rows are cut above.
-const ChiRect kSensor = Rect(0, 0, 4000, 3000);
+// Single precision: 0.48f * 400 is exactly 192.0f, where double would floor
+// to 191. 4000x3000 into 1920x1080: the width fills, scale 0.48, visible
+// reference height 4000 * 1080 / 1920 = 2250, (3000 - 2250) / 2 = 375 rows cut.
 const ChiRect kFull = Rect(0, 0, 4000, 3000);
 const ChiRect kWide = Rect(0, 0, 6000, 2000);  // visible 3555 of 6000 when height fills
 const ChiRect kHuge = Rect(0, 0, 1000, 750);   // scale 8 into 8000x6000
+const ChiRect kFace = Rect(1000, 1000, 400, 400);
+constexpr __UtilsImage_Rect kWorked = {480, 300, 192, 192};  // kFace mapped as below
+constexpr __UtilsImage_Rect kByHeight = {360, 360, 144, 144};
 
 // clang-format off
 const Case kCases[] = {
     // top round(0.48 * (1000 - 375)) = 300, left 480, size floor(0.48 * 400) = 192
-    {"WorkedExample", Rect(1000, 1000, 400, 400), kFull,
-     1920, 1080, kSensor, {480, 300, 192, 192}},
+    {"WorkedExample", kFace, kFull, 1920, 1080, kFull, kWorked},
     // a corner in the cut-away margin goes to the edge, the size is not reduced
-    {"CornerInTopMargin", Rect(1000, 200, 400, 400), kFull,
-     1920, 1080, kSensor, {480, 0, 192, 192}},
-    {"WhollyInTopMargin", Rect(1000, 100, 400, 200), kFull,
-     1920, 1080, kSensor, {480, 0, 192, 96}},
+    {"CornerInTopMargin", Rect(1000, 200, 400, 400), kFull, 1920, 1080, kFull, {480, 0, 192, 192}},
+    {"WhollyInTopMargin", Rect(1000, 100, 400, 200), kFull, 1920, 1080, kFull, {480, 0, 192, 96}},
     // offsets 0, not negative; scale 1920/3000 = 0.64, size 256
     {"LeftOfAndAboveReference", Rect(100, 100, 400, 400), Rect(500, 375, 3000, 2250),
-     1920, 1080, kSensor, {0, 0, 256, 256}},
+     1920, 1080, kFull, {0, 0, 256, 256}},
     // floor(0.48 * 404) = 193 -> 192
-    {"OddScaledSizeRoundedDown", Rect(1000, 1000, 404, 404), kFull,
-     1920, 1080, kSensor, {480, 300, 192, 192}},
+    {"OddScaledSizeRoundedDown", Rect(1000, 1000, 404, 404), kFull, 1920, 1080, kFull, kWorked},
     // left round(1828.8) = 1829, width min(192, 91) -> 90
-    {"PastRightEdge", Rect(3810, 1000, 400, 400), kFull,
-     1920, 1080, kSensor, {1829, 300, 90, 192}},
+    {"PastRightEdge", Rect(3810, 1000, 400, 400), kFull, 1920, 1080, kFull, {1829, 300, 90, 192}},
     // top round(0.48 * 2135) = 1025, height min(192, 55) -> 54
-    {"PastBottomEdge", Rect(1000, 2510, 400, 400), kFull,
-     1920, 1080, kSensor, {480, 1025, 192, 54}},
+    {"PastBottomEdge", Rect(1000, 2510, 400, 400), kFull, 1920, 1080, kFull, {480, 1025, 192, 54}},
     // left 2400 -> 1919, width min(192, 1) -> 0
-    {"LeftBeyondImage", Rect(5000, 1000, 400, 400), kFull,
-     1920, 1080, kSensor, {1919, 300, 0, 192}},
-    {"EqualRatiosFillWidth", Rect(1000, 1000, 400, 400), kFull,
-     1920, 1080, Rect(0, 0, 3840, 2160), {480, 300, 192, 192}},
+    {"LeftBeyondImage", Rect(5000, 1000, 400, 400), kFull, 1920, 1080, kFull, {1919, 300, 0, 192}},
+    {"EqualRatiosFillWidth", kFace, kFull, 1920, 1080, Rect(0, 0, 3840, 2160), kWorked},
     // height fills: scale 0.36, visible width 5333 > 4000, nothing cut
-    {"ZeroSensorHeightFillsHeight", Rect(1000, 1000, 400, 400), kFull,
-     1920, 1080, Rect(0, 0, 4000, 0), {360, 360, 144, 144}},
-    {"ZeroSensorSizeFillsHeight", Rect(1000, 1000, 400, 400), kFull,
-     1920, 1080, Rect(0, 0, 0, 0), {360, 360, 144, 144}},
-    {"ZeroSensorWidthFillsWidth", Rect(1000, 1000, 400, 400), kFull,
-     1920, 1080, Rect(0, 0, 0, 3000), {480, 300, 192, 192}},
+    {"ZeroSensorHeightFillsHeight", kFace, kFull, 1920, 1080, Rect(0, 0, 4000, 0), kByHeight},
+    {"ZeroSensorSizeFillsHeight", kFace, kFull, 1920, 1080, Rect(0, 0, 0, 0), kByHeight},
+    {"ZeroSensorWidthFillsWidth", kFace, kFull, 1920, 1080, Rect(0, 0, 0, 3000), kWorked},
     // 4:1 sensor, height fills: scale 0.54, (6000 - 3555) / 2 = 1222 columns
     // cut; left round(0.54 * 778) = 420, top 270, size 216
-    {"HeightFillsWithCutColumns", Rect(2000, 500, 400, 400), kWide,
-     1920, 1080, Rect(0, 0, 4000, 1000), {420, 270, 216, 216}},
-    {"CornerInLeftMargin", Rect(1000, 500, 400, 400), kWide,
-     1920, 1080, Rect(0, 0, 4000, 1000), {0, 270, 216, 216}},
+    {"HeightFillsWithCutColumns", Rect(2000, 500, 400, 400), kWide, 1920, 1080,
+     Rect(0, 0, 4000, 1000), {420, 270, 216, 216}},
+    {"CornerInLeftMargin", Rect(1000, 500, 400, 400), kWide, 1920, 1080, Rect(0, 0, 4000, 1000),
+     {0, 270, 216, 216}},
     // the sensor, not the wide reference, picks the axis: scale 0.32
-    {"SensorNotReferenceChoosesAxis", Rect(2000, 500, 400, 400), kWide,
-     1920, 1080, kSensor, {640, 160, 128, 128}},
+    {"SensorNotReferenceChoosesAxis", Rect(2000, 500, 400, 400), kWide, 1920, 1080, kFull,
+     {640, 160, 128, 128}},
     // 0.5 * 1001 = 500.5 -> 501
-    {"HalfRoundsAwayFromZero", Rect(1001, 1001, 400, 400), kFull,
-     2000, 1500, kSensor, {501, 501, 200, 200}},
+    {"HalfRoundsAwayFromZero", Rect(1001, 1001, 400, 400), kFull, 2000, 1500, kFull,
+     {501, 501, 200, 200}},
     // 100000 * 30000 wraps to -1294967296; / 40000 = -32374; (75000 + 32374) / 2
     // = 53687 rows cut; top round(0.4 * 6313) = 2525
     {"VisibleExtentProductWraps", Rect(10000, 60000, 1000, 1000), Rect(0, 0, 100000, 75000),
-     40000, 30000, kSensor, {4000, 2525, 400, 400}},
+     40000, 30000, kFull, {4000, 2525, 400, 400}},
     // 8 * 2^29 = 2^32 saturates (no wrap to 0) and clamps to 7999
-    {"HugeOffsetSaturates", Rect(0x20000000, 0, 2, 2), kHuge,
-     8000, 6000, kSensor, {7999, 0, 0, 16}},
-    {"HugeSizeSaturates", Rect(0, 0, 0xFFFFFFFF, 0xFFFFFFFF), kHuge,
-     8000, 6000, kSensor, {0, 0, 8000, 6000}},
+    {"HugeOffsetSaturates", Rect(0x20000000, 0, 2, 2), kHuge, 8000, 6000, kFull, {7999, 0, 0, 16}},
+    {"HugeSizeSaturates", Rect(0, 0, 0xFFFFFFFF, 0xFFFFFFFF), kHuge, 8000, 6000, kFull,
+     {0, 0, 8000, 6000}},
 };
 // clang-format on
 
@@ -128,44 +106,39 @@ TEST_F(MetaTest, MapRectLogsOffsetsInsideTheReference) {
                                    1080, Rect(7, 9, 4000, 3000), &dst),
               0);
     // scale 0.64, visible height 1687, (2250 - 1687) / 2 = 281 rows cut:
-    // top round(0.64 * (625 - 281)) = round(220.16) = 220, left 640.
+    // top round(0.64 * (625 - 281)) = 220, left 640.
     EXPECT_EQ(Fields(dst), (std::vector<uint32_t>{640, 220, 256, 256}));
-    EXPECT_EQ(Lines(),
-              (std::vector<Line>{L(1, "MetaUtils.cpp", "MapRectToInput",
+    EXPECT_EQ(Lines(), (LineList{L(1, kMU, "MapRectToInput",
                                    "SrcRect[1000,625,400,400] SrcRefer[500,375,3000,2250] "
                                    "DstRect[640,220,256,256] SensorSize[7,9,4000,3000]")}));
 }
 
 TEST_F(MetaTest, MapRectRejectsArguments) {
-    const ChiRect src = Rect(1000, 1000, 400, 400);
     const struct {
-        const char* what;
         ChiRect src;
         ChiRect refer;
         int width;
         int height;
     } cases[] = {
-        {"zero width", src, kFull, 0, 1080},
-        {"negative width", src, kFull, -1920, 1080},
-        {"zero height", src, kFull, 1920, 0},
-        {"negative height", src, kFull, 1920, INT_MIN},
-        {"zero rect width", Rect(1, 1, 0, 4), kFull, 1920, 1080},
-        {"zero rect height", Rect(1, 1, 4, 0), kFull, 1920, 1080},
-        {"zero reference width", src, Rect(0, 0, 0, 3000), 1920, 1080},
-        {"zero reference height", src, Rect(0, 0, 4000, 0), 1920, 1080},
+        // clang-format off
+        {kFace, kFull, 0, 1080}, {kFace, kFull, -1920, 1080},
+        {kFace, kFull, 1920, 0}, {kFace, kFull, 1920, INT_MIN},
+        {Rect(1, 1, 0, 4), kFull, 1920, 1080}, {Rect(1, 1, 4, 0), kFull, 1920, 1080},
+        {kFace, Rect(0, 0, 0, 3000), 1920, 1080}, {kFace, Rect(0, 0, 4000, 0), 1920, 1080},
+        // clang-format on
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::Message() << &c - cases);
         capture.clear();
         __UtilsImage_Rect dst = kUntouched;
-        EXPECT_EQ(utils.MapRectToInput(c.src, c.refer, c.width, c.height, kSensor, &dst), -1)
-            << c.what;
-        EXPECT_EQ(Fields(dst), Fields(kUntouched)) << c.what;
-        EXPECT_EQ(Lines(), (std::vector<Line>{kArgErr})) << c.what;
+        EXPECT_EQ(utils.MapRectToInput(c.src, c.refer, c.width, c.height, kFull, &dst), -1);
+        EXPECT_EQ(Fields(dst), Fields(kUntouched));
+        EXPECT_EQ(Lines(), (LineList{kArgErr}));
     }
     // A null destination is refused the same way rather than written through.
     capture.clear();
-    EXPECT_EQ(utils.MapRectToInput(src, kFull, 1920, 1080, kSensor, nullptr), -1);
-    EXPECT_EQ(Lines(), (std::vector<Line>{kArgErr}));
+    EXPECT_EQ(utils.MapRectToInput(kFace, kFull, 1920, 1080, kFull, nullptr), -1);
+    EXPECT_EQ(Lines(), (LineList{kArgErr}));
 }
 
 // ---- Sweep ------------------------------------------------------------------------
@@ -180,8 +153,8 @@ public:
         return z ^ (z >> 31);
     }
     uint32_t Below(uint32_t n) { return static_cast<uint32_t>(Next() % n); }
-    // Mostly plausible pixel values; zeros, small values and values near the
-    // 31- and 32-bit limits mixed in.
+    // Mostly plausible pixel values, with zeros, small values and values near
+    // the 31- and 32-bit limits mixed in.
     uint32_t Coordinate() {
         const uint32_t kinds[] = {0, Below(16), 0x7FFFFFF8u + Below(16), ~Below(16),
                                   static_cast<uint32_t>(Next())};
@@ -204,15 +177,9 @@ TEST_F(MetaTest, MapRectSweepKeepsItsInvariants) {
     Generator gen;
     int accepted = 0;
     for (int i = 0; i < 6000; ++i) {
-        const ChiRect src = gen.AnyRect();
-        const ChiRect refer = gen.AnyRect();
-        const ChiRect sensor = gen.AnyRect();
-        const int width = gen.ImageSize();
-        const int height = gen.ImageSize();
-        SCOPED_TRACE(::testing::Message()
-                     << "#" << i << " src " << ::testing::PrintToString(Bytes(src)) << " refer "
-                     << ::testing::PrintToString(Bytes(refer)) << " image " << width << "x"
-                     << height << " sensor " << sensor.width << "x" << sensor.height);
+        const ChiRect src = gen.AnyRect(), refer = gen.AnyRect(), sensor = gen.AnyRect();
+        const int width = gen.ImageSize(), height = gen.ImageSize();
+        SCOPED_TRACE(::testing::Message() << "#" << i);
         capture.clear();
         __UtilsImage_Rect dst = kUntouched;
         const int rc = utils.MapRectToInput(src, refer, width, height, sensor, &dst);
@@ -220,7 +187,7 @@ TEST_F(MetaTest, MapRectSweepKeepsItsInvariants) {
             refer.height == 0) {
             ASSERT_EQ(rc, -1);
             ASSERT_EQ(Fields(dst), Fields(kUntouched));
-            ASSERT_EQ(Lines(), (std::vector<Line>{kArgErr}));
+            ASSERT_EQ(Lines(), (LineList{kArgErr}));
             continue;
         }
         ++accepted;
@@ -235,10 +202,9 @@ TEST_F(MetaTest, MapRectSweepKeepsItsInvariants) {
         ASSERT_EQ(dst.height % 2, 0u);
         // The sensor's position takes no part, and a corner before the
         // reference region maps like the reference's own corner.
-        ChiRect moved = sensor;
+        ChiRect moved = sensor, clamped = src;
         moved.left = ~sensor.left;
         moved.top = sensor.top + 12345;
-        ChiRect clamped = src;
         clamped.left = std::max(src.left, refer.left);
         clamped.top = std::max(src.top, refer.top);
         __UtilsImage_Rect again = kUntouched;

@@ -87,16 +87,12 @@ TEST(FreshProcess, FirstUseAndCachedRoles) {
     MetaUtils utils;
     int result = 0;
     // First match in the order 0, 21, 20, 1, 40; role 40 is absent, so its
-    // camera is -1; role 22 is asked for but gives no type.
-    const struct {
-        int cameraId;
-        int type;
-        int result;
-    } cases[] = {{10, 1, 0}, {11, 2, 0},  {12, 3, 0}, {13, 5, 0},
-                 {-1, 6, 0}, {14, 0, -1}, {99, 0, -1}};
+    // camera is -1; role 22 is asked for but gives no type. {camera, type, result}
+    const int cases[][3] = {{10, 1, 0}, {11, 2, 0},  {12, 3, 0}, {13, 5, 0},
+                            {-1, 6, 0}, {14, 0, -1}, {99, 0, -1}};
     for (const auto& c : cases) {
-        EXPECT_EQ(SensorType(utils, c.cameraId, &result), c.type) << c.cameraId;
-        EXPECT_EQ(result, c.result) << c.cameraId;
+        EXPECT_EQ(SensorType(utils, c[0], &result), c[1]) << c[0];
+        EXPECT_EQ(result, c[2]) << c[0];
     }
     // One load: the entry point, then init, once; one role map per role.
     const auto calls = kvhost::adapterCalls();
@@ -237,13 +233,10 @@ TEST(FreshProcess, ConcurrentFirstUse) {
         ++ready;
         while (ready.load() < kThreads) std::this_thread::yield();
         for (int round = 0; round < kRounds; ++round) {
-            const struct {
-                int cameraId;
-                int type;
-            } types[] = {{3, 1}, {4, 2}, {kSat, 3}, {5, 5}, {6, 6}, {7, 0}};
+            const int types[][2] = {{3, 1}, {4, 2}, {kSat, 3}, {5, 5}, {6, 6}, {7, 0}};
             for (const auto& t : types) {
                 int result = 0;
-                if (SensorType(utils, t.cameraId, &result) != t.type) ++failures;
+                if (SensorType(utils, t[0], &result) != t[1]) ++failures;
             }
             ChiRect crop{};
             utils.GetFinalCropRegion(md, crop, {4000, 3000}, false);

@@ -8,51 +8,27 @@
 namespace kvtest {
 namespace {
 
-constexpr const char* kMU = "MetaUtils.cpp";
-
 TEST_F(MetaTest, MotionCaptureAnchorNeedsBandingAndDeflicker) {
-    const Line banding1 =
-        L(2, kMU, "GetMotionCaptureAnchorOrder", "zslMcBandingType: 0x1, isZslFlkMotionCap: 1");
+    auto line = [](const char* m) { return L(2, kMU, "GetMotionCaptureAnchorOrder", m); };
+    const Line banding1 = line("zslMcBandingType: 0x1, isZslFlkMotionCap: 1");
+    const LineList noLowByte = {line("zslMcBandingType: 0x100, isZslFlkMotionCap: 0")};
+    const LineList succeeded = {banding1, line("anchorInfo: 0x1ff, isDeflickerSuccess: 1")};
+    const LineList failed = {banding1, line("anchorInfo: 0xff, isDeflickerSuccess: 0")};
+    const LineList absent = {banding1, kLookupMiss,
+                             L(3, kMU, "GetMotionCaptureAnchorOrder",
+                               "GetMetadata kovani.motion.capture.anchorInfo err")};
     const struct {
-        const char* what;
         int32_t banding;
         int32_t anchor;  // -1: tag absent
         int rc;
         int order;
-        std::vector<Line> lines;
-    } cases[] = {
-        {"banding word without low byte",
-         0x100,
-         0x1FF,
-         -1,
-         77,
-         {L(2, kMU, "GetMotionCaptureAnchorOrder",
-            "zslMcBandingType: 0x100, isZslFlkMotionCap: 0")}},
-        {"deflicker succeeded",
-         0x01,
-         0x1FF,
-         0,
-         255,
-         {banding1,
-          L(2, kMU, "GetMotionCaptureAnchorOrder", "anchorInfo: 0x1ff, isDeflickerSuccess: 1")}},
-        {"deflicker failed",
-         0x01,
-         0x0FF,
-         -1,
-         77,
-         {banding1,
-          L(2, kMU, "GetMotionCaptureAnchorOrder", "anchorInfo: 0xff, isDeflickerSuccess: 0")}},
-        {"anchor info absent",
-         0x01,
-         -1,
-         -2,
-         77,
-         {banding1, L(3, kMU, "GetMetaData", "GetMetadata err"),
-          L(3, kMU, "GetMotionCaptureAnchorOrder",
-            "GetMetadata kovani.motion.capture.anchorInfo err")}},
-    };
+        const LineList& lines;
+    } cases[] = {{0x100, 0x1FF, -1, 77, noLowByte},
+                 {0x01, 0x1FF, 0, 255, succeeded},
+                 {0x01, 0x0FF, -1, 77, failed},
+                 {0x01, -1, -2, 77, absent}};
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
+        SCOPED_TRACE(::testing::Message() << c.banding << " " << c.anchor);
         capture.clear();
         md->clear();
         md->putInt32("kovani.ai.kvsd.zslMcBandingType", {c.banding});
@@ -65,6 +41,12 @@ TEST_F(MetaTest, MotionCaptureAnchorNeedsBandingAndDeflicker) {
 }
 
 TEST_F(MetaTest, EyeClosureStatusUnderBothNames) {
+    AIspAnchorMeta meta{true, true};
+    EXPECT_EQ(utils.GetEcdStatus(md, meta), -2);
+    EXPECT_TRUE(meta.eyeDet && meta.eyeOpen);
+    EXPECT_EQ(Lines().back(),
+              L(3, kMU, "GetEcdStatus", "GetMetadata com.kovani.orlo2.eyeclosure.status fail"));
+
     const struct {
         uint8_t status;
         bool eyeDet, eyeOpen;
@@ -74,26 +56,17 @@ TEST_F(MetaTest, EyeClosureStatusUnderBothNames) {
         md->putBytes("com.kovani.orlo2.eyeclosure.status", &c.status, 1);
         for (bool lower : {false, true}) {
             capture.clear();
-            AIspAnchorMeta meta{!c.eyeDet, !c.eyeOpen};
+            meta = {!c.eyeDet, !c.eyeOpen};
             EXPECT_EQ(lower ? utils.getEcdStatus(md, meta) : utils.GetEcdStatus(md, meta), 0);
             EXPECT_EQ(meta.eyeDet, c.eyeDet) << int(c.status);
             EXPECT_EQ(meta.eyeOpen, c.eyeOpen) << int(c.status);
             char text[64];
             std::snprintf(text, sizeof text, "ecdRet:0x%x, eyeDet:%d, eyeOpen:%d", c.status,
                           c.eyeDet, c.eyeOpen);
-            EXPECT_EQ(
-                Lines(),
-                (std::vector<Line>{L(0, kMU, lower ? "getEcdStatus" : "GetEcdStatus", text)}));
+            EXPECT_EQ(Lines(),
+                      (LineList{L(0, kMU, lower ? "getEcdStatus" : "GetEcdStatus", text)}));
         }
     }
-}
-
-TEST_F(MetaTest, EyeClosureStatusMissingLeavesTheRecord) {
-    AIspAnchorMeta meta{true, true};
-    EXPECT_EQ(utils.GetEcdStatus(md, meta), -2);
-    EXPECT_TRUE(meta.eyeDet && meta.eyeOpen);
-    EXPECT_EQ(Lines().back(),
-              L(3, kMU, "GetEcdStatus", "GetMetadata com.kovani.orlo2.eyeclosure.status fail"));
 }
 
 TEST_F(MetaTest, AiSceneResultCopiesSixteenBytes) {
@@ -113,23 +86,19 @@ TEST_F(MetaTest, AiSceneResultCopiesSixteenBytes) {
 TEST_F(MetaTest, BokehRequestRoundTrip) {
     __bokehRequestInfoList in;
     for (size_t i = 0; i < sizeof in.bytes; ++i) in.bytes[i] = static_cast<uint8_t>(255 - i);
+    EXPECT_EQ(utils.SetBokehRequestInfoList(md, nullptr), -2);
+    EXPECT_EQ(utils.SetBokehRequestInfoList(nullptr, &in), -2);
+    EXPECT_EQ(Lines(), (LineList{L(4, kMU, "SetBokehRequestInfoList", "arg err"),
+                                 L(4, kMU, "SetMetaData", "pArg is null"),
+                                 L(3, kMU, "SetBokehRequestInfoList",
+                                   "SetMetadata com.kovani.camera.bokehConfig.request err")}));
+    capture.clear();
     EXPECT_EQ(utils.SetBokehRequestInfoList(md, &in), 0);
     EXPECT_EQ(md->find("com.kovani.camera.bokehConfig.request").count, 124u);
     __bokehRequestInfoList out{};
     EXPECT_EQ(utils.GetBokehRequestInfoList(md, &out), 0);
     EXPECT_EQ(std::memcmp(in.bytes, out.bytes, sizeof in.bytes), 0);
     EXPECT_TRUE(Lines().empty());
-}
-
-TEST_F(MetaTest, BokehRequestSetterFailures) {
-    EXPECT_EQ(utils.SetBokehRequestInfoList(md, nullptr), -2);
-    __bokehRequestInfoList in{};
-    EXPECT_EQ(utils.SetBokehRequestInfoList(nullptr, &in), -2);
-    EXPECT_EQ(Lines(),
-              (std::vector<Line>{L(4, kMU, "SetBokehRequestInfoList", "arg err"),
-                                 L(4, kMU, "SetMetaData", "pArg is null"),
-                                 L(3, kMU, "SetBokehRequestInfoList",
-                                   "SetMetadata com.kovani.camera.bokehConfig.request err")}));
 }
 
 TEST_F(MetaTest, ImageNameUpToItsNul) {
@@ -143,10 +112,9 @@ TEST_F(MetaTest, ImageNameUpToItsNul) {
     md->clear();
     EXPECT_EQ(utils.GetImageName(md, &out), -2);
     EXPECT_EQ(utils.GetImageName(md, nullptr), -2);
-    const auto lines = Lines();
-    ASSERT_EQ(lines.size(), 3u);
-    EXPECT_EQ(lines[1], L(3, kMU, "GetImageName", "GetMetadata imageName err"));
-    EXPECT_EQ(lines[2], L(4, kMU, "GetImageName", "arg err"));
+    EXPECT_EQ(Lines(),
+              (LineList{kLookupMiss, L(3, kMU, "GetImageName", "GetMetadata imageName err"),
+                        L(4, kMU, "GetImageName", "arg err")}));
 }
 
 }  // namespace

@@ -103,7 +103,7 @@ void FinalCropSeeds() {
     c.shift[0] = 12.5f;
     c.shift[1] = -8.0f;
     c.shift[3] = 1.0f;
-    Write("final_crop", "aspect_and_frame_shift", c);
+    Write("final_crop", "ratio_and_frame_shift", c);
 
     // Widened past the left edge: left 0 and the sensor's width; no timestamp.
     c = CropBase(Rect(0, 0, 1000, 3000));

@@ -2,7 +2,7 @@
 #
 #   cmake -DTOOL=<program> [-DEMULATOR=<runner>] -DSOURCE_DIR=<repository> -DARGS=<a|b|...>
 #         (-DGOLDEN=<file> [-DOUTPUT=<file>] | -DEXPECT_OUTPUT=<text|text...>
-#          | -DEXPECT_ERROR=<text>) -P RunInspect.cmake
+#          | -DEXPECT_ERROR=<text>) -P RunReport.cmake
 #
 # GOLDEN: the run must succeed, and what it printed (or wrote to OUTPUT) must
 # equal the golden file, log line numbers masked so that editing the library

@@ -1,12 +1,14 @@
 // The process-wide tag table: names, ids and element types of every tag the
 // library reads, preloaded from one table, plus run-time registrations.
 #include <algorithm>
+#include <charconv>
 #include <deque>
 #include <mutex>
 #include <shared_mutex>
 #include <string_view>
 #include <unordered_map>
 
+#include "AndroidTags.h"
 #include "kvhost/Metadata.h"
 
 namespace kvhost {
@@ -16,42 +18,24 @@ struct Row {
     const char* name;
     uint32_t id;
     TagType type;
+    bool fixedId = false;  // the platform's own id, the same on every device
 };
 
-// Ids are written out, never derived from a row's position, so that adding a
-// row cannot renumber a tag. Android and MediaTek ids are the platforms'
-// own; the vendor tags that are addressed by name get ids of our sections
-// (0x8010 and up, above Android's vendor boundary 0x8000 << 16).
-constexpr Row kBuiltinTags[] = {
-    // Android tags.
-    {"android.colorCorrection.gains", 0x00000002, TagType::Float},
-    {"android.control.afMode", 0x00010007, TagType::Byte},
-    {"android.control.afState", 0x00010020, TagType::Byte},
-    {"android.control.enableZsl", 0x00010029, TagType::Byte},
-    {"android.control.zoomRatio", 0x0001002F, TagType::Float},
-    {"android.flash.mode", 0x00040002, TagType::Byte},
-    {"android.jpeg.orientation", 0x00070003, TagType::Int32},
-    {"android.lens.aperture", 0x00080000, TagType::Float},
-    {"android.lens.focusDistance", 0x00080003, TagType::Float},
-    {"android.lens.info.shadingMapSize", 0x00090006, TagType::Int32},
-    {"android.scaler.cropRegion", 0x000D0000, TagType::Int32},
-    {"android.sensor.exposureTime", 0x000E0000, TagType::Int64},
-    {"android.sensor.frameDuration", 0x000E0001, TagType::Int64},
-    {"android.sensor.sensitivity", 0x000E0002, TagType::Int32},
-    {"android.sensor.timestamp", 0x000E0010, TagType::Int64},
-    {"android.sensor.dynamicBlackLevel", 0x000E001C, TagType::Float},
-    {"android.sensor.dynamicWhiteLevel", 0x000E001D, TagType::Int32},
-    {"android.sensor.info.activeArraySize", 0x000F0000, TagType::Int32},
-    {"android.sensor.info.colorFilterArrangement", 0x000F0002, TagType::Byte},
-    {"android.sensor.info.activeArraySizeMaximumResolution", 0x000F000B, TagType::Int32},
-    {"android.statistics.lensShadingMap", 0x0011000B, TagType::Float},
-    {"android.logicalMultiCamera.physicalIds", 0x001A0000, TagType::Byte},
+// Android's own tags come from the data file host/data/android-camera-tags.tsv
+// (kAndroidTagsTsv, embedded at build time). The rows below are the vendor
+// tags the library reads. Ids are written out, never derived from a row's
+// position, so that adding a row cannot renumber a tag. MediaTek ids and the
+// slave anchor frame's are the platforms' own (the library reads them by id);
+// the vendor tags that are addressed by name get ids of our sections (0x8010
+// and up, above Android's vendor boundary 0x8000 << 16), since a device gives
+// them ids of its own.
+constexpr Row kVendorTags[] = {
     // Tags the library addresses only by id, named after their platform
     // constants or the names its messages give them.
-    {"MTK_3A_FEATURE_AF_REGION", 0x80060001, TagType::Int32},
-    {"MTK_3A_FEATURE_AE_SENSOR_GAIN_VALUE", 0x80060010, TagType::Int32},
-    {"MTK_3A_FEATURE_AE_ISP_GAIN_VALUE", 0x80060011, TagType::Int32},
-    {"kovani.bokeh.AuxAnchorFrame", 0x80040006, TagType::Int32},
+    {"MTK_3A_FEATURE_AF_REGION", 0x80060001, TagType::Int32, true},
+    {"MTK_3A_FEATURE_AE_SENSOR_GAIN_VALUE", 0x80060010, TagType::Int32, true},
+    {"MTK_3A_FEATURE_AE_ISP_GAIN_VALUE", 0x80060011, TagType::Int32, true},
+    {"kovani.bokeh.AuxAnchorFrame", 0x80040006, TagType::Int32, true},
     // Maker tags, section 0x8010.
     {"kovani.snapshot.physCameraId", 0x80100000, TagType::Int32},
     {"kovani.flash.mode", 0x80100001, TagType::Int32},
@@ -126,16 +110,77 @@ constexpr Row kBuiltinTags[] = {
     {"com.mediatek.3afeature.awbColorTemperature", 0x80120000, TagType::Int32},
 };
 
+// Android's tags from the data file: "id<TAB>name<TAB>type<TAB>enums", the
+// enums "NAME=value,..." (empty for tags without). Lines starting with '#'
+// are comments. The file is part of the build, so a row that does not read is
+// a build defect: the table stops at it rather than guess.
+std::vector<TagInfo> androidTags() {
+    std::vector<TagInfo> tags;
+    std::string_view rest = kAndroidTagsTsv;
+    while (!rest.empty()) {
+        const size_t eol = std::min(rest.find('\n'), rest.size());
+        std::string_view line = rest.substr(0, eol);
+        rest.remove_prefix(std::min(eol + 1, rest.size()));
+        if (line.empty() || line[0] == '#') continue;
+        std::string_view field[4];
+        for (std::string_view& f : field) {
+            const size_t tab = std::min(line.find('\t'), line.size());
+            f = line.substr(0, tab);
+            line.remove_prefix(std::min(tab + 1, line.size()));
+        }
+        TagInfo info{std::string(field[1]), 0, TagType::Byte, true, {}};
+        const char* idEnd = field[0].data() + field[0].size();
+        const bool idOk = field[0].size() > 2 &&
+                          std::from_chars(field[0].data() + 2, idEnd, info.id, 16).ptr == idEnd;
+        const bool typeOk = parseTypeName(field[2], &info.type);
+        if (!idOk || !typeOk || info.name.empty()) break;
+        for (std::string_view enums = field[3]; !enums.empty();) {
+            const size_t comma = std::min(enums.find(','), enums.size());
+            const std::string_view item = enums.substr(0, comma);
+            enums.remove_prefix(std::min(comma + 1, enums.size()));
+            const size_t eq = item.rfind('=');
+            int32_t value = 0;
+            if (eq == std::string_view::npos ||
+                std::from_chars(item.data() + eq + 1, item.data() + item.size(), value).ptr !=
+                    item.data() + item.size()) {
+                continue;
+            }
+            info.enums.push_back(EnumValue{std::string(item.substr(0, eq)), value});
+        }
+        tags.push_back(std::move(info));
+    }
+    return tags;
+}
+
+constexpr uint32_t kFreshIdBase = 0x80FF0000;  // ids given to tags whose own id is taken
+
 class Registry {
 public:
     Registry() {
-        for (const Row& row : kBuiltinTags) addLocked(row.name, row.id, row.type);
+        for (TagInfo& info : androidTags()) addLocked(std::move(info));
+        for (const Row& row : kVendorTags) {
+            addLocked(TagInfo{row.name, row.id, row.type, row.fixedId, {}});
+        }
     }
 
     int add(const std::string& name, uint32_t id, TagType type) {
         if (name.empty() || typeSize(type) == 0) return kInvalid;
         std::unique_lock<std::shared_mutex> lock(mutex_);
-        return addLocked(name, id, type);
+        return addLocked(TagInfo{name, id, type, false, {}});
+    }
+
+    int addOnFreshId(const std::string& name, TagType type, uint32_t* id) {
+        if (name.empty() || typeSize(type) == 0 || id == nullptr) return kInvalid;
+        std::unique_lock<std::shared_mutex> lock(mutex_);
+        if (const auto known = byName_.find(std::string_view(name)); known != byName_.end()) {
+            if (known->second->type != type) return kExists;
+            *id = known->second->id;
+            return kOk;
+        }
+        while (byId_.count(nextFreshId_) != 0) ++nextFreshId_;
+        if (nextFreshId_ < kFreshIdBase) return kNoMemory;  // wrapped: the section is full
+        *id = nextFreshId_;
+        return addLocked(TagInfo{name, nextFreshId_++, type, false, {}});
     }
 
     const TagInfo* find(const char* name) const {
@@ -163,21 +208,21 @@ public:
     }
 
 private:
-    int addLocked(const std::string& name, uint32_t id, TagType type) {
-        const auto byName = byName_.find(std::string_view(name));
-        const auto byId = byId_.find(id);
+    int addLocked(TagInfo info) {
+        const auto byName = byName_.find(std::string_view(info.name));
+        const auto byId = byId_.find(info.id);
         if (byName != byName_.end() || byId != byId_.end()) {
             // Registering the same definition again is harmless.
             const bool same = byName != byName_.end() && byId != byId_.end() &&
-                              byName->second == byId->second && byName->second->type == type;
+                              byName->second == byId->second && byName->second->type == info.type;
             return same ? kOk : kExists;
         }
         // A deque never moves its elements, so the TagInfo pointers handed out
         // and the views into their names stay valid.
-        infos_.push_back(TagInfo{name, id, type});
-        const TagInfo& info = infos_.back();
-        byName_.emplace(std::string_view(info.name), &info);
-        byId_.emplace(id, &info);
+        infos_.push_back(std::move(info));
+        const TagInfo& stored = infos_.back();
+        byName_.emplace(std::string_view(stored.name), &stored);
+        byId_.emplace(stored.id, &stored);
         return kOk;
     }
 
@@ -185,6 +230,7 @@ private:
     std::deque<TagInfo> infos_;
     std::unordered_map<std::string_view, const TagInfo*> byName_;
     std::unordered_map<uint32_t, const TagInfo*> byId_;
+    uint32_t nextFreshId_ = kFreshIdBase;
 };
 
 Registry& registry() {
@@ -201,6 +247,39 @@ int registerTag(const std::string& name, uint32_t id, TagType type) {
     } catch (...) {
         return kNoMemory;
     }
+}
+
+int registerTagOnFreshId(const std::string& name, TagType type, uint32_t* id) {
+    try {
+        return registry().addOnFreshId(name, type, id);
+    } catch (...) {
+        return kNoMemory;
+    }
+}
+
+const EnumValue* findEnum(const TagInfo& tag, std::string_view name) {
+    for (const EnumValue& e : tag.enums) {
+        if (e.name == name) return &e;
+    }
+    return nullptr;
+}
+
+const char* enumName(const TagInfo& tag, int32_t value) {
+    for (const EnumValue& e : tag.enums) {
+        if (e.value == value) return e.name.c_str();
+    }
+    return nullptr;
+}
+
+bool parseTypeName(std::string_view text, TagType* type) {
+    for (const TagType t : {TagType::Byte, TagType::Int32, TagType::Float, TagType::Int64,
+                            TagType::Double, TagType::Rational}) {
+        if (text == typeName(t)) {
+            *type = t;
+            return true;
+        }
+    }
+    return false;
 }
 
 const TagInfo* findTag(const char* name) {

@@ -2,8 +2,10 @@
 // StaticMetadataWraper stand on when the library runs off-device.
 //
 // The tag table maps tag names to ids and element types. It is process-wide,
-// preloaded with every Android and vendor tag that the library reads, and
-// open to more registrations at run time.
+// preloaded with every camera tag of Android (from the data file
+// host/data/android-camera-tags.tsv, with the names of enum values) and every
+// vendor tag that the library reads, and open to more registrations at run
+// time.
 //
 // kvhost::Metadata is the one concrete KvMetadata on the host: KvMetadata's
 // own members are defined on top of it, so every KvMetadata in a host process
@@ -15,6 +17,7 @@
 #include <memory>
 #include <shared_mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "KvMetadata.h"
@@ -39,16 +42,33 @@ enum class TagType : uint8_t {
     Rational = 5
 };
 
+// A value of an enum-valued tag and the name Android prints for it.
+struct EnumValue {
+    std::string name;
+    int32_t value;
+};
+
 struct TagInfo {
     std::string name;
     uint32_t id;
     TagType type;
+    // The platform's own id, the same on every device: Android's tags and the
+    // vendor tags the library reads by id. False for the vendor tags the
+    // library reads by name (their ids differ from device to device; the
+    // table's are its own) and for tags registered at run time.
+    bool fixedId = false;
+    std::vector<EnumValue> enums;  // Android's enum-valued tags; empty for the others
 };
 
 // Adds a tag to the table. 0 when added or already present with exactly this
 // definition; kExists when the name or the id is taken by another definition;
 // kInvalid for an empty name or an unknown type. Thread-safe.
 int registerTag(const std::string& name, uint32_t id, TagType type);
+
+// Registers `name` on an id of the table's own (section 0x80FF), for a tag
+// whose id is taken by another; *id gets it. A name already registered with
+// `type` gives its id and 0; with another type kExists.
+int registerTagOnFreshId(const std::string& name, TagType type, uint32_t* id);
 
 // nullptr when unknown. The pointer stays valid for the life of the process.
 const TagInfo* findTag(const char* name);
@@ -61,6 +81,13 @@ std::vector<TagInfo> knownTags();
 // for values outside the enumeration.
 const char* typeName(TagType type);
 size_t typeSize(TagType type);
+// The type of a name typeName() gives; false for any other text.
+bool parseTypeName(std::string_view text, TagType* type);
+
+// The value of an enum name of the tag, nullptr when the tag has no such name;
+// the name of a value, nullptr when it has none (Android prints it as a number).
+const EnumValue* findEnum(const TagInfo& tag, std::string_view name);
+const char* enumName(const TagInfo& tag, int32_t value);
 
 // A real metadata container.
 //

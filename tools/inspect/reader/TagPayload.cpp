@@ -47,6 +47,14 @@ const RecordLayout* layoutOf(const char* tagName) {
     return nullptr;
 }
 
+// Element i of a payload of T.
+template <typename T>
+T load(const uint8_t* bytes, size_t i) {
+    T value;
+    std::memcpy(&value, bytes + i * sizeof(T), sizeof(T));
+    return value;
+}
+
 template <typename T>
 void append(std::vector<uint8_t>& bytes, T value) {
     const size_t at = bytes.size();
@@ -276,32 +284,42 @@ const LengthRule kLengthRules[] = {
     {"android.logicalMultiCamera.physicalIds", 0, 0, "", physicalIdsCheck},
 };
 
-void checkLength(const TagPayload& p, const Node& where) {
-    if (p.count == 0) return;  // an empty entry is never read
+}  // namespace
+
+std::string lengthProblem(const TagPayload& p) {
+    if (p.count == 0) return "";  // an empty entry is never read
     for (const LengthRule& rule : kLengthRules) {
         if (p.info->name != rule.tag) continue;
         const std::string held =
             std::to_string(p.count) + " " + kvhost::typeName(p.info->type) + " values, but ";
         if (p.count < rule.min) {
-            where.fail(held + "the library reads " + std::to_string(rule.min) + " (" + rule.what +
-                       ")");
+            return held + "the library reads " + std::to_string(rule.min) + " (" + rule.what + ")";
         }
         if (rule.max != 0 && p.count > rule.max) {
-            where.fail(held + "the library takes at most " + std::to_string(rule.max) + " (" +
-                       rule.what + ")");
+            return held + "the library takes at most " + std::to_string(rule.max) + " (" +
+                   rule.what + ")";
         }
-        if (rule.check != nullptr) {
-            const std::string problem = rule.check(p);
-            if (!problem.empty()) where.fail(problem);
-        }
+        if (rule.check != nullptr) return rule.check(p);
     }
+    return "";
 }
 
-const kvhost::TagInfo* resolveTag(const Node& ref) {
+namespace {
+
+// A vendor name the table does not know is registered when its entry gives
+// the type: a capture saved from a dump carries the dump's own vendor tags.
+const kvhost::TagInfo* resolveTag(const Node& ref, const Node& type) {
     if (ref.json().is_string()) {
         const std::string& s = ref.string();
         if (s.rfind("0x", 0) != 0 && s.rfind("0X", 0) != 0) {
             const kvhost::TagInfo* info = kvhost::findTag(s.c_str());
+            TagType t{};
+            uint32_t id = 0;
+            if (info == nullptr && type.json().is_string() && s.rfind("android.", 0) != 0 &&
+                kvhost::parseTypeName(type.string(), &t) &&
+                kvhost::registerTagOnFreshId(s, t, &id) == kvhost::kOk) {
+                info = kvhost::findTag(id);
+            }
             if (info == nullptr) ref.fail("unknown tag \"" + s + "\"");
             return info;
         }
@@ -322,7 +340,7 @@ const kvhost::TagInfo* resolveTag(const Node& ref) {
 TagPayload readTag(const Node& entry) {
     Fields first(entry);
     TagPayload p;
-    p.info = resolveTag(first.need("tag"));
+    p.info = resolveTag(first.need("tag"), entry["type"]);
     // Below the entry, positions carry the tag's name: frame.tags[3] "name": values[1].
     Fields tag(Node(entry.json(), entry.path() + " \"" + p.info->name + "\"", ": "));
     tag.take("tag");
@@ -360,8 +378,37 @@ TagPayload readTag(const Node& entry) {
                         " bytes each)");
     }
     p.count = p.bytes.size() / size;
-    checkLength(p, tag.node());
+    if (const std::string problem = lengthProblem(p); !problem.empty()) tag.node().fail(problem);
     return p;
+}
+
+Json tagToJson(const TagPayload& p) {
+    Json values = Json::array();
+    const uint8_t* at = p.bytes.data();
+    for (size_t i = 0; i < p.count; ++i) {
+        switch (p.info->type) {
+            case TagType::Byte:
+                values.push_back(at[i]);
+                break;
+            case TagType::Int32:
+                values.push_back(load<int32_t>(at, i));
+                break;
+            case TagType::Float:
+                values.push_back(load<float>(at, i));
+                break;
+            case TagType::Int64:
+                values.push_back(load<int64_t>(at, i));
+                break;
+            case TagType::Double:
+                values.push_back(load<double>(at, i));
+                break;
+            case TagType::Rational:
+                values.push_back({load<int32_t>(at, 2 * i), load<int32_t>(at, 2 * i + 1)});
+                break;
+        }
+    }
+    return Json{
+        {"tag", p.info->name}, {"type", kvhost::typeName(p.info->type)}, {"values", values}};
 }
 
 Json recordsToJson(const char* tagName, const int32_t* elements, size_t count) {

@@ -6,7 +6,42 @@
 
 namespace inspect {
 
+namespace {
+
+// Deeper than any capture description goes; the parser's values nest by
+// recursion, so a file nested thousands of levels deep is refused before it.
+constexpr int kMaxDepth = 64;
+
+void checkDepth(const std::string& text) {
+    int depth = 0;
+    size_t line = 1;
+    bool inString = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '\n') ++line;
+        if (inString) {
+            if (c == '\\') {
+                ++i;
+            } else if (c == '"') {
+                inString = false;
+            }
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > kMaxDepth) {
+                throw InputError("malformed JSON: nested more than " + std::to_string(kMaxDepth) +
+                                 " levels deep at line " + std::to_string(line));
+            }
+        } else if (c == ']' || c == '}') {
+            --depth;
+        }
+    }
+}
+
+}  // namespace
+
 Json parseJson(const std::string& text) {
+    checkDepth(text);
     try {
         return Json::parse(text);
     } catch (const Json::parse_error& e) {

@@ -49,14 +49,21 @@ struct Capture {
     std::vector<TagPayload> frame;
     std::map<uint32_t, std::vector<TagPayload>> statics;  // by camera id
     AdapterAnswers adapter;
+    // What a reader chose where the file leaves a choice (a dump's camera,
+    // blocks and input size), and what it could not read ("file:line: tag:
+    // what"); both shown in the report.
+    std::vector<std::string> notes;
+    std::vector<std::string> warnings;
 };
 
-// Reads and checks a capture description. Every problem is an InputError
-// whose text starts with `path`.
-Capture loadCapture(const std::string& path);
-
-// Checks a capture description given as text; `file` names it in messages.
+// Reads and checks a capture description given as text. Every problem is an
+// InputError whose text starts with `file`. (Load.h reads files.)
 Capture parseCapture(const std::string& text, const std::string& file);
+
+// The description, camera ids, input size, frame and static metadata of a
+// capture in the capture description format (the arguments and adapter
+// answers are left at their defaults): what a dump's capture is saved as.
+Json captureToJson(const Capture& c);
 
 // The containers built from a capture description.
 struct Installed {

@@ -186,6 +186,8 @@ std::string header(const Capture& c) {
     std::ostringstream out;
     out << "capture " << c.file << "\n";
     if (!c.description.empty()) out << "  " << c.description << "\n";
+    for (const std::string& note : c.notes) out << "  " << note << "\n";
+    for (const std::string& warning : c.warnings) out << "  warning: " << warning << "\n";
     out << "  camera " << c.cameraId << ", SAT camera " << c.satCameraId << "; input "
         << c.inputWidth << "x" << c.inputHeight << "; sensor size ";
     if (c.sensorSize) {
@@ -292,6 +294,8 @@ Json jsonReport(const Capture& capture, const std::vector<CallRecord>& calls, bo
     Json report;
     report["capture"] = capture.file;
     report["description"] = capture.description;
+    report["notes"] = capture.notes;
+    report["warnings"] = capture.warnings;
     report["camera"] = {{"cameraId", capture.cameraId}, {"satCameraId", capture.satCameraId}};
     report["input"] = {{"width", capture.inputWidth}, {"height", capture.inputHeight}};
     report["arguments"] = {

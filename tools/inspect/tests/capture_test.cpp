@@ -360,24 +360,5 @@ INSTANTIATE_TEST_SUITE_P(
                 "2147483647, got \"left\""}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(LoadCapture, MissingFileNamesFileAndReason) {
-    try {
-        loadCapture("/nonexistent/capture.json");
-        FAIL() << "loaded";
-    } catch (const InputError& e) {
-        EXPECT_EQ(std::string(e.what()),
-                  "/nonexistent/capture.json: cannot open: No such file or directory");
-    }
-}
-
-TEST(LoadCapture, DirectoryIsNotACapture) {
-    try {
-        loadCapture("/");
-        FAIL() << "loaded";
-    } catch (const InputError& e) {
-        EXPECT_EQ(std::string(e.what()), "/: cannot open: Is a directory");
-    }
-}
-
 }  // namespace
 }  // namespace inspect

@@ -1,11 +1,6 @@
 #include "Capture.h"
 
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <limits>
-#include <sstream>
 
 #include "kvhost/Adapter.h"
 #include "kvhost/Metadata.h"
@@ -168,17 +163,24 @@ Capture parseCapture(const std::string& text, const std::string& file) {
     }
 }
 
-Capture loadCapture(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) throw InputError(path + ": cannot open: " + std::strerror(errno));
-    std::error_code ignored;
-    if (std::filesystem::is_directory(path, ignored)) {
-        throw InputError(path + ": cannot open: " + std::strerror(EISDIR));
+Json captureToJson(const Capture& c) {
+    const auto tags = [](const std::vector<TagPayload>& payloads) {
+        Json out = Json::array();
+        for (const TagPayload& p : payloads) out.push_back(tagToJson(p));
+        return out;
+    };
+    Json out;
+    std::string description = c.description;
+    for (const std::string& note : c.notes) description += "; " + note;
+    out["description"] = description;
+    out["camera"] = {{"cameraId", c.cameraId}, {"satCameraId", c.satCameraId}};
+    out["input"] = {{"width", c.inputWidth}, {"height", c.inputHeight}};
+    out["frame"] = {{"tags", tags(c.frame)}};
+    out["static"] = Json::array();
+    for (const auto& [camera, payloads] : c.statics) {
+        out["static"].push_back({{"cameraId", camera}, {"tags", tags(payloads)}});
     }
-    std::ostringstream text;
-    text << in.rdbuf();
-    if (in.bad()) throw InputError(path + ": cannot read: " + std::strerror(errno));
-    return parseCapture(text.str(), path);
+    return out;
 }
 
 std::shared_ptr<KvMetadata> Installed::staticOf(int cameraId) const {

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "JsonReader.h"
@@ -23,6 +24,14 @@ struct TagPayload {
 // the library reads of the tag (for instance the 448 bytes of the smart AE
 // record, or at most 10 faces), so that no getter reads past it.
 TagPayload readTag(const Node& entry);
+
+// What is wrong with a payload that the library would read past: shorter
+// than the library's read of the tag (the 448 bytes of the smart AE record,
+// say), or more faces than its record holds; "" when it is fine.
+std::string lengthProblem(const TagPayload& p);
+
+// The tag as a capture description writes it: name, type and typed values.
+Json tagToJson(const TagPayload& p);
 
 // The record view of a tag's int32 elements, as the capture description
 // writes it: {"faces": [{"left": ..., ...}, ...]} for "kovani.bokeh.faceInfo",

@@ -1,0 +1,557 @@
+#include "Dump.h"
+
+#include <charconv>
+#include <cstring>
+#include <optional>
+
+#include "JsonReader.h"
+
+namespace inspect {
+namespace {
+
+using kvhost::TagType;
+
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+bool isBlank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+bool startsWith(std::string_view s, std::string_view prefix) {
+    return s.substr(0, prefix.size()) == prefix;
+}
+
+bool contains(std::string_view s, std::string_view part) {
+    return s.find(part) != std::string_view::npos;
+}
+
+std::string_view trim(std::string_view s) {
+    while (!s.empty() && (isBlank(s.front()) || s.front() == '\r')) s.remove_prefix(1);
+    while (!s.empty() && (isBlank(s.back()) || s.back() == '\r')) s.remove_suffix(1);
+    return s;
+}
+
+// Small scanners over a line: each consumes what it matches at `p` and
+// reports whether it matched.
+bool skipDigits(std::string_view s, size_t& p) {
+    const size_t start = p;
+    while (p < s.size() && isDigit(s[p])) ++p;
+    return p > start;
+}
+
+bool skipChar(std::string_view s, size_t& p, char c) {
+    if (p >= s.size() || s[p] != c) return false;
+    ++p;
+    return true;
+}
+
+bool skipBlanks(std::string_view s, size_t& p) {
+    const size_t start = p;
+    while (p < s.size() && isBlank(s[p])) ++p;
+    return p > start;
+}
+
+// A whole number of `s` in `base`; false when anything else is there.
+template <typename T>
+bool parseNumber(std::string_view s, T* value, int base = 10) {
+    if (s.empty()) return false;
+    const char* end = s.data() + s.size();
+    const auto [ptr, ec] = std::from_chars(s.data(), end, *value, base);
+    return ec == std::errc() && ptr == end;
+}
+
+bool parseReal(std::string_view s, double* value) {
+    if (s.empty()) return false;
+    const char* end = s.data() + s.size();
+    const auto [ptr, ec] = std::from_chars(s.data(), end, *value);
+    return ec == std::errc() && ptr == end;
+}
+
+// ---- Lines ------------------------------------------------------------------
+
+// logcat's time: "MM-DD HH:MM:SS.mmm", or with the year in front.
+bool skipLogTime(std::string_view s, size_t& p) {
+    size_t q = p;
+    if (!skipDigits(s, q) || !skipChar(s, q, '-') || !skipDigits(s, q)) return false;
+    if (skipChar(s, q, '-') && !skipDigits(s, q)) return false;
+    if (!skipBlanks(s, q) || !skipDigits(s, q) || !skipChar(s, q, ':') || !skipDigits(s, q) ||
+        !skipChar(s, q, ':') || !skipDigits(s, q)) {
+        return false;
+    }
+    if (skipChar(s, q, '.') && !skipDigits(s, q)) return false;
+    p = q;
+    return true;
+}
+
+bool isLogLevel(char c) {
+    return c != '\0' && std::strchr("VDIWEFS", c) != nullptr;
+}
+
+// threadtime's "[uid] pid tid L tag: ".
+bool skipThreadTag(std::string_view s, size_t& p) {
+    size_t q = p;
+    int numbers = 0;
+    while (skipDigits(s, q)) {
+        ++numbers;
+        if (!skipBlanks(s, q)) return false;
+    }
+    if (numbers < 2 || q + 1 >= s.size() || !isLogLevel(s[q]) || !isBlank(s[q + 1])) return false;
+    const size_t colon = s.find(": ", q + 2);
+    if (colon == std::string_view::npos) return false;
+    p = colon + 2;
+    return true;
+}
+
+// brief's and time's "L/tag( pid): ".
+bool skipBriefTag(std::string_view s, size_t& p) {
+    if (p + 1 >= s.size() || !isLogLevel(s[p]) || s[p + 1] != '/') return false;
+    const size_t close = s.find("): ", p + 2);
+    if (close == std::string_view::npos) return false;
+    const size_t open = s.rfind('(', close);
+    if (open == std::string_view::npos || open < p + 2) return false;
+    size_t q = open + 1;
+    skipBlanks(s, q);
+    if (!skipDigits(s, q) || q != close) return false;
+    p = close + 3;
+    return true;
+}
+
+// ---- Entries ----------------------------------------------------------------
+
+struct Header {
+    std::string_view name;
+    uint32_t id = 0;
+    std::string_view typeText;
+    size_t count = 0;
+    std::string_view rest;  // a value row joined onto the header line
+};
+
+// "section.name (hexid): type[count]" and what follows it.
+bool parseHeader(std::string_view s, Header& h) {
+    const size_t open = s.find(" (");
+    if (open == std::string_view::npos || open == 0) return false;
+    h.name = s.substr(0, open);
+    if (!contains(h.name, ".") || h.name.find_first_of(" \t[]()") != std::string_view::npos) {
+        return false;
+    }
+    size_t p = open + 2;
+    const size_t hexStart = p;
+    while (p < s.size() && std::isxdigit(static_cast<unsigned char>(s[p]))) ++p;
+    if (!parseNumber(s.substr(hexStart, p - hexStart), &h.id, 16)) return false;
+    if (!skipChar(s, p, ')') || !skipChar(s, p, ':')) return false;
+    skipBlanks(s, p);
+    const size_t bracket = s.find('[', p);
+    if (bracket == std::string_view::npos) return false;
+    h.typeText = trim(s.substr(p, bracket - p));
+    p = bracket + 1;
+    const size_t countStart = p;
+    if (!skipDigits(s, p) || !parseNumber(s.substr(countStart, p - countStart), &h.count) ||
+        !skipChar(s, p, ']')) {
+        return false;
+    }
+    h.rest = trim(s.substr(p));
+    return true;
+}
+
+template <typename T>
+void append(std::vector<uint8_t>& bytes, T value) {
+    const size_t at = bytes.size();
+    bytes.resize(at + sizeof(T));
+    std::memcpy(bytes.data() + at, &value, sizeof(T));
+}
+
+// An entry being read: its payload grows row by row.
+struct OpenEntry {
+    DumpEntry entry;
+    const kvhost::TagInfo* names = nullptr;  // the Android tag whose enum names it may print
+    bool bad = false;                        // a warning was given; its rows are skipped
+    bool elided = false;
+    size_t values = 0;
+};
+
+// One value token of a byte, int32, int64, float or double entry.
+std::string appendToken(OpenEntry& e, std::string_view token) {
+    const TagType type = e.entry.type;
+    std::vector<uint8_t>& bytes = e.entry.bytes;
+    if (type == TagType::Float || type == TagType::Double) {
+        double v = 0;
+        if (!parseReal(token, &v)) return "\"" + std::string(token) + "\" is not a number";
+        if (type == TagType::Float) {
+            float f = 0;  // read as a float, so the printed digits round as the device's did
+            std::from_chars(token.data(), token.data() + token.size(), f);
+            append(bytes, f);
+        } else {
+            append(bytes, v);
+        }
+        return "";
+    }
+    if (type == TagType::Int64) {
+        int64_t v = 0;
+        if (!parseNumber(token, &v)) return "\"" + std::string(token) + "\" is not an int64 value";
+        append(bytes, v);
+        return "";
+    }
+    int64_t v = 0;
+    if (!parseNumber(token, &v)) {
+        const kvhost::EnumValue* named =
+            e.names != nullptr ? kvhost::findEnum(*e.names, token) : nullptr;
+        if (named == nullptr) {
+            return "\"" + std::string(token) + "\" is neither a number nor a value name of the tag";
+        }
+        v = named->value;
+    }
+    if (type == TagType::Byte) {
+        if (v < 0 || v > 255) return std::string(token) + " is out of a byte's range";
+        append(bytes, static_cast<uint8_t>(v));
+    } else {
+        if (v < INT32_MIN || v > INT32_MAX) return std::string(token) + " is out of int32's range";
+        append(bytes, static_cast<int32_t>(v));
+    }
+    return "";
+}
+
+// "(numerator / denominator)" at s[p].
+bool appendRational(std::string_view s, size_t& p, OpenEntry& e) {
+    int32_t n = 0;
+    int32_t d = 0;
+    size_t q = p;
+    if (!skipChar(s, q, '(')) return false;
+    skipBlanks(s, q);
+    const size_t nStart = q;
+    skipChar(s, q, '-');
+    if (!skipDigits(s, q) || !parseNumber(s.substr(nStart, q - nStart), &n)) return false;
+    skipBlanks(s, q);
+    if (!skipChar(s, q, '/')) return false;
+    skipBlanks(s, q);
+    const size_t dStart = q;
+    skipChar(s, q, '-');
+    if (!skipDigits(s, q) || !parseNumber(s.substr(dStart, q - dStart), &d)) return false;
+    skipBlanks(s, q);
+    if (!skipChar(s, q, ')')) return false;
+    append(e.entry.bytes, n);
+    append(e.entry.bytes, d);
+    p = q;
+    return true;
+}
+
+// "[v v v ]": the values go into the entry; "" or what is wrong with the row.
+std::string readRow(std::string_view row, OpenEntry& e) {
+    const size_t close = row.rfind(']');
+    if (row.empty() || row[0] != '[' || close == std::string_view::npos) {
+        return "value row without its closing \"]\"";
+    }
+    if (!trim(row.substr(close + 1)).empty()) return "text after the value row";
+    const std::string_view s = row.substr(1, close - 1);
+    size_t p = 0;
+    while (true) {
+        skipBlanks(s, p);
+        if (p >= s.size()) return "";
+        if (e.entry.type == TagType::Rational) {
+            if (!appendRational(s, p, e)) {
+                return "\"" + std::string(trim(s.substr(p))) + "\" is not a rational (n / d)";
+            }
+        } else if (s[p] == '(') {
+            // A label after a value, "[0 (mode) 1 (transform) ]": not a value.
+            const size_t end = s.find(')', p);
+            if (end == std::string_view::npos) return "unclosed label \"(\"";
+            p = end + 1;
+            continue;
+        } else {
+            const size_t start = p;
+            while (p < s.size() && !isBlank(s[p])) ++p;
+            const std::string problem = appendToken(e, s.substr(start, p - start));
+            if (!problem.empty()) return problem;
+        }
+        ++e.values;
+    }
+}
+
+class Reader {
+public:
+    Reader(std::string_view text, const std::string& file) : text_(text) { dump_.file = file; }
+
+    Dump read() {
+        size_t start = 0;
+        while (start < text_.size()) {
+            size_t end = text_.find('\n', start);
+            if (end == std::string_view::npos) end = text_.size();
+            ++lineNumber_;
+            readLine(cleanDumpLine(text_.substr(start, end - start)));
+            start = end + 1;
+        }
+        closeBlock();
+        if (dump_.blocks.empty()) {
+            throw InputError(dump_.file +
+                             ": neither a capture description nor a camera metadata dump: no "
+                             "\"Dumping camera metadata array\" line");
+        }
+        return std::move(dump_);
+    }
+
+private:
+    enum class Section { None, Static, Dynamic, VendorTags };
+
+    void warn(const std::string& message, std::string_view tag = {}) {
+        std::string text = dump_.file + ":" + std::to_string(lineNumber_) + ": ";
+        if (!tag.empty()) text += std::string(tag) + ": ";
+        dump_.warnings.push_back(text + message);
+        if (block_ != nullptr) ++block_->warnings;
+    }
+
+    void readLine(std::string_view s) {
+        if (s.empty()) return;
+        if (startsWith(s, "Dumping camera metadata array")) return openBlock(s);
+        if (block_ != nullptr && readBlockLine(s)) return;
+        closeBlock();
+        readContext(s);
+    }
+
+    // A line inside a block; false when the line ends the block.
+    bool readBlockLine(std::string_view s) {
+        if (startsWith(s, "Version:")) return true;
+        if (startsWith(s, "...")) {
+            // Elided rows leave their entry short: it takes the rows up to the
+            // next header and is left out. Rows after elided entries have
+            // lost their header: they are skipped, the elision said so.
+            if (entry_ && !entry_->bad && entry_->values < entry_->entry.count) {
+                entry_->elided = true;
+            } else {
+                closeEntry();
+                orphansWarned_ = true;
+            }
+            return true;
+        }
+        if (s[0] == '[') {
+            readValues(s);
+            return true;
+        }
+        Header h;
+        if (!parseHeader(s, h)) return false;
+        closeEntry();
+        openEntry(h);
+        if (!h.rest.empty()) readValues(h.rest);
+        return true;
+    }
+
+    void readValues(std::string_view row) {
+        if (!entry_) {
+            if (!orphansWarned_) warn("value rows without an entry header are skipped");
+            orphansWarned_ = true;
+            return;
+        }
+        if (entry_->bad || entry_->elided) return;
+        const std::string problem = readRow(row, *entry_);
+        if (!problem.empty()) {
+            warn(problem + "; the entry is left out", entry_->entry.name);
+            entry_->bad = true;
+        }
+    }
+
+    void openEntry(const Header& h) {
+        orphansWarned_ = false;
+        entry_.emplace();
+        DumpEntry& e = entry_->entry;
+        e.line = lineNumber_;
+        e.name = std::string(h.name);
+        e.id = h.id;
+        e.count = h.count;
+        if (!kvhost::parseTypeName(h.typeText, &e.type)) {
+            warn("unknown type \"" + std::string(h.typeText) + "\"; the entry is left out", h.name);
+            entry_->bad = true;
+            return;
+        }
+        // Enum names are Android's; a dump prints them for Android's tags.
+        if (h.id < 0x80000000u) entry_->names = kvhost::findTag(h.id);
+    }
+
+    void closeEntry() {
+        if (!entry_) return;
+        OpenEntry& e = *entry_;
+        if (!e.bad) {
+            const std::string shown = "shows " + std::to_string(e.values) + " of its " +
+                                      std::to_string(e.entry.count) + " values";
+            const size_t at = lineNumber_;
+            lineNumber_ = e.entry.line;  // the warning points at the entry's header
+            if (e.elided) {
+                warn(shown + ", the others elided; the entry is left out", e.entry.name);
+            } else if (e.values != e.entry.count) {
+                warn(shown + "; the entry is left out", e.entry.name);
+            } else {
+                block_->entries.push_back(std::move(e.entry));
+            }
+            lineNumber_ = at;
+        }
+        entry_.reset();
+    }
+
+    void openBlock(std::string_view s) {
+        closeBlock();
+        DumpBlock block;
+        block.number = static_cast<int>(dump_.blocks.size()) + 1;
+        block.line = lineNumber_;
+        block.camera = camera_;
+        block.previousSession = previousSession_;
+        block.kind = section_ == Section::Static ? BlockKind::Static : BlockKind::Other;
+        if (next_) {
+            block.kind = *next_;
+            if (!nextCamera_.empty()) block.camera = nextCamera_;
+        }
+        next_.reset();
+        nextCamera_.clear();
+        // "Dumping camera metadata array: 12 / 14 entries, ..."
+        const size_t colon = s.find(':');
+        size_t p = colon == std::string_view::npos ? s.size() : colon + 1;
+        skipBlanks(s, p);
+        const size_t numberStart = p;
+        if (skipDigits(s, p)) {
+            parseNumber(s.substr(numberStart, p - numberStart), &block.declaredEntries);
+        }
+        dump_.blocks.push_back(std::move(block));
+        block_ = &dump_.blocks.back();
+        orphansWarned_ = false;
+    }
+
+    void closeBlock() {
+        closeEntry();
+        block_ = nullptr;
+    }
+
+    // The id after the last '/' of "== Camera HAL device device@3.7/internal/0 (v3.7) ...".
+    static std::string halCameraId(std::string_view s) {
+        const size_t paren = s.find(" (");
+        const std::string_view head = s.substr(0, paren);
+        const size_t slash = head.rfind('/');
+        return slash == std::string_view::npos ? "" : std::string(head.substr(slash + 1));
+    }
+
+    // The first word after `prefix` in s, "" when there is none.
+    static std::string wordAfter(std::string_view s, std::string_view prefix) {
+        const size_t at = s.find(prefix);
+        if (at == std::string_view::npos) return "";
+        size_t p = at + prefix.size();
+        const size_t start = p;
+        while (p < s.size() && !isBlank(s[p]) && s[p] != ':') ++p;
+        return std::string(s.substr(start, p - start));
+    }
+
+    // Lines between blocks: the sections and labels that say what the next
+    // block is, and the vendor tag list.
+    void readContext(std::string_view s) {
+        if (startsWith(s, "==")) {
+            section_ = Section::None;
+            camera_.clear();
+            previousSession_ = false;
+            next_.reset();
+            if (contains(s, "Camera HAL device") && contains(s, "static information")) {
+                section_ = Section::Static;
+                camera_ = halCameraId(s);
+            } else if (contains(s, "Camera device") && contains(s, "dynamic info")) {
+                section_ = Section::Dynamic;
+                camera_ = wordAfter(s, "Camera device ");
+            } else if (contains(s, "Vendor tags")) {
+                section_ = Section::VendorTags;
+            }
+            return;
+        }
+        if (contains(s, "Dumpsys from previous open session")) {
+            previousSession_ = true;
+        } else if (startsWith(s, "Latest received frame")) {
+            setNext(BlockKind::Result);
+        } else if (startsWith(s, "Last request sent") ||
+                   startsWith(s, "Logical request settings")) {
+            setNext(BlockKind::Request);
+        } else if (startsWith(s, "Physical request settings")) {
+            setNext(BlockKind::PhysicalRequest, wordAfter(s, "camera "));
+        } else if (startsWith(s, "Physical camera ") && contains(s, "characteristics")) {
+            setNext(BlockKind::PhysicalStatic, wordAfter(s, "Physical camera "));
+        } else if (startsWith(s, "API2 camera characteristics")) {
+            setNext(BlockKind::Static);
+        } else if (section_ == Section::VendorTags && startsWith(s, "0x")) {
+            readVendorTag(s);
+        } else if (Header h; parseHeader(s, h)) {
+            warn("entry outside a metadata block is skipped", h.name);
+        }
+    }
+
+    void setNext(BlockKind kind, std::string camera = "") {
+        next_ = kind;
+        nextCamera_ = std::move(camera);
+    }
+
+    // "0x80010000 (name) with type 1 (int32) defined in section org.example.section"
+    void readVendorTag(std::string_view s) {
+        DumpVendorTag tag;
+        const size_t open = s.find(" (");
+        const size_t close = s.find(')', open);
+        const size_t typeOpen = s.find('(', close);
+        const size_t typeClose = s.find(')', typeOpen);
+        const size_t section = s.find("defined in section ");
+        if (open == std::string_view::npos || close == std::string_view::npos ||
+            typeOpen == std::string_view::npos || typeClose == std::string_view::npos ||
+            section == std::string_view::npos || !parseNumber(s.substr(2, open - 2), &tag.id, 16) ||
+            !kvhost::parseTypeName(s.substr(typeOpen + 1, typeClose - typeOpen - 1), &tag.type)) {
+            warn("vendor tag line does not read; skipped");
+            return;
+        }
+        const std::string_view name = s.substr(open + 2, close - open - 2);
+        const std::string_view sectionName = trim(s.substr(section + 19));
+        tag.name = std::string(sectionName) + "." + std::string(name);
+        dump_.vendorTags.push_back(std::move(tag));
+    }
+
+    std::string_view text_;
+    Dump dump_;
+    size_t lineNumber_ = 0;
+    Section section_ = Section::None;
+    std::string camera_;
+    bool previousSession_ = false;
+    std::optional<BlockKind> next_;  // what the labels before a block say it is
+    std::string nextCamera_;
+    DumpBlock* block_ = nullptr;  // the open block, in dump_.blocks
+    std::optional<OpenEntry> entry_;
+    bool orphansWarned_ = false;
+};
+
+}  // namespace
+
+const char* blockKindName(BlockKind kind) {
+    switch (kind) {
+        case BlockKind::Static:
+            return "static characteristics";
+        case BlockKind::PhysicalStatic:
+            return "physical camera characteristics";
+        case BlockKind::Request:
+            return "last request";
+        case BlockKind::PhysicalRequest:
+            return "physical request settings";
+        case BlockKind::Result:
+            return "latest result";
+        case BlockKind::Other:
+            break;
+    }
+    return "metadata";
+}
+
+std::string_view cleanDumpLine(std::string_view line) {
+    std::string_view s = trim(line);
+    size_t p = 0;
+    if (skipLogTime(s, p)) {
+        skipBlanks(s, p);
+        if (!skipThreadTag(s, p) && !skipBriefTag(s, p)) p = 0;
+    } else {
+        skipBriefTag(s, p);
+    }
+    s = trim(s.substr(p));
+    if (startsWith(s, "```") || startsWith(s, "~~~")) return {};
+    const size_t comment = s.find("//");
+    if (comment != std::string_view::npos) s = trim(s.substr(0, comment));
+    return s;
+}
+
+Dump readDump(std::string_view text, const std::string& file) {
+    return Reader(text, file).read();
+}
+
+}  // namespace inspect

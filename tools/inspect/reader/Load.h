@@ -1,0 +1,29 @@
+// What a user hands the tool: a capture description (JSON) or a camera
+// metadata dump (text), told apart by their content.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "Capture.h"
+#include "DumpCapture.h"
+
+namespace inspect {
+
+// The file's text. Throws InputError naming the file when it cannot be read,
+// is empty, holds binary data or is larger than any dump (a device node that
+// never ends is one of these, found within the first read).
+std::string readInputFile(const std::string& path);
+
+// True when the text is a capture description: its first character that is
+// not blank is '{'. Anything else is read as a dump.
+bool isCaptureDescription(std::string_view text);
+
+// The capture of a file's text of either kind; `path` names it in messages.
+Capture loadText(const std::string& text, const std::string& path, const DumpOptions& options);
+
+// The capture of a file of either kind. `options` apply to dumps; for a
+// capture description any option given is an error.
+Capture loadFile(const std::string& path, const DumpOptions& options = {});
+
+}  // namespace inspect

@@ -219,15 +219,11 @@ inline void InitProcess() {
     kvhost::setAdapterScript(script);
     kvalgo2::MetaUtils utils;
     AIspGyroData gyro{};
+    const kvhost::AdapterRecorder recorder;
     utils.GetGyroData(nullptr, gyro, gyro.elements, 0, "init");
-    KVFUZZ_CHECK(!kvhost::adapterCalls(kvhost::AdapterOp::Init).empty(),
+    KVFUZZ_CHECK(!recorder.calls(kvhost::AdapterOp::Init).empty(),
                  "the platform adapter stand-in was not loaded");
     kvhost::resetAdapter();
-}
-
-// Calls of one operation since the last clearAdapterCalls().
-inline size_t CallCount(kvhost::AdapterOp op) {
-    return kvhost::adapterCalls(op).size();
 }
 
 }  // namespace kvfuzz

@@ -283,7 +283,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             kvholder::RoleIdDescription{c.roles[i].roleId, "", "", ""};
     }
     kvhost::setAdapterScript(script);
-    kvhost::clearAdapterCalls();
+    const kvhost::AdapterRecorder recorder;  // this input's calls only
 
     kvalgo2::MetaUtils utils;
     utils.SetCameraId(c.cameraId, c.satCameraId);
@@ -293,9 +293,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int rc = utils.GetFinalCropRegion(frame, crop, c.sensor, c.isInSensorZoom);
 
     const Expectation e = Model(c, script.roleMap);
-    const auto holders = kvfuzz::CallCount(kvhost::AdapterOp::GetHolder);
-    const auto roleMaps = kvfuzz::CallCount(kvhost::AdapterOp::GetRoleMap);
-    const auto shifts = kvhost::adapterCalls(kvhost::AdapterOp::GetShift);
+    const auto holders = recorder.calls(kvhost::AdapterOp::GetHolder).size();
+    const auto roleMaps = recorder.calls(kvhost::AdapterOp::GetRoleMap).size();
+    const auto shifts = recorder.calls(kvhost::AdapterOp::GetShift);
 
     if (!e.activeOk) {
         KVFUZZ_CHECK(rc != 0, "result 0 without an active array");

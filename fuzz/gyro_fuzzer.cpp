@@ -102,7 +102,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     script.gyroEnableResult = c.enableResult;
     script.gyroSamples = raw;
     kvhost::setAdapterScript(script);
-    kvhost::clearAdapterCalls();
+    const kvhost::AdapterRecorder recorder;  // this input's calls only
 
     // Before-images are kept as bytes: padding is not copied with the records.
     auto gyro = std::make_unique<AIspGyroData>();
@@ -124,7 +124,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int rc = utils.GetGyroData(md, *gyro, elements.get(), c.query, key);
 
     // The holder's calls.
-    const auto calls = kvhost::adapterCalls();
+    const auto calls = recorder.calls();
     std::vector<kvhost::AdapterCall> gyroCalls;
     for (const kvhost::AdapterCall& call : calls) {
         if (call.op == AdapterOp::EnableGyro || call.op == AdapterOp::GetGyroData ||

@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # Builds and runs every test stage, as CI does:
 #   1. host build with the test suite (GoogleTest through CTest)
-#   2. the whole suite under AddressSanitizer and UndefinedBehaviorSanitizer
-#   3. the concurrency test under ThreadSanitizer
-#   4. 64-bit Arm cross build, the whole suite under qemu-user
-#   5. each libFuzzer target for a bounded time (FUZZ_SECONDS, default 45)
-# scripts/test.sh --quick runs stage 1 only.
+#   2. that build installed into a temporary prefix, and the example plug-in
+#      (examples/plugin) built against the installed package and tested
+#   3. the whole suite under AddressSanitizer and UndefinedBehaviorSanitizer
+#   4. the concurrency test under ThreadSanitizer
+#   5. 64-bit Arm cross build, the whole suite under qemu-user
+#   6. each libFuzzer target for a bounded time (FUZZ_SECONDS, default 45)
+# scripts/test.sh --quick runs stages 1 and 2 only.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -24,6 +26,16 @@ build() {  # build <dir> [cmake args...]
 stage "host build and tests"
 build build -DCMAKE_BUILD_TYPE=RelWithDebInfo
 ctest --test-dir build --output-on-failure -j2
+
+stage "installed package: the example plug-in built and tested against it"
+prefix=$(mktemp -d)
+trap 'rm -rf "$prefix"' EXIT
+cmake --install build --prefix "$prefix" >/dev/null
+rm -rf build-plugin  # nothing cached from an earlier prefix
+cmake -S examples/plugin -B build-plugin -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build build-plugin -j2
+ctest --test-dir build-plugin --output-on-failure
 ((quick)) && exit 0
 
 san="-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"

@@ -1,6 +1,6 @@
 // Helpers of the tests that go through the platform adapter: a fixture that
-// resets the stand-in adapter around each test, and a reader of the
-// secondary-convention lines.
+// resets the stand-in adapter around each test and records its calls, and a
+// reader of the secondary-convention lines.
 #pragma once
 
 #include <functional>
@@ -20,6 +20,8 @@ protected:
         kvhost::resetAdapter();
         MetaTest::TearDown();
     }
+
+    kvhost::AdapterRecorder adapterCalls;
 
     void Script(const std::function<void(kvhost::AdapterScript&)>& edit) {
         kvhost::AdapterScript s = kvhost::adapterScript();

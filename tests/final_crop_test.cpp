@@ -85,7 +85,7 @@ protected:
         return std::find(texts.begin(), texts.end(), message) != texts.end();
     }
     int ShiftNodeType() const {
-        const auto calls = kvhost::adapterCalls(AdapterOp::GetShift);
+        const auto calls = adapterCalls.calls(AdapterOp::GetShift);
         EXPECT_EQ(calls.size(), 1u);
         return calls.empty() ? -1 : calls[0].shift.nodeType;
     }
@@ -125,15 +125,15 @@ TEST_F(FinalCrop, TraceOfACropWithoutShift) {
         debug[0].text,
         "allInOneCrop input crop (1000, 750, 2000, 1500) output crop (1000, 750, 2000, 1500)");
     // Two holder references: one for the shift, one for the role map.
-    EXPECT_EQ(kvhost::adapterCalls(AdapterOp::GetHolder).size(), 2u);
-    EXPECT_EQ(kvhost::adapterCalls(AdapterOp::GetRoleMap).size(), 1u);
+    EXPECT_EQ(adapterCalls.calls(AdapterOp::GetHolder).size(), 2u);
+    EXPECT_EQ(adapterCalls.calls(AdapterOp::GetRoleMap).size(), 1u);
 }
 
 TEST_F(FinalCrop, ShiftQueryRecordIsFullyInitialised) {
     SatCrop(kCentre);
     Script([](kvhost::AdapterScript& s) { s.roleMap = kvhost::makeRoleMap({{kSat, 20}}); });
     Run();
-    const auto calls = kvhost::adapterCalls(AdapterOp::GetShift);
+    const auto calls = adapterCalls.calls(AdapterOp::GetShift);
     ASSERT_EQ(calls.size(), 1u);
     adapter::ShiftData expected;
     std::memset(&expected, 0, sizeof expected);
@@ -166,7 +166,7 @@ TEST_F(FinalCrop, NodeTypeFromRoleAndZoom) {
     SatCrop(kCentre);
     for (const auto& r : rows) {
         SCOPED_TRACE(r.name);
-        kvhost::clearAdapterCalls();
+        adapterCalls.clear();
         Script([&](kvhost::AdapterScript& s) {
             s.roleMap = r.role < 0 ? kvhost::makeRoleMap({{kSat + 1, 20}})
                                    : kvhost::makeRoleMap({{kSat, r.role}});
@@ -226,7 +226,7 @@ TEST_F(FinalCrop, CropTableEntries) {
     md->putInt32(kTable, Table({{0, {9}}, {kSat, kCentre}, {1, {9}}, {kSat, {8, 8, 8, 8}}}));
     EXPECT_EQ(Run(), kCentre);
     capture.clear();
-    kvhost::clearAdapterCalls();
+    adapterCalls.clear();
     md->putInt32(kTable, Table({{0, {9}}, {1, {9}}, {3, {9}}, {4, {9}}, {kSat, kCentre}}));
     EXPECT_EQ(Run(), kZero);
     // A zero crop ends the computation: no timestamp, no shift.
@@ -237,7 +237,7 @@ TEST_F(FinalCrop, CropTableEntries) {
                   "allInOneCrop get after isInSensorZoom = 0 sensorsize(4000, 3000) "
                   "cropregion: [0 0 0 0]",
                   "allInOneCrop get final crop = cropregion: [0 0 0 0] ret = 0 RET_OK = 0"}));
-    EXPECT_TRUE(kvhost::adapterCalls().empty());
+    EXPECT_TRUE(adapterCalls.calls().empty());
 }
 
 TEST_F(FinalCrop, MissingOrEmptyTableGivesZeroCrop) {
@@ -264,7 +264,7 @@ TEST_F(FinalCrop, ActiveArrayFailureLeavesCropAlone) {
     ASSERT_FALSE(Lines().empty());
     EXPECT_EQ(Lines().back(), L(3, kMtk, "GetFinalCropRegion",
                                 "allInOneCrop GetMetadata GetActiveArraySize ret = -2 err"));
-    EXPECT_TRUE(kvhost::adapterCalls().empty());
+    EXPECT_TRUE(adapterCalls.calls().empty());
 }
 
 TEST_F(FinalCrop, ShiftSourceScaleAndFit) {
@@ -362,8 +362,8 @@ TEST_F(FinalCrop, WithoutHolderTheRecordStaysEmpty) {
         Logged("allInOneCrop zoom shift (0,0) timestamp = 0 cameraId = 2 anchorTimeStamp = "
                "1000000000 subTimestamp = 1000000000 isIsz = 0 isFromMeta = 0 shiftData.nodeType "
                "= 0 zoomEisEffective = 1.500000 zoomRatio = 2.000000"));
-    EXPECT_EQ(kvhost::adapterCalls(AdapterOp::GetHolder).size(), 1u);
-    EXPECT_TRUE(kvhost::adapterCalls(AdapterOp::GetShift).empty());
+    EXPECT_EQ(adapterCalls.calls(AdapterOp::GetHolder).size(), 1u);
+    EXPECT_TRUE(adapterCalls.calls(AdapterOp::GetShift).empty());
 }
 
 TEST_F(FinalCrop, WithoutTimestampNoShiftAndItsCode) {
@@ -375,8 +375,8 @@ TEST_F(FinalCrop, WithoutTimestampNoShiftAndItsCode) {
     EXPECT_TRUE(Logged("allInOneCrop not using zoom eis shift (40,-30)"));
     EXPECT_TRUE(Logged(
         "allInOneCrop get final crop = cropregion: [1000 750 2000 1500] ret = -2 RET_OK = 0"));
-    EXPECT_EQ(kvhost::adapterCalls(AdapterOp::GetShift).size(), 1u);
-    EXPECT_EQ(kvhost::adapterCalls(AdapterOp::GetShift)[0].shift.timestamp, 0);
+    EXPECT_EQ(adapterCalls.calls(AdapterOp::GetShift).size(), 1u);
+    EXPECT_EQ(adapterCalls.calls(AdapterOp::GetShift)[0].shift.timestamp, 0);
 }
 
 }  // namespace

@@ -78,7 +78,7 @@ TEST_F(Gyro, HolderProtocolLogAndBitExactCopy) {
     EXPECT_EQ(reinterpret_cast<const unsigned char*>(&elements[2])[0], 0xA5);
 
     std::vector<std::string> holderCalls;
-    for (const auto& c : kvhost::adapterCalls()) {
+    for (const auto& c : adapterCalls.calls()) {
         if (c.op == AdapterOp::GetHolder) continue;
         holderCalls.push_back(std::string(kvhost::adapterOpName(c.op)) + " " + c.key + " " +
                               std::to_string(c.arg1) + " " + std::to_string(c.arg2));
@@ -121,8 +121,8 @@ TEST_F(Gyro, RefusedOrEmpty) {
     EXPECT_EQ(Get(), -1);
     EXPECT_TRUE(Untouched());
     EXPECT_TRUE(DebugLines().empty());
-    EXPECT_TRUE(kvhost::adapterCalls(AdapterOp::GetGyroData).empty());
-    EXPECT_TRUE(kvhost::adapterCalls(AdapterOp::DisableGyro).empty());
+    EXPECT_TRUE(adapterCalls.calls(AdapterOp::GetGyroData).empty());
+    EXPECT_TRUE(adapterCalls.calls(AdapterOp::DisableGyro).empty());
 
     // No samples: logged, disabled, nothing written.
     kvhost::resetAdapter();
@@ -130,7 +130,7 @@ TEST_F(Gyro, RefusedOrEmpty) {
     EXPECT_TRUE(Untouched());
     ASSERT_EQ(DebugLines().size(), 1u);
     EXPECT_EQ(DebugLines()[0].text, "get Gyro from holder, gyros size: 0");
-    EXPECT_EQ(kvhost::adapterCalls(AdapterOp::DisableGyro).size(), 1u);
+    EXPECT_EQ(adapterCalls.calls(AdapterOp::DisableGyro).size(), 1u);
 }
 
 }  // namespace

@@ -35,8 +35,12 @@ bool AdapterBesideLibrary() {
     return std::strncmp(KVTEST_LIBRARY_ADAPTER_PATH, "$ORIGIN/", 8) == 0;
 }
 
+// Each scenario is a process of its own and records the adapter's calls
+// from its start.
+const kvhost::AdapterRecorder gAdapter;
+
 size_t CallsOf(AdapterOp op) {
-    return kvhost::adapterCalls(op).size();
+    return gAdapter.calls(op).size();
 }
 
 // A frame whose final crop is (1000, 750, 2000, 1500) before any shift, with
@@ -82,7 +86,7 @@ TEST(FreshProcess, FirstUseAndCachedRoles) {
     kvhost::AdapterScript script;
     script.roleMap = kvhost::makeRoleMap({{10, 0}, {11, 21}, {12, 20}, {13, 1}, {14, 22}});
     kvhost::setAdapterScript(script);
-    EXPECT_TRUE(kvhost::adapterCalls().empty());
+    EXPECT_TRUE(gAdapter.calls().empty());
 
     MetaUtils utils;
     int result = 0;
@@ -95,7 +99,7 @@ TEST(FreshProcess, FirstUseAndCachedRoles) {
         EXPECT_EQ(result, c[2]) << c[0];
     }
     // One load: the entry point, then init, once; one role map per role.
-    const auto calls = kvhost::adapterCalls();
+    const auto calls = gAdapter.calls();
     ASSERT_GE(calls.size(), 2u);
     EXPECT_EQ(calls[0].op, AdapterOp::GetInstance);
     EXPECT_EQ(calls[1].op, AdapterOp::Init);
@@ -206,7 +210,7 @@ TEST(FreshProcess, MissingLibrary) {
     EXPECT_EQ(FinalCrop(utils, md).left, 1010u);  // the copy knows no shift
     EXPECT_TRUE(LoggedNodeType(capture, 1));      // nor roles
     // The linked stand-in never heard from the library.
-    EXPECT_TRUE(kvhost::adapterCalls().empty());
+    EXPECT_TRUE(gAdapter.calls().empty());
 }
 
 TEST(FreshProcess, ConcurrentFirstUse) {

@@ -1,6 +1,6 @@
 // Host stand-in of the platform adapter library: the entry point, the
 // instance and the holder, answering from one process-wide script and
-// recording every call.
+// recording the calls it receives while a recorder is alive.
 #include "kvhost/Adapter.h"
 
 #include <memory>
@@ -14,6 +14,8 @@ namespace {
 struct State {
     std::mutex mutex;
     AdapterScript script;
+    // Live recorders; calls are kept only while there is one.
+    int recorders = 0;
     std::vector<AdapterCall> calls;
 };
 
@@ -22,26 +24,34 @@ State& state() {
     return s;
 }
 
-AdapterScript scriptCopy() {
+// What `read` takes out of the script, under the lock; the holder's
+// answers copy only the part they hand out.
+template <typename Read>
+auto fromScript(Read read) {
     State& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
-    return s.script;
+    return read(s.script);
 }
 
-void record(AdapterCall call) {
+// Keeps one call while a recorder is alive; otherwise nothing is built.
+void record(AdapterOp op, const char* key = nullptr, int arg1 = 0, int arg2 = 0,
+            const adapter::ShiftData* shift = nullptr, int tolerance = 0) {
     State& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
-    s.calls.push_back(std::move(call));
-}
-
-AdapterCall callOf(AdapterOp op, const char* key = nullptr, int arg1 = 0, int arg2 = 0) {
-    AdapterCall c;
-    c.op = op;
-    c.keyIsNull = key == nullptr;
-    if (key != nullptr) c.key = key;
-    c.arg1 = arg1;
-    c.arg2 = arg2;
-    return c;
+    if (s.recorders == 0) return;
+    try {
+        AdapterCall c;
+        c.op = op;
+        c.keyIsNull = key == nullptr;
+        if (key != nullptr) c.key = key;
+        c.arg1 = arg1;
+        c.arg2 = arg2;
+        if (shift != nullptr) c.shift = *shift;
+        c.tolerance = tolerance;
+        s.calls.push_back(std::move(c));
+    } catch (...) {
+        // Out of memory: the call goes unrecorded, the caller is not disturbed.
+    }
 }
 
 class Holder final : public adapter::PlatformInfoHolder {
@@ -49,41 +59,32 @@ public:
     ~Holder() = default;
 
     int enableGyro(const char* key, int a, int b) override {
-        record(callOf(AdapterOp::EnableGyro, key, a, b));
-        State& s = state();
-        std::lock_guard<std::mutex> lock(s.mutex);
-        return s.script.gyroEnableResult;
+        record(AdapterOp::EnableGyro, key, a, b);
+        return fromScript([](const AdapterScript& a) { return a.gyroEnableResult; });
     }
 
-    void disableGyro(const char* key, int a) override {
-        record(callOf(AdapterOp::DisableGyro, key, a));
-    }
+    void disableGyro(const char* key, int a) override { record(AdapterOp::DisableGyro, key, a); }
 
     std::vector<adapter::GyroSample> getGyroData(const char* key, int query) override {
-        record(callOf(AdapterOp::GetGyroData, key, query));
-        State& s = state();
-        std::lock_guard<std::mutex> lock(s.mutex);
-        return s.script.gyroSamples;
+        record(AdapterOp::GetGyroData, key, query);
+        return fromScript([](const AdapterScript& a) { return a.gyroSamples; });
     }
 
     std::unordered_map<int, kvholder::RoleIdDescription> getRoleIdDescriptionMap() override {
-        record(callOf(AdapterOp::GetRoleMap));
-        State& s = state();
-        std::lock_guard<std::mutex> lock(s.mutex);
-        return s.script.roleMap;
+        record(AdapterOp::GetRoleMap);
+        return fromScript([](const AdapterScript& a) { return a.roleMap; });
     }
 
     bool getShift(adapter::ShiftData* shift, int tolerance) override {
-        AdapterCall c = callOf(AdapterOp::GetShift);
-        if (shift != nullptr) c.shift = *shift;
-        c.tolerance = tolerance;
-        record(std::move(c));
-        const AdapterScript script = scriptCopy();
-        if (!script.shiftFound || shift == nullptr) return false;
-        shift->shiftX = script.shiftX;
-        shift->shiftY = script.shiftY;
-        shift->isIsz = script.shiftIsIsz;
-        return true;
+        record(AdapterOp::GetShift, nullptr, 0, 0, shift, tolerance);
+        if (shift == nullptr) return false;
+        return fromScript([shift](const AdapterScript& a) {
+            if (!a.shiftFound) return false;
+            shift->shiftX = a.shiftX;
+            shift->shiftY = a.shiftY;
+            shift->isIsz = a.shiftIsIsz;
+            return true;
+        });
     }
 };
 
@@ -91,11 +92,11 @@ class Instance final : public adapter::AdapterInstance {
 public:
     ~Instance() = default;
 
-    void init() override { record(callOf(AdapterOp::Init)); }
+    void init() override { record(AdapterOp::Init); }
 
     std::shared_ptr<adapter::PlatformInfoHolder> getPlatformInfoHolder() override {
-        record(callOf(AdapterOp::GetHolder));
-        if (!scriptCopy().holderAvailable) return nullptr;
+        record(AdapterOp::GetHolder);
+        if (!fromScript([](const AdapterScript& a) { return a.holderAvailable; })) return nullptr;
         return std::make_shared<Holder>();
     }
 };
@@ -131,27 +132,50 @@ void setAdapterScript(const AdapterScript& script) {
 }
 
 AdapterScript adapterScript() {
-    return scriptCopy();
+    return fromScript([](const AdapterScript& a) { return a; });
 }
 
-std::vector<AdapterCall> adapterCalls() {
+AdapterRecorder::AdapterRecorder() {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    if (s.recorders++ == 0) s.calls.clear();
+}
+
+AdapterRecorder::~AdapterRecorder() {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    if (--s.recorders == 0) {
+        s.calls.clear();
+        s.calls.shrink_to_fit();
+    }
+}
+
+std::vector<AdapterCall> AdapterRecorder::calls() const {
     State& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
     return s.calls;
 }
 
-std::vector<AdapterCall> adapterCalls(AdapterOp op) {
+std::vector<AdapterCall> AdapterRecorder::calls(AdapterOp op) const {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
     std::vector<AdapterCall> out;
-    for (AdapterCall& c : adapterCalls()) {
-        if (c.op == op) out.push_back(std::move(c));
+    for (const AdapterCall& c : s.calls) {
+        if (c.op == op) out.push_back(c);
     }
     return out;
 }
 
-void clearAdapterCalls() {
+void AdapterRecorder::clear() {
     State& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
     s.calls.clear();
+}
+
+size_t retainedAdapterCalls() {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    return s.calls.size();
 }
 
 void resetAdapter() {
@@ -173,7 +197,9 @@ std::unordered_map<int, kvholder::RoleIdDescription> makeRoleMap(
 
 // The library's entry point, looked up by name with dlsym.
 extern "C" __attribute__((visibility("default"))) adapter::AdapterInstance* GetInstance() {
-    kvhost::record(kvhost::callOf(kvhost::AdapterOp::GetInstance));
+    kvhost::record(kvhost::AdapterOp::GetInstance);
     static kvhost::Instance instance;
-    return kvhost::scriptCopy().instanceAvailable ? &instance : nullptr;
+    const bool available =
+        kvhost::fromScript([](const kvhost::AdapterScript& a) { return a.instanceAvailable; });
+    return available ? &instance : nullptr;
 }

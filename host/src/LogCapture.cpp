@@ -22,15 +22,20 @@ bool echoFromEnvironment() {
 
 struct Store {
     // Start and end of captures and echo switches, which also swap liblog's
-    // logger. Never held by a sink, so a sink called under liblog's own lock
-    // cannot deadlock against a capture that is starting.
+    // logger and minimum priority. Never held by a sink, so a sink called
+    // under liblog's own lock cannot deadlock against a capture that is
+    // starting.
     std::mutex activationMutex;
+    // liblog's minimum priority as it was before the store first changed it,
+    // and whether the store's own value is in place.
     int savedMinPriority = ANDROID_LOG_DEFAULT;
+    bool priorityTaken = false;
 
     // The records and the number of live captures. Captures change `active`
-    // holding both mutexes.
+    // holding both mutexes; it is atomic so that a sink can see that nobody
+    // listens without taking a lock.
     std::mutex recordsMutex;
-    int active = 0;
+    std::atomic<int> active{0};
     std::vector<LogRecord> records;
 
     std::atomic<bool> echo{echoFromEnvironment()};
@@ -84,15 +89,35 @@ void captureLogger(const __android_logger_data* data, const char* message) {
     }
 }
 
-// liblog's logger while no capture is alive.
-void installIdleLogger(bool echo) {
+// Sets liblog's minimum priority, keeping the value it had before the
+// first change. Under activationMutex.
+void takeMinPriority(Store& s, int priority) {
+    const int previous = __android_log_set_minimum_priority(priority);
+    if (!s.priorityTaken) {
+        s.savedMinPriority = previous;
+        s.priorityTaken = true;
+    }
+}
+
+// liblog's logger while no capture is alive. Without echo the minimum
+// priority is raised above every line, so liblog drops a line before it
+// formats it. Under activationMutex.
+void installIdleLogger(Store& s, bool echo) {
     __android_log_set_logger(echo ? __android_log_stderr_logger : silentLogger);
+    if (!echo) {
+        takeMinPriority(s, ANDROID_LOG_SILENT);
+    } else if (s.priorityTaken) {
+        __android_log_set_minimum_priority(s.savedMinPriority);
+        s.priorityTaken = false;
+    }
 }
 
 // With echo off from the environment, liblog must be silenced before any
 // line is written, not only when a capture first ends.
 [[maybe_unused]] const bool kIdleLoggerInstalled = [] {
-    if (!store().echo.load()) installIdleLogger(false);
+    Store& s = store();
+    std::lock_guard<std::mutex> activation(s.activationMutex);
+    if (!s.echo.load()) installIdleLogger(s, false);
     return true;
 }();
 
@@ -133,10 +158,9 @@ std::string formatV(const char* fmt, va_list args) {
 }
 
 bool wants(LogSink sink) {
-    Store& s = store();
-    if (consoleFacing(sink) && s.echo.load()) return true;
-    std::lock_guard<std::mutex> lock(s.recordsMutex);
-    return s.active > 0;
+    const Store& s = store();
+    return s.active.load(std::memory_order_relaxed) > 0 ||
+           (consoleFacing(sink) && s.echo.load(std::memory_order_relaxed));
 }
 
 void deliver(LogRecord&& record) {
@@ -194,7 +218,7 @@ LogCapture::LogCapture() {
     }
     if (first) {
         // Host liblog drops lines below info by default; a capture wants all.
-        s.savedMinPriority = __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+        takeMinPriority(s, ANDROID_LOG_VERBOSE);
         __android_log_set_logger(captureLogger);
     }
 }
@@ -207,10 +231,7 @@ LogCapture::~LogCapture() {
         std::lock_guard<std::mutex> lock(s.recordsMutex);
         last = s.active == 1;
     }
-    if (last) {
-        installIdleLogger(s.echo.load());
-        __android_log_set_minimum_priority(s.savedMinPriority);
-    }
+    if (last) installIdleLogger(s, s.echo.load());
     std::lock_guard<std::mutex> lock(s.recordsMutex);
     --s.active;
     if (s.active == 0) {
@@ -251,6 +272,12 @@ void LogCapture::clear() {
     s.records.clear();
 }
 
+size_t retainedLogRecords() {
+    Store& s = store();
+    std::lock_guard<std::mutex> lock(s.recordsMutex);
+    return s.records.size();
+}
+
 void setLogEcho(bool on) {
     Store& s = store();
     std::lock_guard<std::mutex> activation(s.activationMutex);
@@ -260,7 +287,7 @@ void setLogEcho(bool on) {
         std::lock_guard<std::mutex> lock(s.recordsMutex);
         idle = s.active == 0;
     }
-    if (idle) installIdleLogger(on);
+    if (idle) installIdleLogger(s, on);
 }
 
 bool logEcho() {

@@ -1,6 +1,6 @@
 // Tests of the host stand-ins themselves: the tag table, the metadata
-// container, the static metadata registry, and the log sinks with their
-// capture store.
+// container, the static metadata registry, the log sinks with their capture
+// store, and the adapter's call recorder.
 #include <android/log.h>
 #include <gtest/gtest.h>
 
@@ -19,8 +19,12 @@
 #include "KvDebug.h"
 #include "KvMetadata.h"
 #include "UtilsLog.h"
+#include "kvhost/Adapter.h"
 #include "kvhost/LogCapture.h"
 #include "kvhost/Metadata.h"
+
+// The adapter stand-in's entry point, which the product library finds by name.
+extern "C" adapter::AdapterInstance* GetInstance();
 
 namespace kvhost_test {
 namespace {
@@ -556,6 +560,7 @@ TEST_F(HostLog, RecordsKeepArrivalOrderAndNestedCapturesShareOneStore) {
             __android_log_print(ANDROID_LOG_INFO, "Tag", "two");
             __UtilsLog_PintOffline(1, 64, "Tag", "f.cpp", 1, "three");
             EXPECT_EQ(inner.records().size(), 3u);
+            EXPECT_EQ(kvhost::retainedLogRecords(), 3u);
         }
         // The inner capture's end neither stops recording nor gives liblog back.
         kvdebug::Log::catchLogEncryptLog(2, "f.cpp", 1, "F", 'I', "four");
@@ -584,6 +589,7 @@ TEST_F(HostLog, RecordsKeepArrivalOrderAndNestedCapturesShareOneStore) {
     }
     // The last capture's end restores liblog and stops recording.
     EXPECT_EQ(__android_log_get_minimum_priority(), minimum);
+    EXPECT_EQ(kvhost::retainedLogRecords(), 0u);
     __android_log_print(ANDROID_LOG_ERROR, "HostTag", "between captures");
     __UtilsLog_PintOnline(3, 64, "Tag", "f.cpp", 1, "between captures");
     kvdebug::Log::logSystem(2, "I", "f.cpp", "F", 1, "between captures");
@@ -634,6 +640,9 @@ TEST_F(HostLog, EchoReachesStderrOnlyFromConsoleSinksAndNeverDuringACapture) {
         EXPECT_EQ(kvhost::logEcho(), row.echo);
         std::unique_ptr<LogCapture> capture;
         if (row.capturing) capture = std::make_unique<LogCapture>();
+        // Nobody listens: liblog drops its lines before formatting them.
+        EXPECT_EQ(__android_log_get_minimum_priority() == ANDROID_LOG_SILENT,
+                  !row.echo && !row.capturing);
         ::testing::internal::CaptureStderr();
         __UtilsLog_PintOnline(1, 64, "Tag", "f.cpp", 1, "online-line");
         __UtilsLog_PintOffline(1, 64, "Tag", "f.cpp", 1, "offline-line");
@@ -648,6 +657,34 @@ TEST_F(HostLog, EchoReachesStderrOnlyFromConsoleSinksAndNeverDuringACapture) {
         EXPECT_EQ(err.find("intercept-line"), std::string::npos) << err;
         EXPECT_EQ(capture ? capture->records().size() : 5u, 5u);
     }
+}
+
+// ---- Adapter call recorder -------------------------------------------------
+
+TEST(HostAdapter, CallsAreKeptOnlyWhileARecorderLives) {
+    using kvhost::AdapterOp;
+    GetInstance()->init();
+    EXPECT_EQ(kvhost::retainedAdapterCalls(), 0u);
+    {
+        const kvhost::AdapterRecorder outer;
+        EXPECT_EQ(kvhost::retainedAdapterCalls(), 0u);
+        GetInstance()->init();
+        {
+            // Shares the record, calls from before it included.
+            const kvhost::AdapterRecorder inner;
+            GetInstance()->getPlatformInfoHolder()->disableGyro("key", 7);
+            const auto calls = inner.calls();
+            ASSERT_EQ(calls.size(), 5u);
+            EXPECT_EQ(calls[1].op, AdapterOp::Init);
+            EXPECT_EQ(std::tie(calls[4].op, calls[4].key, calls[4].arg1),
+                      std::make_tuple(AdapterOp::DisableGyro, std::string("key"), 7));
+        }
+        EXPECT_EQ(outer.calls(AdapterOp::GetInstance).size(), 2u);
+        EXPECT_EQ(kvhost::retainedAdapterCalls(), 5u);
+    }
+    EXPECT_EQ(kvhost::retainedAdapterCalls(), 0u);
+    GetInstance()->init();
+    EXPECT_EQ(kvhost::retainedAdapterCalls(), 0u);
 }
 
 }  // namespace

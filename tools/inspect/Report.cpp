@@ -237,10 +237,10 @@ std::vector<CallRecord> runGetters(const Capture& capture, const Installed& inst
         CallRecord record;
         record.getter = &getter;
         record.given = call.quietly([&] { return giveMetadata(capture, call, getter.given); });
-        kvhost::clearAdapterCalls();
+        const kvhost::AdapterRecorder adapterCalls;
         record.outcome = getter.call(call);
         record.logs = logs.records();
-        for (const kvhost::AdapterCall& a : kvhost::adapterCalls()) {
+        for (const kvhost::AdapterCall& a : adapterCalls.calls()) {
             record.adapter.push_back(adapterCall(a));
         }
         calls.push_back(std::move(record));

@@ -1,6 +1,7 @@
 // Host stand-in of the platform adapter library (libkvcamera_adapter.so):
 // its "GetInstance" entry, an adapter instance and a platform info holder
-// whose answers are scripted here and whose calls are recorded here.
+// whose answers are scripted here and whose calls are recorded here while a
+// test asks for them.
 //
 // Tests and tools link this library and script it through the functions
 // below; the product library reaches the same copy through dlopen, since
@@ -8,6 +9,7 @@
 // all holder operations are thread-safe.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <string>
@@ -72,12 +74,31 @@ struct AdapterCall {
 void setAdapterScript(const AdapterScript& script);
 AdapterScript adapterScript();
 
-// Calls in arrival order, all of them or those of one operation.
-std::vector<AdapterCall> adapterCalls();
-std::vector<AdapterCall> adapterCalls(AdapterOp op);
-void clearAdapterCalls();
+// Records every call the stand-in receives, process-wide, from construction
+// until destruction. Outside a recorder's life no call is kept, so a long
+// run holds nothing that grows with its number of calls.
+//
+// One record serves all recorders. The first recorder to start empties it; a
+// recorder made while another is alive shares it and sees the same calls,
+// including those from before it was made. Recording stops, and the record is
+// emptied, when the last live recorder is destroyed.
+class AdapterRecorder {
+public:
+    AdapterRecorder();
+    ~AdapterRecorder();
+    AdapterRecorder(const AdapterRecorder&) = delete;
+    AdapterRecorder& operator=(const AdapterRecorder&) = delete;
 
-// Default script and an empty record.
+    // In arrival order, all of them or those of one operation.
+    std::vector<AdapterCall> calls() const;
+    std::vector<AdapterCall> calls(AdapterOp op) const;
+    void clear();
+};
+
+// Number of calls the record holds now (0 while no recorder is alive).
+size_t retainedAdapterCalls();
+
+// Default script and an empty record; live recorders go on recording.
 void resetAdapter();
 
 // A role description map from (camera id, role id) pairs, texts empty.

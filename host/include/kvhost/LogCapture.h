@@ -4,6 +4,7 @@
 // in one process-wide store and read back by tests and tools.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -62,11 +63,18 @@ public:
     void clear();
 };
 
+// Number of lines the store holds now (0 while no capture is alive).
+size_t retainedLogRecords();
+
 // Echo of lines to stderr while no capture is alive. On by default; the
 // environment variable KVHOST_LOG_ECHO=0 turns it off at load. Only the
 // console-facing sinks echo: Online, and Android through liblog's stderr
 // logger. Offline sinks and the interceptor write to files on a device and
 // are never echoed (each primary line would otherwise print twice).
+// While no capture is alive and echo is off, a line costs the sink a check of
+// two flags: it is neither formatted nor copied, and liblog's minimum
+// priority is raised so that liblog drops its lines before formatting them
+// (the priority in force before is restored when echo or a capture returns).
 void setLogEcho(bool on);
 bool logEcho();
 

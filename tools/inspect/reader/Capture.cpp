@@ -209,7 +209,6 @@ Installed installCapture(const Capture& capture) {
     if (a.shift) std::tie(script.shiftX, script.shiftY) = *a.shift;
     script.shiftIsIsz = a.shiftInSensorZoom ? 1 : 0;
     kvhost::setAdapterScript(script);
-    kvhost::clearAdapterCalls();
     return installed;
 }
 

@@ -1,0 +1,166 @@
+// Tests of the example plug-in on frames built by hand with the host
+// stand-ins: the metadata container, the static metadata of the camera and
+// the platform adapter's script.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <tuple>
+#include <vector>
+
+#include "NearestFace.h"
+#include "kvhost/Adapter.h"
+#include "kvhost/LogCapture.h"
+#include "kvhost/Metadata.h"
+
+namespace {
+
+constexpr int kCamera = 0;  // framework camera id
+constexpr int kSat = 2;     // physical camera, whose crop-table entry applies
+
+// One frame as the plug-in receives it, with what the pipeline passes along.
+struct FrameCase {
+    std::shared_ptr<KvMetadata> frame;
+    int cameraId = kCamera;
+    int satCameraId = kSat;
+    int width = 1920;
+    int height = 1080;
+    bool inSensorZoom = false;
+};
+
+struct Corners {
+    int32_t left, top, right, bottom;
+};
+
+int RunPlugin(const FrameCase& c, nearestface::Face* face) {
+    nearestface::NearestFace plugin(c.cameraId, c.satCameraId);
+    return plugin.Process({c.frame, c.width, c.height, c.inSensorZoom}, face);
+}
+
+auto Fields(const nearestface::Face& f) {
+    return std::make_tuple(f.index, f.rect.left, f.rect.top, f.rect.width, f.rect.height);
+}
+
+class NearestFaceTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        kvhost::setLogEcho(false);
+        kvhost::resetAdapter();
+        auto stat = kvhost::Metadata::create();
+        stat->putInt32("android.sensor.info.activeArraySize", {0, 0, 4000, 3000});
+        kvhost::setStaticMetadata(kCamera, stat);
+    }
+    void TearDown() override {
+        kvhost::clearStaticMetadata();
+        kvhost::resetAdapter();
+    }
+
+    // A frame of kCamera with the crop (1000, 750, 2000, 1500) for kSat in its
+    // crop table (none when `withCrop` is false) and the given faces.
+    static FrameCase Frame(const std::vector<Corners>& faces, bool withCrop = true) {
+        auto md = kvhost::Metadata::create();
+        md->putInt32("kovani.snapshot.fwkCameraId", {kCamera});
+        md->putInt64("android.sensor.timestamp", {1000000000});
+        if (withCrop) {
+            std::vector<int32_t> table;
+            for (int id : {0, 1, kSat, 3})
+                table.insert(table.end(), {id, 0, 0, 0, 0, 1000, 750, 2000, 1500});
+            md->putInt32("com.kovani.camera.sensorpolicy.cropregions", table);
+        }
+        std::vector<int32_t> values;
+        for (const Corners& f : faces)
+            values.insert(values.end(), {f.left, f.top, f.right, f.bottom, 0, 0, 0, 0, 0});
+        if (!faces.empty()) md->putInt32("kovani.bokeh.faceInfo", values);
+        return FrameCase{md};
+    }
+};
+
+// Far top left, on the crop's centre (2000, 1500), lower right.
+const std::vector<Corners> kThreeFaces = {
+    {200, 200, 600, 600}, {1900, 1400, 2100, 1600}, {3000, 2000, 3400, 2400}};
+
+TEST_F(NearestFaceTest, PicksTheFaceNearestTheFinalCropsCentre) {
+    // The 2000x1500 crop fills the 1920 width of the 16:9 input (scale 0.96)
+    // and 187 rows are cut above it; without a crop the whole 4000x3000 array
+    // does (scale 0.48, 375 rows cut).
+    const struct {
+        const char* name;
+        bool withCrop;
+        int32_t holderShiftX;  // the platform's stabilisation shift, 0 for none
+        std::tuple<int, uint32_t, uint32_t, uint32_t, uint32_t> expected;
+    } rows[] = {
+        // (1900 - 1000) x 0.96 = 864, (1400 - 750 - 187) x 0.96 = 444.48.
+        {"centre face", true, 0, {1, 864, 444, 192, 192}},
+        // The crop moves to (2000, 750): the lower right face is nearer now,
+        // and its height is cut at the image's bottom edge, 1080 - 1020.
+        {"shifted crop", true, 1000, {2, 960, 1020, 384, 60}},
+        // 1900 x 0.48 = 912, (1400 - 375) x 0.48 = 492.
+        {"no crop: the active array", false, 0, {1, 912, 492, 96, 96}},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.name);
+        kvhost::AdapterScript script;
+        script.shiftFound = r.holderShiftX != 0;
+        script.shiftX = r.holderShiftX;
+        kvhost::setAdapterScript(script);
+        nearestface::Face face;
+        EXPECT_EQ(RunPlugin(Frame(kThreeFaces, r.withCrop), &face), 0);
+        EXPECT_EQ(Fields(face), r.expected);
+    }
+}
+
+TEST_F(NearestFaceTest, FailuresLeaveTheFaceAlone) {
+    FrameCase noStatic = Frame(kThreeFaces);
+    noStatic.frame->update(kvhost::findTag("kovani.snapshot.fwkCameraId")->id,
+                           std::vector<int32_t>{5}.data(), 1);
+    FrameCase zeroSize = Frame(kThreeFaces);
+    zeroSize.width = 0;
+    const struct {
+        const char* name;
+        FrameCase frame;
+        int rc;
+    } rows[] = {
+        {"no face", Frame({}), -2},  // the face tag's lookup fails
+        {"no static metadata for the camera", noStatic, -2},
+        {"input of width 0", zeroSize, -1},  // refused by the mapping
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.name);
+        nearestface::Face face;
+        face.index = 77;
+        EXPECT_EQ(RunPlugin(r.frame, &face), r.rc);
+        EXPECT_EQ(face.index, 77);
+    }
+}
+
+// A soak of a million frames: the stand-ins keep no record of calls or lines
+// while no test listens, so what they hold stays the same however long the run.
+TEST_F(NearestFaceTest, AMillionFramesLeaveNothingBehind) {
+    const auto retained = [] {
+        return std::make_tuple(kvhost::retainedLogRecords(), kvhost::retainedAdapterCalls(),
+                               kvhost::knownTags().size());
+    };
+    const FrameCase c = Frame(kThreeFaces);
+    nearestface::NearestFace plugin(c.cameraId, c.satCameraId);
+    const nearestface::Request request{c.frame, c.width, c.height, c.inSensorZoom};
+    nearestface::Face face;
+    {
+        // What a listening test holds is counted.
+        kvhost::LogCapture logs;
+        kvhost::AdapterRecorder calls;
+        ASSERT_EQ(plugin.Process(request, &face), 0);
+        EXPECT_GT(kvhost::retainedLogRecords(), 10u);
+        EXPECT_GT(kvhost::retainedAdapterCalls(), 2u);
+    }
+    const auto before = retained();
+    EXPECT_EQ(std::get<0>(before), 0u);
+    EXPECT_EQ(std::get<1>(before), 0u);
+    int failures = 0;
+    for (int i = 0; i < 1000000; ++i) {
+        if (plugin.Process(request, &face) != 0 || face.index != 1) ++failures;
+    }
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(retained(), before);
+}
+
+}  // namespace

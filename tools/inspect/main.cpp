@@ -107,7 +107,7 @@ int main(int argc, char** argv) {
         }
         const inspect::Capture capture = inspect::loadText(text, path, options);
         for (const std::string& w : capture.warnings) std::cerr << "warning: " << w << "\n";
-        if (!savePath.empty()) writeFile(savePath, inspect::captureToJson(capture).dump(2) + "\n");
+        if (!savePath.empty()) writeFile(savePath, inspect::captureText(capture));
         const inspect::Installed installed = inspect::installCapture(capture);
         const std::vector<inspect::CallRecord> calls = inspect::runGetters(capture, installed);
         report = json ? inspect::jsonReport(capture, calls, logs).dump(2) + "\n"

@@ -163,24 +163,31 @@ Capture parseCapture(const std::string& text, const std::string& file) {
     }
 }
 
-Json captureToJson(const Capture& c) {
-    const auto tags = [](const std::vector<TagPayload>& payloads) {
-        Json out = Json::array();
-        for (const TagPayload& p : payloads) out.push_back(tagToJson(p));
-        return out;
+std::string captureText(const Capture& c) {
+    // Laid out as the bundled samples are: one tag a line.
+    const auto tags = [](const std::vector<TagPayload>& payloads, const char* indent) {
+        std::string out = "[";
+        for (size_t i = 0; i < payloads.size(); ++i) {
+            out += (i == 0 ? "\n" : ",\n") + std::string(indent) + tagToJson(payloads[i]).dump();
+        }
+        return out + "\n" + std::string(indent).substr(2) + "]";
     };
-    Json out;
     std::string description = c.description;
     for (const std::string& note : c.notes) description += "; " + note;
-    out["description"] = description;
-    out["camera"] = {{"cameraId", c.cameraId}, {"satCameraId", c.satCameraId}};
-    out["input"] = {{"width", c.inputWidth}, {"height", c.inputHeight}};
-    out["frame"] = {{"tags", tags(c.frame)}};
-    out["static"] = Json::array();
-    for (const auto& [camera, payloads] : c.statics) {
-        out["static"].push_back({{"cameraId", camera}, {"tags", tags(payloads)}});
+    std::string out = "{\n  \"description\": " + Json(description).dump() + ",\n";
+    out +=
+        "  \"camera\": " + Json{{"cameraId", c.cameraId}, {"satCameraId", c.satCameraId}}.dump() +
+        ",\n";
+    out +=
+        "  \"input\": " + Json{{"width", c.inputWidth}, {"height", c.inputHeight}}.dump() + ",\n";
+    out += "  \"frame\": {\"tags\": " + tags(c.frame, "    ") + "},\n";
+    out += "  \"static\": [";
+    for (auto it = c.statics.begin(); it != c.statics.end(); ++it) {
+        out += std::string(it == c.statics.begin() ? "\n" : ",\n") +
+               "    {\"cameraId\": " + std::to_string(it->first) +
+               ", \"tags\": " + tags(it->second, "      ") + "}";
     }
-    return out;
+    return out + "\n  ]\n}\n";
 }
 
 std::shared_ptr<KvMetadata> Installed::staticOf(int cameraId) const {

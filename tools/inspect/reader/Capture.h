@@ -60,10 +60,11 @@ struct Capture {
 // InputError whose text starts with `file`. (Load.h reads files.)
 Capture parseCapture(const std::string& text, const std::string& file);
 
-// The description, camera ids, input size, frame and static metadata of a
-// capture in the capture description format (the arguments and adapter
-// answers are left at their defaults): what a dump's capture is saved as.
-Json captureToJson(const Capture& c);
+// The description (with the notes), camera ids, input size, frame and static
+// metadata of a capture as a capture description, one tag a line (the
+// arguments and adapter answers are left at their defaults): what a dump's
+// capture is saved as.
+std::string captureText(const Capture& c);
 
 // The containers built from a capture description.
 struct Installed {

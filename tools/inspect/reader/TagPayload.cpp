@@ -1,6 +1,7 @@
 #include "TagPayload.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -382,6 +383,21 @@ TagPayload readTag(const Node& entry) {
     return p;
 }
 
+namespace {
+
+// The double of a float's shortest decimal: 1.9f is written "1.9", not
+// "1.899999976158142", and reads back as the same float.
+double shortestDouble(float f) {
+    if (!std::isfinite(f)) return f;
+    char text[32];
+    const auto end = std::to_chars(text, text + sizeof text, f).ptr;
+    double d = f;
+    std::from_chars(text, end, d);
+    return d;
+}
+
+}  // namespace
+
 Json tagToJson(const TagPayload& p) {
     Json values = Json::array();
     const uint8_t* at = p.bytes.data();
@@ -394,7 +410,7 @@ Json tagToJson(const TagPayload& p) {
                 values.push_back(load<int32_t>(at, i));
                 break;
             case TagType::Float:
-                values.push_back(load<float>(at, i));
+                values.push_back(shortestDouble(load<float>(at, i)));
                 break;
             case TagType::Int64:
                 values.push_back(load<int64_t>(at, i));

@@ -1,0 +1,397 @@
+// Reading camera metadata dumps: every way a copy of Android's dump text
+// comes to us gives the entries the device printed, an entry that does not
+// read whole is left out with a warning naming its line and tag, and a whole
+// dumpsys becomes the frame and static metadata the defaults and options say.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "DumpCapture.h"
+#include "Load.h"
+
+namespace inspect {
+namespace {
+
+template <typename T>
+std::vector<uint8_t> bytesOf(std::initializer_list<T> values) {
+    std::vector<uint8_t> out(values.size() * sizeof(T));
+    std::memcpy(out.data(), values.begin(), out.size());
+    return out;
+}
+
+const std::vector<uint8_t> kCrop = bytesOf<int32_t>({400, 300, 3200, 2400});
+const std::vector<uint8_t> kAfState = bytesOf<uint8_t>({2});
+
+// A block holding the crop region and the AF state, as Android prints them.
+constexpr const char* kBlock =
+    R"(Dumping camera metadata array: 2 / 2 entries, 0 / 0 bytes of extra data.
+  Version: 1, Flags: 00000000
+  android.scaler.cropRegion (d0000): int32[4]
+    [400 300 3200 2400 ]
+  android.control.afState (10020): byte[1]
+    [PASSIVE_FOCUSED ]
+)";
+
+struct FormatCase {
+    const char* name;
+    std::string text;
+    std::map<std::string, std::vector<uint8_t>> entries;  // of block 1, by name
+    std::string warning;                                  // in the first warning; "" for none
+};
+
+// Each line of kBlock with `prefix` in front and `suffix` behind.
+std::string eachLine(const std::string& prefix, const std::string& suffix) {
+    std::string out;
+    const std::string text = kBlock;
+    for (size_t at = 0; at < text.size();) {
+        const size_t end = text.find('\n', at);
+        out += prefix + text.substr(at, end - at) + suffix + "\n";
+        at = end + 1;
+    }
+    return out;
+}
+
+class DumpFormat : public ::testing::TestWithParam<FormatCase> {};
+
+TEST_P(DumpFormat, ReadsWhatTheDevicePrinted) {
+    const Dump dump = readDump(GetParam().text, "dump.txt");
+    ASSERT_FALSE(dump.blocks.empty());
+    std::map<std::string, std::vector<uint8_t>> entries;
+    for (const DumpEntry& e : dump.blocks[0].entries) entries[e.name] = e.bytes;
+    EXPECT_EQ(entries, GetParam().entries);
+    if (GetParam().warning.empty()) {
+        EXPECT_TRUE(dump.warnings.empty()) << dump.warnings[0];
+    } else {
+        ASSERT_FALSE(dump.warnings.empty());
+        EXPECT_NE(dump.warnings[0].find(GetParam().warning), std::string::npos) << dump.warnings[0];
+    }
+}
+
+const std::map<std::string, std::vector<uint8_t>> kBoth = {{"android.scaler.cropRegion", kCrop},
+                                                           {"android.control.afState", kAfState}};
+const std::map<std::string, std::vector<uint8_t>> kAfOnly = {{"android.control.afState", kAfState}};
+const std::map<std::string, std::vector<uint8_t>> kCropOnly = {
+    {"android.scaler.cropRegion", kCrop}};
+
+// Entry `header` followed by the afState entry, in a block.
+std::string withEntry(const std::string& entry) {
+    return "Dumping camera metadata array: 2 / 2 entries, 0 / 0 bytes of extra data.\n" + entry +
+           "\nandroid.control.afState (10020): byte[1]\n[PASSIVE_FOCUSED ]\n";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Variations, DumpFormat,
+    ::testing::Values(
+        FormatCase{"AsPrinted", kBlock, kBoth, ""},
+        FormatCase{"LeadingBlanksStripped", eachLine("", ""), kBoth, ""},
+        FormatCase{"Indented", eachLine("        ", ""), kBoth, ""},
+        FormatCase{"CrLf", eachLine("", "\r"), kBoth, ""},
+        FormatCase{"MarkdownFence", "```text\n" + std::string(kBlock) + "```\n", kBoth, ""},
+        FormatCase{"LogcatThreadtime",
+                   eachLine("11-22 10:15:30.123  1234  5678 I CameraService: ", ""), kBoth, ""},
+        FormatCase{"LogcatThreadtimeWithYear",
+                   eachLine("2026-11-22 10:15:30.123  1047  1234  5678 D Camera3-Device: ", ""),
+                   kBoth, ""},
+        FormatCase{"LogcatBrief", eachLine("I/CameraService( 1234): ", ""), kBoth, ""},
+        FormatCase{"CommentsAfterRows", eachLine("", "  // noted"), kBoth, ""},
+        FormatCase{"NewerBlockLine",
+                   "Dumping camera metadata array: 2 / 2 entries\n" +
+                       std::string(kBlock).substr(std::string(kBlock).find('\n') + 1),
+                   kBoth, ""},
+        FormatCase{"RowJoinedToHeader",
+                   withEntry("android.scaler.cropRegion (d0000): int32[4] [400 300 3200 2400 ]"),
+                   kBoth, ""},
+        FormatCase{"RowsOfAllTypes",
+                   "Dumping camera metadata array: 5 / 5 entries\n"
+                   "android.control.zoomRatio (1002f): float[2]\n[1.25000000 -0.50000000 ]\n"
+                   "android.sensor.timestamp (e0010): int64[2]\n[86400123456789 -1 ]\n"
+                   "android.control.aeCompensationStep (10016): rational[2]\n[(1 / 6) (-2 / 3) ]\n"
+                   "android.lens.focusDistance (80003): float[1]\n[nan ]\n"
+                   "android.control.afState (10020): byte[1]\n[7 ]\n",
+                   {{"android.control.zoomRatio", bytesOf<float>({1.25f, -0.5f})},
+                    {"android.sensor.timestamp", bytesOf<int64_t>({86400123456789, -1})},
+                    {"android.control.aeCompensationStep", bytesOf<int32_t>({1, 6, -2, 3})},
+                    {"android.lens.focusDistance", bytesOf<float>({NAN})},
+                    {"android.control.afState", bytesOf<uint8_t>({7})}},
+                   ""},
+        // Enum names of any position of a tag's values; labels of tag lists.
+        FormatCase{"EnumNamesAndLabels",
+                   "Dumping camera metadata array: 2 / 2 entries\n"
+                   "android.scaler.availableStreamConfigurations (d000a): int32[8]\n"
+                   "[33 320 240 OUTPUT ]\n[34 640 480 INPUT ]\n"
+                   "android.request.availableRequestKeys (c000d): int32[2]\n"
+                   "[65543 (android.control.afMode) 851968 (android.scaler.cropRegion) ]\n",
+                   {{"android.scaler.availableStreamConfigurations",
+                     bytesOf<int32_t>({33, 320, 240, 0, 34, 640, 480, 1})},
+                    {"android.request.availableRequestKeys", bytesOf<int32_t>({0x10007, 0xD0000})}},
+                   ""},
+        FormatCase{"EmptyEntry",
+                   withEntry("android.scaler.cropRegion (d0000): int32[0]"),
+                   {{"android.scaler.cropRegion", {}}, {"android.control.afState", kAfState}},
+                   ""},
+        FormatCase{"ElidedEntries",
+                   "Dumping camera metadata array: 9 / 9 entries\n...\n[1 2 ]\n...\n" +
+                       std::string(kBlock).substr(std::string(kBlock).find("  android")),
+                   kBoth, ""},
+        // What cannot be read whole is left out, with a warning naming line and tag.
+        FormatCase{"ElidedRows",
+                   withEntry("android.scaler.cropRegion (d0000): int32[12]\n[1 2 3 4 ]\n...\n[9 "
+                             "10 11 12 ]"),
+                   kAfOnly,
+                   "dump.txt:2: android.scaler.cropRegion: shows 4 of its 12 values, the "
+                   "others elided"},
+        FormatCase{"FewerValuesThanCount",
+                   withEntry("android.scaler.cropRegion (d0000): int32[40]\n[1 2 3 4 ]"), kAfOnly,
+                   "dump.txt:2: android.scaler.cropRegion: shows 4 of its 40 values"},
+        FormatCase{"MoreValuesThanCount",
+                   withEntry("android.scaler.cropRegion (d0000): int32[2]\n[1 2 3 4 ]"), kAfOnly,
+                   "shows 4 of its 2 values"},
+        FormatCase{"HeaderWithoutValues", withEntry("android.scaler.cropRegion (d0000): int32[4]"),
+                   kAfOnly, "shows 0 of its 4 values"},
+        FormatCase{"UnknownEnumName",
+                   withEntry("android.control.afMode (10007): byte[1]\n[SOMETIMES ]"), kAfOnly,
+                   "dump.txt:3: android.control.afMode: \"SOMETIMES\" is neither a number nor a "
+                   "value name"},
+        FormatCase{"ByteOutOfRange", withEntry("android.control.afMode (10007): byte[1]\n[300 ]"),
+                   kAfOnly, "out of a byte's range"},
+        FormatCase{"UnknownType", withEntry("android.control.afMode (10007): int128[1]\n[1 ]"),
+                   kAfOnly, "unknown type \"int128\""},
+        FormatCase{"UnclosedRow",
+                   withEntry("android.scaler.cropRegion (d0000): int32[4]\n[400 300 3200 2400"),
+                   kAfOnly, "closing"},
+        FormatCase{"BadRational",
+                   withEntry("android.control.aeCompensationStep (10016): rational[1]\n[(1 / x) ]"),
+                   kAfOnly, "not a rational"},
+        FormatCase{"OrphanRows",
+                   "Dumping camera metadata array: 2 / 3 entries\n[5 6 7 ]\n" +
+                       std::string(kBlock).substr(std::string(kBlock).find("  android")),
+                   kBoth, "dump.txt:2: value rows without an entry header"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// ---- A whole dumpsys -----------------------------------------------------
+
+std::string sampleDump() {
+    std::ifstream in(KVTEST_SOURCE_DIR "/samples/dumpsys-camera.txt");
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+const TagPayload* find(const std::vector<TagPayload>& tags, const char* name) {
+    for (const TagPayload& p : tags) {
+        if (p.info->name == name) return &p;
+    }
+    return nullptr;
+}
+
+TEST(DumpsysSample, BlocksAreFiledUnderTheirCameras) {
+    const Dump dump = readDump(sampleDump(), "d");
+    const std::vector<std::pair<BlockKind, std::string>> expected = {
+        {BlockKind::Static, "0"},         {BlockKind::PhysicalStatic, "2"},
+        {BlockKind::PhysicalStatic, "3"}, {BlockKind::Static, "1"},
+        {BlockKind::Request, "0"},        {BlockKind::Result, "0"}};
+    ASSERT_EQ(dump.blocks.size(), expected.size());
+    for (size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_EQ(dump.blocks[i].kind, expected[i].first) << i;
+        EXPECT_EQ(dump.blocks[i].camera, expected[i].second) << i;
+    }
+    EXPECT_EQ(dump.vendorTags.size(), 13u);
+}
+
+TEST(DumpsysSample, FrameIsTheRequestWithTheResultLaidOver) {
+    const Capture c = captureFromDump(readDump(sampleDump(), "d"), {});
+    EXPECT_EQ(c.cameraId, 0);
+    EXPECT_EQ(c.satCameraId, 0);
+    EXPECT_EQ(c.inputWidth, 4000);  // camera 0's active array
+    EXPECT_EQ(c.inputHeight, 3000);
+    // Request 100, result 400: the result's value wins; the request's own tags stay.
+    EXPECT_EQ(find(c.frame, "android.sensor.sensitivity")->bytes, bytesOf<int32_t>({400}));
+    EXPECT_NE(find(c.frame, "android.control.captureIntent"), nullptr);
+    EXPECT_EQ(find(c.frame, "kovani.snapshot.fwkCameraId")->bytes, bytesOf<int32_t>({0}));
+    // Vendor tags by name resolve to the table's own ids, whatever the device's.
+    EXPECT_EQ(find(c.frame, "kovani.bokeh.faceInfo")->info,
+              kvhost::findTag("kovani.bokeh.faceInfo"));
+    // A tag the library reads by id keeps it, under any name the device gives it.
+    EXPECT_NE(find(c.frame, "MTK_3A_FEATURE_AE_SENSOR_GAIN_VALUE"), nullptr);
+    // Any other vendor tag is registered from the dump.
+    const kvhost::TagInfo* hint = kvhost::findTag("org.example.camera.sceneHint");
+    ASSERT_NE(hint, nullptr);
+    EXPECT_EQ(hint->type, kvhost::TagType::Byte);
+    // Camera 2 has only its physical characteristics block; 1 its own.
+    std::vector<uint32_t> cameras;
+    for (const auto& item : c.statics) cameras.push_back(item.first);
+    EXPECT_EQ(cameras, (std::vector<uint32_t>{0, 1, 2, 3}));
+    EXPECT_NE(find(c.statics.at(2), "com.kovani.camera.zoomeis.effectiverate"), nullptr);
+}
+
+TEST(DumpsysSample, OptionsOverrideEachChoice) {
+    const Dump dump = readDump(sampleDump(), "d");
+    DumpOptions o;
+    o.camera = 1;
+    o.frame = 6;
+    o.statics[7] = 4;
+    o.input.emplace(1920, 1080);
+    const Capture c = captureFromDump(dump, o);
+    EXPECT_EQ(c.cameraId, 1);
+    EXPECT_EQ(c.inputWidth, 1920);
+    EXPECT_EQ(find(c.frame, "android.control.captureIntent"), nullptr);  // block 6 alone
+    EXPECT_EQ(find(c.frame, "kovani.snapshot.fwkCameraId")->bytes, bytesOf<int32_t>({1}));
+    EXPECT_EQ(c.statics.count(7), 1u);
+}
+
+TEST(DumpsysSample, SavedCaptureReadsBackToTheSamePayloads) {
+    const Capture c = captureFromDump(readDump(sampleDump(), "d"), {});
+    const Capture back = parseCapture(captureText(c), "saved.json");
+    ASSERT_EQ(back.frame.size(), c.frame.size());
+    for (size_t i = 0; i < c.frame.size(); ++i) {
+        EXPECT_EQ(back.frame[i].info, c.frame[i].info);
+        EXPECT_EQ(back.frame[i].bytes, c.frame[i].bytes) << c.frame[i].info->name;
+    }
+    EXPECT_EQ(back.statics.size(), c.statics.size());
+    EXPECT_EQ(back.inputWidth, c.inputWidth);
+}
+
+// ---- Dumps of a few blocks ------------------------------------------------
+
+Capture captureOf(const std::string& text, const DumpOptions& options = {}) {
+    return captureFromDump(readDump(text, "d"), options);
+}
+
+TEST(DumpCapture, LastBlockOfNoCameraIsTheFrameAndItsFwkIdTheCamera) {
+    const Capture c = captureOf(std::string(kBlock) +
+                                    "Dumping camera metadata array: 1 / 1 entries\n"
+                                    "kovani.snapshot.fwkCameraId (80020003): int32[1]\n[3 ]\n",
+                                [] {
+                                    DumpOptions o;
+                                    o.input.emplace(640, 480);
+                                    return o;
+                                }());
+    EXPECT_EQ(c.cameraId, 3);
+    EXPECT_EQ(c.frame.size(), 1u);
+}
+
+TEST(DumpCapture, UnnamedVendorTagIsNamedByTheVendorList) {
+    DumpOptions o;
+    o.input.emplace(640, 480);
+    const Capture c = captureOf(
+        "== Vendor tags: ==\n"
+        "0x80020000 (faceInfo) with type 1 (int32) defined in section kovani.bokeh\n"
+        "Dumping camera metadata array: 2 / 2 entries\n"
+        "unknownSection.unknownTag (80020000): int32[9]\n[1 2 3 4 ]\n[5 6 7 8 ]\n[9 ]\n"
+        "unknownSection.unknownTag (80020001): int32[1]\n[1 ]\n",
+        o);
+    EXPECT_NE(find(c.frame, "kovani.bokeh.faceInfo"), nullptr);
+    ASSERT_EQ(c.warnings.size(), 1u);
+    EXPECT_NE(c.warnings[0].find("d:8: unknownSection.unknownTag: a vendor tag the device did "
+                                 "not name"),
+              std::string::npos);
+}
+
+TEST(DumpCapture, TagsThatDoNotFitAreLeftOutWithAWarning) {
+    DumpOptions o;
+    o.input.emplace(640, 480);
+    const Capture c = captureOf(
+        "Dumping camera metadata array: 4 / 4 entries\n"
+        // Printed as int32, but Android's AF mode holds bytes.
+        "android.control.afMode (10007): int32[1]\n[1 ]\n"
+        // Shorter than the 448-byte record the library copies.
+        "kovani.ai.asd.SmartAE (80020000): byte[2]\n[1 2 ]\n"
+        // A device tag on an id the table gives another tag: a fresh id.
+        "org.example.dump.ownTag (80100003): float[1]\n[1.50000000 ]\n"
+        "android.scaler.cropRegion (d0000): int32[4]\n[1 2 3 4 ]\n",
+        o);
+    ASSERT_EQ(c.warnings.size(), 2u);
+    EXPECT_NE(c.warnings[0].find("d:2: android.control.afMode: printed as int32"),
+              std::string::npos);
+    EXPECT_NE(c.warnings[1].find("d:4: kovani.ai.asd.SmartAE: 2 byte values, but the library "
+                                 "reads 448"),
+              std::string::npos);
+    const TagPayload* own = find(c.frame, "org.example.dump.ownTag");
+    ASSERT_NE(own, nullptr);
+    EXPECT_NE(own->info->id, 0x80100003u);
+    EXPECT_NE(find(c.frame, "android.scaler.cropRegion"), nullptr);
+}
+
+TEST(DumpCapture, ImpossibleChoicesAreOneError) {
+    const Dump dump = readDump(kBlock, "d");
+    const auto message = [&](const DumpOptions& o) {
+        try {
+            captureFromDump(dump, o);
+        } catch (const InputError& e) {
+            return std::string(e.what());
+        }
+        return std::string("no error");
+    };
+    DumpOptions frame;
+    frame.frame = 2;
+    EXPECT_EQ(message(frame), "d: --frame: no block 2 (the dump has 1)");
+    DumpOptions stat;
+    stat.statics[0] = 5;
+    stat.input.emplace(1, 1);
+    EXPECT_EQ(message(stat), "d: --static: no block 5 (the dump has 1)");
+    EXPECT_EQ(message({}),
+              "d: no input image size: camera 0 has no active array size in the dump; give one "
+              "with --input WxH");
+}
+
+// ---- Files of either kind ---------------------------------------------------
+
+struct BadFileCase {
+    const char* name;
+    std::string path;
+    std::string content;  // written to `path` first unless empty and the path exists
+    std::string error;
+};
+
+class BadFile : public ::testing::TestWithParam<BadFileCase> {};
+
+TEST_P(BadFile, IsOneErrorNamingTheFile) {
+    const BadFileCase& bad = GetParam();
+    if (bad.path.rfind("/dev/", 0) != 0 && bad.path.rfind("/nonexistent", 0) != 0 &&
+        bad.path != "/") {
+        std::ofstream(bad.path, std::ios::binary) << bad.content;
+    }
+    try {
+        loadFile(bad.path);
+        FAIL() << "loaded";
+    } catch (const InputError& e) {
+        EXPECT_EQ(std::string(e.what()), bad.path + ": " + bad.error);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Inputs, BadFile,
+    ::testing::Values(
+        BadFileCase{"Missing", "/nonexistent/capture.json", "",
+                    "cannot open: No such file or directory"},
+        BadFileCase{"Directory", "/", "", "cannot open: Is a directory"},
+        BadFileCase{"Empty", "bad-empty.txt", "", "empty file"},
+        BadFileCase{"Blank", "bad-blank.txt", " \r\n\n", "empty file"},
+        BadFileCase{"EndlessDevice", "/dev/zero", "",
+                    "binary data, neither a capture description nor a camera metadata dump"},
+        BadFileCase{"Binary", "bad-binary.bin",
+                    std::string("\x7f"
+                                "ELF\x02\x01\x01\0\0",
+                                9),
+                    "binary data, neither a capture description nor a camera metadata dump"},
+        BadFileCase{"NoBlock", "bad-text.txt",
+                    "android.scaler.cropRegion (d0000): int32[4]\n[1 2 3 4 ]\n",
+                    "neither a capture description nor a camera metadata dump: no \"Dumping "
+                    "camera metadata array\" line"},
+        BadFileCase{"DeepJson", "bad-deep.json",
+                    "{\"a\": " + std::string(100000, '[') + std::string(100000, ']') + "}",
+                    "malformed JSON: nested more than 64 levels deep at line 1"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(LoadFile, DumpOptionsOnACaptureDescriptionAreAnError) {
+    const std::string path = "capture-with-options.json";
+    std::ofstream(path) << "{}";
+    DumpOptions o;
+    o.frame = 1;
+    EXPECT_THROW(loadFile(path, o), InputError);
+}
+
+}  // namespace
+}  // namespace inspect

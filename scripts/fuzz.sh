@@ -21,7 +21,7 @@ if ! [[ "$seconds" =~ ^[0-9]+$ ]] || ((seconds < 1)); then
 fi
 
 build="build-fuzz"
-targets=(map_rect final_crop faces_focus gyro)
+targets=(map_rect final_crop faces_focus gyro dump_reader capture_reader)
 cxx=${FUZZ_CXX:-clang++-14}
 
 cmake -S fuzz -B "$build" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
@@ -41,8 +41,10 @@ for t in "${targets[@]}"; do
     cp fuzz/corpus/"$t"/* "$dir/corpus/"
     seeds=$(find "$dir/corpus" -type f | wc -l)
     rc=0
+    # The readers' seeds are whole files.
+    case $t in *_reader) max_len=16384 ;; *) max_len=4096 ;; esac
     "$build/${t}_fuzzer" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
-        -max_len=4096 -print_final_stats=1 -artifact_prefix="$dir/" "$dir/corpus" \
+        -max_len=$max_len -print_final_stats=1 -artifact_prefix="$dir/" "$dir/corpus" \
         >"$dir/log" 2>&1 || rc=$?
 
     units=$(sed -n 's/^stat::number_of_executed_units: *//p' "$dir/log" | tail -n 1)

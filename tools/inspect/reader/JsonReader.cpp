@@ -44,7 +44,9 @@ Json parseJson(const std::string& text) {
     checkDepth(text);
     try {
         return Json::parse(text);
-    } catch (const Json::parse_error& e) {
+    } catch (const Json::exception& e) {
+        // Syntax errors, and numbers out of range ("1E6789"), which the
+        // parser reports as its own kind of error.
         // "[json.exception.parse_error.101] parse error at line 3, column 5:
         // syntax error ...": the position is already in the text.
         const std::string what = e.what();

@@ -354,6 +354,9 @@ INSTANTIATE_TEST_SUITE_P(
                     "adapter": {"gyro": {"samples": [{"x": 0, "y": 0, "z": 0, "ticks": -5}]}}})",
                 "capture.json: adapter.gyro.samples[0].ticks: expected an integer from 0 to "
                 "9223372036854775807, got -5"},
+        BadCase{"NumberOutOfRange", kHead + R"("frame": {"tags": [
+                    {"tag": "android.sensor.timestamp", "values": [1E6789]}]}})",
+                "capture.json: malformed JSON: number overflow parsing '1E6789'"},
         BadCase{"ShiftNotNumber", kHead + R"("frame": {"tags": []},
                     "adapter": {"shift": {"x": "left", "y": 0}}})",
                 "capture.json: adapter.shift.x: expected an integer from -2147483648 to "

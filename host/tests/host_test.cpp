@@ -9,8 +9,10 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -79,6 +81,52 @@ TEST(HostTagTable, KnownTagsAreSortedUniqueAndInTheirSections) {
         EXPECT_EQ(info->id, row.id) << row.name;
         EXPECT_EQ(info->type, row.type) << row.name;
     }
+}
+
+TEST(HostTagTable, HoldsEveryRowOfTheAndroidDataFileWithItsEnumNames) {
+    std::ifstream tsv(KVTEST_SOURCE_DIR "/host/data/android-camera-tags.tsv");
+    size_t rows = 0;
+    for (std::string line; std::getline(tsv, line);) {
+        if (line.empty() || line[0] == '#') continue;
+        ++rows;
+        std::istringstream fields(line);
+        std::string id, name, type;
+        std::getline(fields, id, '\t');
+        std::getline(fields, name, '\t');
+        std::getline(fields, type, '\t');
+        const kvhost::TagInfo* info = kvhost::findTag(name.c_str());
+        ASSERT_NE(info, nullptr) << name;
+        EXPECT_EQ(std::stoul(id, nullptr, 16), info->id) << name;
+        EXPECT_EQ(type, kvhost::typeName(info->type)) << name;
+        EXPECT_TRUE(info->fixedId);
+    }
+    EXPECT_GT(rows, 300u);
+    size_t android = 0;
+    for (const kvhost::TagInfo& t : kvhost::knownTags()) android += t.id < 0x80000000u ? 1 : 0;
+    EXPECT_EQ(android, rows);
+
+    const kvhost::TagInfo& afState = *kvhost::findTag("android.control.afState");
+    EXPECT_EQ(kvhost::findEnum(afState, "PASSIVE_FOCUSED")->value, 2);
+    EXPECT_STREQ(kvhost::enumName(afState, 6), "PASSIVE_UNFOCUSED");
+    EXPECT_EQ(kvhost::enumName(afState, 7), nullptr);
+    EXPECT_EQ(kvhost::findEnum(afState, "FOCUSED"), nullptr);
+    const kvhost::TagInfo& antibanding = *kvhost::findTag("android.control.aeAntibandingMode");
+    EXPECT_EQ(kvhost::findEnum(antibanding, "50HZ")->value, 1);   // a name that starts with digits
+    EXPECT_FALSE(kvhost::findTag("kovani.flash.mode")->fixedId);  // its id is the table's own
+}
+
+TEST(HostTagTable, FreshIdsAreFreeAndStable) {
+    uint32_t id = 0;
+    ASSERT_EQ(kvhost::registerTagOnFreshId("hosttest.fresh.one", TagType::Float, &id), 0);
+    EXPECT_EQ(id >> 16, 0x80FFu);
+    EXPECT_EQ(kvhost::findTag(id), kvhost::findTag("hosttest.fresh.one"));
+    uint32_t again = 0;
+    EXPECT_EQ(kvhost::registerTagOnFreshId("hosttest.fresh.one", TagType::Float, &again), 0);
+    EXPECT_EQ(again, id);
+    EXPECT_EQ(kvhost::registerTagOnFreshId("hosttest.fresh.one", TagType::Byte, &again),
+              kvhost::kExists);
+    ASSERT_EQ(kvhost::registerTagOnFreshId("hosttest.fresh.two", TagType::Float, &again), 0);
+    EXPECT_NE(again, id);
 }
 
 TEST(HostTagTable, UnknownNamesAndIdsAreNotFound) {

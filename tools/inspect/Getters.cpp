@@ -12,6 +12,7 @@
 #include <typeinfo>
 
 #include "KvMetadata.h"
+#include "TagPayload.h"
 #include "Values.h"
 
 namespace inspect {
@@ -89,7 +90,7 @@ Outcome lensShadingMap(Call& c) {
         int id = -1;
         return c.utils.GetFwkCameraId(c.md, &id) == 0 ? id : -1;
     });
-    const Md stat = c.installed.staticOf(fwk);
+    const Md stat = c.capture.staticOf(fwk);
     const camera_metadata_ro_entry_t size =
         stat ? stat->find(kShadingMapSize) : camera_metadata_ro_entry_t{};
     if (size.count < 2 || size.data.i32[0] < 0 || size.data.i32[1] < 0) {
@@ -265,7 +266,7 @@ Outcome facesHolder(Call& c) {
     const int rc = c.utils.GetFacesInfoHolder(c.md, &faces, &count);
     if (rc != 0) return Outcome{rc, nullptr, ""};
     Json out{{"count", count}};
-    out.update(recordsToJson("kovani.bokeh.faceInfo", faces, size_t{count} * 9));
+    out.update(kvhost::loader::recordsToJson("kovani.bokeh.faceInfo", faces, size_t{count} * 9));
     return Outcome{rc, out, ""};
 }
 

@@ -9,12 +9,15 @@
 #include <string>
 #include <vector>
 
-#include "Capture.h"
-#include "JsonReader.h"
 #include "MetaUtils.h"
+#include "Values.h"
+#include "kvhost/Capture.h"
 #include "kvhost/LogCapture.h"
 
 namespace inspect {
+
+// A capture loaded into the stand-ins, by the loader the plug-in tests use.
+using Capture = kvhost::Capture;
 
 struct Outcome {
     std::optional<int> result;  // absent for the methods whose value is not a result code
@@ -26,7 +29,6 @@ struct Outcome {
 struct Call {
     kvalgo2::MetaUtils& utils;
     const Capture& capture;
-    const Installed& installed;
     std::shared_ptr<KvMetadata> md;  // the metadata the row's method is given
     kvhost::LogCapture& logs;        // this call's log lines
 

@@ -22,7 +22,7 @@ std::string giveMetadata(const Capture& capture, Call& call, Given given) {
         case Given::Nothing:
             return "";
         case Given::FrameStatic:
-            if (call.utils.GetFwkCameraId(call.installed.frame, &camera) != 0) {
+            if (call.utils.GetFwkCameraId(call.capture.frame, &camera) != 0) {
                 call.md = nullptr;
                 return "static metadata of the frame's camera (the frame names none)";
             }
@@ -30,7 +30,7 @@ std::string giveMetadata(const Capture& capture, Call& call, Given given) {
         case Given::SatStatic:
             break;
     }
-    call.md = call.installed.staticOf(camera);
+    call.md = call.capture.staticOf(camera);
     return "static metadata of camera " + std::to_string(camera) + (call.md ? "" : " (none)");
 }
 
@@ -197,12 +197,12 @@ std::string header(const Capture& c) {
     }
     out << "; isInSensorZoom " << std::boolalpha << c.isInSensorZoom << ", useInSensorZoom "
         << c.useInSensorZoom;
-    out << "\n  frame: " << c.frame.size() << " tags; static metadata of cameras:";
+    out << "\n  frame: " << (c.frame ? c.frame->size() : 0) << " tags; static metadata of cameras:";
     if (c.statics.empty()) out << " none";
     for (const auto& item : c.statics) {
         out << (item.first == c.statics.begin()->first ? " " : ", ") << item.first;
     }
-    const AdapterAnswers& a = c.adapter;
+    const kvhost::AdapterAnswers& a = c.adapter;
     out << "\n  platform adapter: ";
     if (!a.present) {
         out << "absent\n";
@@ -227,13 +227,13 @@ std::string inlineText(const Json& v) {
     return scalarText(v);
 }
 
-std::vector<CallRecord> runGetters(const Capture& capture, const Installed& installed) {
+std::vector<CallRecord> runGetters(const Capture& capture) {
     kvalgo2::MetaUtils utils;
     utils.SetCameraId(capture.cameraId, capture.satCameraId);
     std::vector<CallRecord> calls;
     for (const Getter& getter : getterTable()) {
         kvhost::LogCapture logs;
-        Call call{utils, capture, installed, installed.frame, logs};
+        Call call{utils, capture, capture.frame, logs};
         CallRecord record;
         record.getter = &getter;
         record.given = call.quietly([&] { return giveMetadata(capture, call, getter.given); });

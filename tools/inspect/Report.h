@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "Capture.h"
 #include "Getters.h"
 
 namespace inspect {
@@ -20,7 +19,7 @@ struct CallRecord {
 
 // Calls every getter once, in table order, on a MetaUtils whose camera ids
 // are the capture's.
-std::vector<CallRecord> runGetters(const Capture& capture, const Installed& installed);
+std::vector<CallRecord> runGetters(const Capture& capture);
 
 // The call of `method` (as the table names it); null when there is none.
 const CallRecord* findCall(const std::vector<CallRecord>& calls, const char* method);

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "Capture.h"
 #include "Report.h"
 
 namespace inspect {

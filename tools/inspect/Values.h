@@ -5,12 +5,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <nlohmann/json.hpp>
 #include <type_traits>
 
-#include "JsonReader.h"
 #include "MetaUtils.h"
 
 namespace inspect {
+
+using Json = nlohmann::ordered_json;
 
 Json value(float f);
 

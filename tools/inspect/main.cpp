@@ -8,9 +8,9 @@
 #include <fstream>
 #include <iostream>
 
-#include "Load.h"
 #include "Report.h"
 #include "Svg.h"
+#include "kvhost/Capture.h"
 #include "kvhost/LogCapture.h"
 
 namespace {
@@ -27,11 +27,11 @@ bool parsePair(const std::string& text, char sep, int* a, int* b) {
     return one(s, s + at, a) && one(s + at + 1, s + text.size(), b);
 }
 
-void writeFile(const std::string& path, const std::string& text) {
+bool writeFile(const std::string& path, const std::string& text) {
     std::ofstream out(path, std::ios::binary);
     out << text;
     out.close();
-    if (!out) throw inspect::InputError(path + ": cannot write");
+    return static_cast<bool>(out);
 }
 
 }  // namespace
@@ -70,53 +70,48 @@ int main(int argc, char** argv) {
 
     // Library lines go into the report, never straight to the terminal.
     kvhost::setLogEcho(false);
-    std::string report;
-    std::string svg;
-    try {
-        inspect::DumpOptions options;
-        options.camera = camera;
-        options.frame = frame;
-        for (const std::string& s : statics) {
-            int id = 0;
-            int block = 0;
-            if (!parsePair(s, '=', &id, &block) || block < 1) {
-                throw inspect::InputError("--static " + s + ": expected ID=N, N a block number");
-            }
-            options.statics[static_cast<uint32_t>(id)] = block;
-        }
-        if (!input.empty()) {
-            int w = 0;
-            int h = 0;
-            if (!parsePair(input, 'x', &w, &h) || w < 1 || h < 1) {
-                throw inspect::InputError("--input " + input + ": expected WxH, both at least 1");
-            }
-            options.input.emplace(w, h);
-        }
-        const std::string text = inspect::readInputFile(path);
-        const bool description = inspect::isCaptureDescription(text);
-        if (description && (list || !savePath.empty())) {
-            throw inspect::InputError(path +
-                                      ": a capture description; --list and "
-                                      "--save-capture read dumps");
-        }
-        if (list) {
-            const inspect::Dump dump = inspect::readDump(text, path);
-            for (const std::string& w : dump.warnings) std::cerr << "warning: " << w << "\n";
-            std::cout << inspect::listBlocks(dump);
-            return 0;
-        }
-        const inspect::Capture capture = inspect::loadText(text, path, options);
-        for (const std::string& w : capture.warnings) std::cerr << "warning: " << w << "\n";
-        if (!savePath.empty()) writeFile(savePath, inspect::captureText(capture));
-        const inspect::Installed installed = inspect::installCapture(capture);
-        const std::vector<inspect::CallRecord> calls = inspect::runGetters(capture, installed);
-        report = json ? inspect::jsonReport(capture, calls, logs).dump(2) + "\n"
-                      : inspect::textReport(capture, calls, logs);
-        if (!svgPath.empty()) svg = inspect::drawGeometry(capture, calls);
-        if (!svgPath.empty()) writeFile(svgPath, svg);
-    } catch (const inspect::InputError& e) {
-        std::cerr << "metautils-inspect: " << e.what() << "\n";
+    const auto fail = [](const std::string& message) {
+        std::cerr << "metautils-inspect: " << message << "\n";
         return 1;
+    };
+    const auto warn = [](const std::vector<std::string>& warnings) {
+        for (const std::string& w : warnings) std::cerr << "warning: " << w << "\n";
+    };
+    kvhost::DumpOptions options;
+    options.camera = camera;
+    options.frame = frame;
+    for (const std::string& s : statics) {
+        int id = 0;
+        int block = 0;
+        if (!parsePair(s, '=', &id, &block) || block < 1) {
+            return fail("--static " + s + ": expected ID=N, N a block number");
+        }
+        options.statics[static_cast<uint32_t>(id)] = block;
+    }
+    if (!input.empty()) {
+        int w = 0;
+        int h = 0;
+        if (!parsePair(input, 'x', &w, &h) || w < 1 || h < 1) {
+            return fail("--input " + input + ": expected WxH, both at least 1");
+        }
+        options.input.emplace(w, h);
+    }
+    if (list) {
+        const kvhost::BlockList blocks = kvhost::listDumpBlocks(path);
+        if (!blocks.error.empty()) return fail(blocks.error);
+        warn(blocks.warnings);
+        std::cout << blocks.text;
+        return 0;
+    }
+    const kvhost::LoadResult loaded = kvhost::loadCapture(path, options, savePath);
+    if (!loaded) return fail(loaded.error);
+    warn(loaded.warnings);
+    const kvhost::Capture& capture = *loaded.capture;
+    const std::vector<inspect::CallRecord> calls = inspect::runGetters(capture);
+    const std::string report = json ? inspect::jsonReport(capture, calls, logs).dump(2) + "\n"
+                                    : inspect::textReport(capture, calls, logs);
+    if (!svgPath.empty() && !writeFile(svgPath, inspect::drawGeometry(capture, calls))) {
+        return fail(svgPath + ": cannot write");
     }
     std::cout << report;
     return 0;

@@ -1,5 +1,5 @@
-// What a user hands the tool: a capture description (JSON) or a camera
-// metadata dump (text), told apart by their content.
+// What a user hands us: a capture description (JSON) or a camera metadata
+// dump (text), told apart by their content.
 #pragma once
 
 #include <string>
@@ -8,7 +8,8 @@
 #include "Capture.h"
 #include "DumpCapture.h"
 
-namespace inspect {
+namespace kvhost {
+namespace loader {
 
 // The file's text. Throws InputError naming the file when it cannot be read,
 // is empty, holds binary data or is larger than any dump (a device node that
@@ -20,10 +21,10 @@ std::string readInputFile(const std::string& path);
 bool isCaptureDescription(std::string_view text);
 
 // The capture of a file's text of either kind; `path` names it in messages.
+// `options` apply to dumps; for a capture description any option given is an
+// error. kvhost::loadCapture (kvhost/Capture.h) reads, installs and reports
+// errors as values on top of this.
 Capture loadText(const std::string& text, const std::string& path, const DumpOptions& options);
 
-// The capture of a file of either kind. `options` apply to dumps; for a
-// capture description any option given is an error.
-Capture loadFile(const std::string& path, const DumpOptions& options = {});
-
-}  // namespace inspect
+}  // namespace loader
+}  // namespace kvhost

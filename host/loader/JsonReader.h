@@ -12,7 +12,8 @@
 #include <stdexcept>
 #include <string>
 
-namespace inspect {
+namespace kvhost {
+namespace loader {
 
 using Json = nlohmann::ordered_json;
 
@@ -79,4 +80,5 @@ private:
 // Short text of a value for messages: the value itself when short.
 std::string describe(const Json& value);
 
-}  // namespace inspect
+}  // namespace loader
+}  // namespace kvhost

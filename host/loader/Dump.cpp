@@ -6,7 +6,8 @@
 
 #include "JsonReader.h"
 
-namespace inspect {
+namespace kvhost {
+namespace loader {
 namespace {
 
 using kvhost::TagType;
@@ -554,4 +555,5 @@ Dump readDump(std::string_view text, const std::string& file) {
     return Reader(text, file).read();
 }
 
-}  // namespace inspect
+}  // namespace loader
+}  // namespace kvhost

@@ -4,8 +4,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <new>
 
-namespace inspect {
+namespace kvhost {
+namespace loader {
 namespace {
 
 // A whole dumpsys of a phone with many cameras is a few megabytes.
@@ -48,10 +50,6 @@ bool isCaptureDescription(std::string_view text) {
     return first != std::string_view::npos && text[first] == '{';
 }
 
-Capture loadFile(const std::string& path, const DumpOptions& options) {
-    return loadText(readInputFile(path), path, options);
-}
-
 Capture loadText(const std::string& text, const std::string& path, const DumpOptions& options) {
     if (isCaptureDescription(text)) {
         if (anyOption(options)) {
@@ -64,4 +62,56 @@ Capture loadText(const std::string& text, const std::string& path, const DumpOpt
     return captureFromDump(readDump(text, path), options);
 }
 
-}  // namespace inspect
+}  // namespace loader
+
+std::shared_ptr<Metadata> Capture::staticOf(int cameraId) const {
+    const auto it = statics.find(static_cast<uint32_t>(cameraId));
+    return cameraId < 0 || it == statics.end() ? nullptr : it->second;
+}
+
+LoadResult loadCapture(const std::string& path, const DumpOptions& options,
+                       const std::string& saveAs) {
+    LoadResult result;
+    try {
+        const std::string text = loader::readInputFile(path);
+        if (!saveAs.empty() && loader::isCaptureDescription(text)) {
+            throw loader::InputError(path +
+                                     ": a capture description; only a dump's capture "
+                                     "is saved");
+        }
+        loader::Capture capture = loader::loadText(text, path, options);
+        if (!saveAs.empty()) {
+            std::ofstream out(saveAs, std::ios::binary);
+            out << loader::captureText(capture);
+            out.close();
+            if (!out) throw loader::InputError(saveAs + ": cannot write");
+        }
+        result.warnings = capture.warnings;
+        result.capture = loader::install(std::move(capture));
+    } catch (const loader::InputError& e) {
+        result.error = e.what();
+    } catch (const std::bad_alloc&) {
+        result.error = path + ": out of memory";
+    }
+    return result;
+}
+
+BlockList listDumpBlocks(const std::string& path) {
+    BlockList list;
+    try {
+        const std::string text = loader::readInputFile(path);
+        if (loader::isCaptureDescription(text)) {
+            throw loader::InputError(path + ": a capture description, not a dump");
+        }
+        const loader::Dump dump = loader::readDump(text, path);
+        list.text = loader::listBlocks(dump);
+        list.warnings = dump.warnings;
+    } catch (const loader::InputError& e) {
+        list.error = e.what();
+    } catch (const std::bad_alloc&) {
+        list.error = path + ": out of memory";
+    }
+    return list;
+}
+
+}  // namespace kvhost

@@ -12,15 +12,8 @@
 #include "Capture.h"
 #include "Dump.h"
 
-namespace inspect {
-
-// The choices a reader of a dump can make instead of the defaults.
-struct DumpOptions {
-    std::optional<int> camera;                 // the camera whose frame is read
-    std::optional<int> frame;                  // the frame is this block alone
-    std::map<uint32_t, int> statics;           // camera id -> the block of its static metadata
-    std::optional<std::pair<int, int>> input;  // the input image size
-};
+namespace kvhost {
+namespace loader {
 
 // The capture of a dump, with what the reader chose in `notes` and the
 // dump's warnings with those of tag resolution in `warnings`. Throws
@@ -34,4 +27,5 @@ Capture captureFromDump(const Dump& dump, const DumpOptions& options);
 // entries read of those declared, warnings.
 std::string listBlocks(const Dump& dump);
 
-}  // namespace inspect
+}  // namespace loader
+}  // namespace kvhost

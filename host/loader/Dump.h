@@ -17,7 +17,8 @@
 
 #include "kvhost/Metadata.h"
 
-namespace inspect {
+namespace kvhost {
+namespace loader {
 
 // One entry as the dump prints it, with its payload.
 struct DumpEntry {
@@ -73,4 +74,5 @@ Dump readDump(std::string_view text, const std::string& file);
 // nothing (a fence, a comment). Exposed for tests.
 std::string_view cleanDumpLine(std::string_view line);
 
-}  // namespace inspect
+}  // namespace loader
+}  // namespace kvhost

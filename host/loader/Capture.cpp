@@ -5,7 +5,8 @@
 #include "kvhost/Adapter.h"
 #include "kvhost/Metadata.h"
 
-namespace inspect {
+namespace kvhost {
+namespace loader {
 namespace {
 
 constexpr int64_t kIntMax = std::numeric_limits<int32_t>::max();
@@ -109,7 +110,7 @@ void readAdapter(const Node& node, AdapterAnswers& a) {
         samples.array();
         for (size_t i = 0; i < samples.json().size(); ++i) {
             Fields s(samples[i]);
-            GyroSample sample;
+            CaptureGyroSample sample;
             sample.x = static_cast<float>(s.need("x").number());
             sample.y = static_cast<float>(s.need("y").number());
             sample.z = static_cast<float>(s.need("z").number());
@@ -139,7 +140,9 @@ std::shared_ptr<kvhost::Metadata> makeMetadata(const std::vector<TagPayload>& ta
 
 }  // namespace
 
-Capture parseCapture(const std::string& text, const std::string& file) {
+namespace {
+
+Capture parseOnce(const std::string& text, const std::string& file) {
     try {
         const Json json = parseJson(text);
         Capture c;
@@ -161,6 +164,18 @@ Capture parseCapture(const std::string& text, const std::string& file) {
     } catch (const InputError& e) {
         throw InputError(file + ": " + e.what());
     }
+}
+
+}  // namespace
+
+Capture parseCapture(const std::string& text, const std::string& file) {
+    // The first pass checks the whole description without registering the
+    // vendor tags it names: a description that fails changes nothing.
+    {
+        const DryRun dry;
+        parseOnce(text, file);
+    }
+    return parseOnce(text, file);
 }
 
 std::string captureText(const Capture& c) {
@@ -190,33 +205,30 @@ std::string captureText(const Capture& c) {
     return out + "\n  ]\n}\n";
 }
 
-std::shared_ptr<KvMetadata> Installed::staticOf(int cameraId) const {
-    const auto it = statics.find(static_cast<uint32_t>(cameraId));
-    return cameraId < 0 || it == statics.end() ? nullptr : it->second;
-}
+kvhost::Capture install(Capture&& capture) {
+    kvhost::Capture out;
+    static_cast<CaptureInfo&>(out) = std::move(static_cast<CaptureInfo&>(capture));
+    // Every container first: a failure here leaves the stand-ins as they were.
+    for (const auto& [camera, tags] : capture.statics) out.statics[camera] = makeMetadata(tags);
+    out.frame = makeMetadata(capture.frame);
 
-Installed installCapture(const Capture& capture) {
-    Installed installed;
-    kvhost::clearStaticMetadata();
-    for (const auto& [camera, tags] : capture.statics) {
-        installed.statics[camera] = makeMetadata(tags);
-        kvhost::setStaticMetadata(camera, installed.statics[camera]);
-    }
-    installed.frame = makeMetadata(capture.frame);
-
-    const AdapterAnswers& a = capture.adapter;
+    const AdapterAnswers& a = out.adapter;
     kvhost::AdapterScript script;
     script.instanceAvailable = a.present;
     script.gyroEnableResult = a.gyroEnable;
-    for (const GyroSample& g : a.gyro) {
+    for (const CaptureGyroSample& g : a.gyro) {
         script.gyroSamples.push_back(adapter::GyroSample{g.x, g.y, g.z, 0, g.ticks});
     }
     for (const auto& [camera, role] : a.roles) script.roleMap[camera].roleId = role;
     script.shiftFound = a.shift.has_value();
     if (a.shift) std::tie(script.shiftX, script.shiftY) = *a.shift;
     script.shiftIsIsz = a.shiftInSensorZoom ? 1 : 0;
+
+    kvhost::clearStaticMetadata();
+    for (const auto& [camera, md] : out.statics) kvhost::setStaticMetadata(camera, md);
     kvhost::setAdapterScript(script);
-    return installed;
+    return out;
 }
 
-}  // namespace inspect
+}  // namespace loader
+}  // namespace kvhost

@@ -9,7 +9,8 @@
 #include <string>
 #include <vector>
 
-namespace inspect {
+namespace kvhost {
+namespace loader {
 namespace {
 
 // A capture whose frame holds the tag entries given (JSON text).
@@ -364,4 +365,5 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
-}  // namespace inspect
+}  // namespace loader
+}  // namespace kvhost

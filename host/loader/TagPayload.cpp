@@ -8,7 +8,8 @@
 #include <limits>
 #include <string>
 
-namespace inspect {
+namespace kvhost {
+namespace loader {
 namespace {
 
 using kvhost::TagType;
@@ -287,6 +288,37 @@ const LengthRule kLengthRules[] = {
 
 }  // namespace
 
+namespace {
+thread_local DryRun* tDryRun = nullptr;
+}
+
+DryRun::DryRun() : outer_(tDryRun) {
+    tDryRun = this;
+}
+
+DryRun::~DryRun() {
+    tDryRun = outer_;
+}
+
+const kvhost::TagInfo* DryRun::add(const std::string& name, TagType type) {
+    for (const kvhost::TagInfo& t : tags_) {
+        if (t.name == name) return t.type == type ? &t : nullptr;
+    }
+    tags_.push_back(kvhost::TagInfo{name, 0, type, false, {}});
+    return &tags_.back();
+}
+
+const kvhost::TagInfo* addVendorTag(const std::string& name, uint32_t id, TagType type, int* rc) {
+    if (tDryRun != nullptr) {
+        const kvhost::TagInfo* info = tDryRun->add(name, type);
+        *rc = info != nullptr ? kvhost::kOk : kvhost::kExists;
+        return info;
+    }
+    *rc = id != 0 ? kvhost::registerTag(name, id, type) : kvhost::kExists;
+    if (*rc == kvhost::kExists) *rc = kvhost::registerTagOnFreshId(name, type, &id);
+    return *rc == kvhost::kOk ? kvhost::findTag(id) : nullptr;
+}
+
 std::string lengthProblem(const TagPayload& p) {
     if (p.count == 0) return "";  // an empty entry is never read
     for (const LengthRule& rule : kLengthRules) {
@@ -315,11 +347,10 @@ const kvhost::TagInfo* resolveTag(const Node& ref, const Node& type) {
         if (s.rfind("0x", 0) != 0 && s.rfind("0X", 0) != 0) {
             const kvhost::TagInfo* info = kvhost::findTag(s.c_str());
             TagType t{};
-            uint32_t id = 0;
+            int rc = 0;
             if (info == nullptr && type.json().is_string() && s.rfind("android.", 0) != 0 &&
-                kvhost::parseTypeName(type.string(), &t) &&
-                kvhost::registerTagOnFreshId(s, t, &id) == kvhost::kOk) {
-                info = kvhost::findTag(id);
+                kvhost::parseTypeName(type.string(), &t)) {
+                info = addVendorTag(s, 0, t, &rc);
             }
             if (info == nullptr) ref.fail("unknown tag \"" + s + "\"");
             return info;
@@ -447,4 +478,5 @@ Json recordsToJson(const char* tagName, const int32_t* elements, size_t count) {
     return out;
 }
 
-}  // namespace inspect
+}  // namespace loader
+}  // namespace kvhost

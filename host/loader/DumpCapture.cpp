@@ -6,7 +6,8 @@
 #include <limits>
 #include <set>
 
-namespace inspect {
+namespace kvhost {
+namespace loader {
 namespace {
 
 constexpr const char* kFwkCameraId = "kovani.snapshot.fwkCameraId";
@@ -258,14 +259,12 @@ private:
             warn(e, "a vendor tag the device did not name, missing from the dump's vendor tags");
             return nullptr;
         }
-        uint32_t id = e.id;
-        int rc = kvhost::registerTag(name, id, e.type);
-        if (rc == kvhost::kExists) rc = kvhost::registerTagOnFreshId(name, e.type, &id);
-        if (rc != kvhost::kOk) {
+        int rc = 0;
+        const kvhost::TagInfo* info = addVendorTag(name, e.id, e.type, &rc);
+        if (info == nullptr) {
             warn(e, "cannot be registered in the tag table (" + std::to_string(rc) + ")");
-            return nullptr;
         }
-        return kvhost::findTag(id);
+        return info;
     }
 
     std::vector<TagPayload> tagsOf(const DumpBlock& b) {
@@ -313,6 +312,12 @@ private:
 }  // namespace
 
 Capture captureFromDump(const Dump& dump, const DumpOptions& options) {
+    // The first pass makes every choice and finds every error without
+    // registering the dump's vendor tags: a dump that fails changes nothing.
+    {
+        const DryRun dry;
+        Builder(dump, options).build();
+    }
     return Builder(dump, options).build();
 }
 
@@ -333,4 +338,5 @@ std::string listBlocks(const Dump& dump) {
     return out;
 }
 
-}  // namespace inspect
+}  // namespace loader
+}  // namespace kvhost

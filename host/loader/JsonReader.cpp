@@ -4,7 +4,8 @@
 #include <cstdlib>
 #include <limits>
 
-namespace inspect {
+namespace kvhost {
+namespace loader {
 
 namespace {
 
@@ -169,4 +170,5 @@ void Fields::finish() const {
     }
 }
 
-}  // namespace inspect
+}  // namespace loader
+}  // namespace kvhost

@@ -11,9 +11,13 @@
 #include <vector>
 
 #include "DumpCapture.h"
+#include "KvMetadata.h"
 #include "Load.h"
+#include "kvhost/Adapter.h"
+#include "kvhost/Capture.h"
 
-namespace inspect {
+namespace kvhost {
+namespace loader {
 namespace {
 
 template <typename T>
@@ -353,12 +357,9 @@ TEST_P(BadFile, IsOneErrorNamingTheFile) {
         bad.path != "/") {
         std::ofstream(bad.path, std::ios::binary) << bad.content;
     }
-    try {
-        loadFile(bad.path);
-        FAIL() << "loaded";
-    } catch (const InputError& e) {
-        EXPECT_EQ(std::string(e.what()), bad.path + ": " + bad.error);
-    }
+    const LoadResult loaded = loadCapture(bad.path);
+    EXPECT_FALSE(loaded);
+    EXPECT_EQ(loaded.error, bad.path + ": " + bad.error);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -385,13 +386,58 @@ INSTANTIATE_TEST_SUITE_P(
                     "malformed JSON: nested more than 64 levels deep at line 1"}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(LoadFile, DumpOptionsOnACaptureDescriptionAreAnError) {
+TEST(LoadCapture, DumpOptionsOnACaptureDescriptionAreAnError) {
     const std::string path = "capture-with-options.json";
     std::ofstream(path) << "{}";
     DumpOptions o;
     o.frame = 1;
-    EXPECT_THROW(loadFile(path, o), InputError);
+    EXPECT_EQ(loadCapture(path, o).error,
+              path +
+                  ": a capture description; --camera, --frame, --static and --input apply to "
+                  "dumps");
+}
+
+// A load that fails leaves the stand-ins as they were: no vendor tag of the
+// file registered, the static metadata and the adapter's script untouched.
+TEST(LoadCapture, FailureChangesNothing) {
+    auto stat = Metadata::create();
+    setStaticMetadata(5, stat);
+    AdapterScript script;
+    script.shiftX = 17;
+    setAdapterScript(script);
+    const std::string dump = "failing-dump.txt";
+    std::ofstream(dump) << "Dumping camera metadata array: 1 / 1 entries\n"
+                           "org.example.failing.tag (80440000): int32[1]\n[1 ]\n";
+    const std::string description = "failing-capture.json";
+    std::ofstream(description) << R"({"camera": {"cameraId": 0}, "input": {"width": 2, "height": 2},
+              "frame": {"tags": [{"tag": "org.example.failing.other", "type": "byte",
+                                  "values": [1]}]}, "static": "none"})";
+    for (const std::string& path : {dump, description}) {
+        const LoadResult loaded = loadCapture(path);  // no input size; a bad section
+        EXPECT_FALSE(loaded) << path;
+        EXPECT_FALSE(loaded.error.empty());
+    }
+    EXPECT_EQ(findTag("org.example.failing.tag"), nullptr);
+    EXPECT_EQ(findTag("org.example.failing.other"), nullptr);
+    EXPECT_EQ(StaticMetadataWraper::getInstance()->getStaticMetadata(5), stat);
+    EXPECT_EQ(adapterScript().shiftX, 17);
+    setAdapterScript(AdapterScript{});
+    clearStaticMetadata();
+}
+
+// A load that succeeds installs the frame, the static metadata and the script.
+TEST(LoadCapture, SampleDumpIsInstalled) {
+    const LoadResult loaded = loadCapture(KVTEST_SOURCE_DIR "/samples/dumpsys-camera.txt");
+    ASSERT_TRUE(loaded) << loaded.error;
+    EXPECT_EQ(loaded.warnings.size(), 1u);  // the elided stream configurations
+    EXPECT_EQ(StaticMetadataWraper::getInstance()->getStaticMetadata(2),
+              loaded.capture->statics.at(2));
+    EXPECT_EQ(loaded.capture->staticOf(1), loaded.capture->statics.at(1));
+    EXPECT_EQ(loaded.capture->staticOf(9), nullptr);
+    EXPECT_EQ(loaded.capture->frame->size(), 29u);
+    clearStaticMetadata();
 }
 
 }  // namespace
-}  // namespace inspect
+}  // namespace loader
+}  // namespace kvhost

@@ -6,13 +6,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <vector>
 
 #include "JsonReader.h"
 #include "kvhost/Metadata.h"
 
-namespace inspect {
+namespace kvhost {
+namespace loader {
 
 struct TagPayload {
     const kvhost::TagInfo* info = nullptr;  // from the host tag table
@@ -24,6 +26,30 @@ struct TagPayload {
 // the library reads of the tag (for instance the 448 bytes of the smart AE
 // record, or at most 10 faces), so that no getter reads past it.
 TagPayload readTag(const Node& entry);
+
+// Registers a vendor tag that a file names and the host tag table lacks: on
+// `id` when it is free, else (or for id 0) on a fresh id of the table's own.
+// Null, with the table's code in *rc, when it cannot be registered.
+//
+// While a DryRun lives on the calling thread nothing is registered: a tag
+// of the run's own, as long-lived as the run, stands in. A reader's first
+// pass checks a whole file so, and a file that fails changes nothing.
+const kvhost::TagInfo* addVendorTag(const std::string& name, uint32_t id, kvhost::TagType type,
+                                    int* rc);
+
+class DryRun {
+public:
+    DryRun();
+    ~DryRun();
+    DryRun(const DryRun&) = delete;
+    DryRun& operator=(const DryRun&) = delete;
+
+    const kvhost::TagInfo* add(const std::string& name, kvhost::TagType type);
+
+private:
+    std::deque<kvhost::TagInfo> tags_;
+    DryRun* outer_;
+};
 
 // What is wrong with a payload that the library would read past: shorter
 // than the library's read of the tag (the 448 bytes of the smart AE record,
@@ -39,4 +65,5 @@ Json tagToJson(const TagPayload& p);
 // a trailing partial record is left out, as the library leaves it out.
 Json recordsToJson(const char* tagName, const int32_t* elements, size_t count);
 
-}  // namespace inspect
+}  // namespace loader
+}  // namespace kvhost

@@ -1,0 +1,116 @@
+// Loading a capture into the host stand-ins: a capture description (JSON,
+// docs/capture-format.md) or a device's camera metadata dump (the output of
+// `dumpsys media.camera`, or a log with a metadata buffer in it;
+// docs/device-dumps.md), told apart by content. What metautils-inspect shows
+// is what a plug-in's test gets from here:
+//
+//   kvhost::LoadResult loaded = kvhost::loadCapture("dumpsys.txt");
+//   ASSERT_TRUE(loaded) << loaded.error;
+//   const kvhost::Capture& c = *loaded.capture;
+//   kvalgo2::MetaUtils utils;
+//   utils.SetCameraId(c.cameraId, c.satCameraId);
+//   utils.GetFaceRect(c.frame, c.inputWidth, c.inputHeight, &faces, c.useInSensorZoom);
+//
+// A successful load registers the static metadata of every camera of the
+// capture (replacing all that was registered), scripts the platform
+// adapter stand-in with the capture's answers, and registers in the tag
+// table the device's vendor tags that it does not know. A failed load
+// changes none of these.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Metadata.h"
+
+namespace kvhost {
+
+struct CaptureGyroSample {
+    float x = 0, y = 0, z = 0;
+    uint64_t ticks = 0;  // of the platform's 19.2 MHz timer
+};
+
+// The answers the platform adapter stand-in is scripted with.
+struct AdapterAnswers {
+    bool present = true;                               // false: the library gives no instance
+    std::vector<std::pair<int, int>> roles;            // (camera id, role id)
+    std::optional<std::pair<int32_t, int32_t>> shift;  // the shift query's answer, if any
+    bool shiftInSensorZoom = false;                    // the shift was measured on an ISZ frame
+    int gyroEnable = 1;                                // result of the gyro enable operation
+    std::vector<CaptureGyroSample> gyro;
+};
+
+// What a capture says besides its metadata: the ids and sizes a plug-in
+// passes, the arguments of the getters, the adapter's answers, and what the
+// reader chose and could not read.
+struct CaptureInfo {
+    std::string file;
+    std::string description;
+    // Where the file left a choice (a dump's camera, blocks and input size),
+    // what the reader chose; what it could not read, "file:line: tag: what".
+    std::vector<std::string> notes;
+    std::vector<std::string> warnings;
+    int cameraId = 0;  // SetCameraId(cameraId, satCameraId)
+    int satCameraId = 0;
+    int inputWidth = 0;  // the plug-in's input image
+    int inputHeight = 0;
+    // Arguments that a plug-in passes from its own knowledge of the frame.
+    // GetFinalCropRegion's sensor size; the active array's size when absent.
+    std::optional<std::pair<uint32_t, uint32_t>> sensorSize;
+    bool isInSensorZoom = false;  // GetFinalCropRegion
+    int useInSensorZoom = 0;      // GetFaceRect
+    std::string gyroKey;          // GetGyroData
+    int gyroQuery = 0;
+    AdapterAnswers adapter;
+};
+
+// A loaded capture: its frame's metadata and the static metadata of its
+// cameras, as registered with the platform stand-in.
+struct Capture : CaptureInfo {
+    std::shared_ptr<Metadata> frame;
+    std::map<uint32_t, std::shared_ptr<Metadata>> statics;  // by camera id
+
+    // Null when the camera has no static metadata.
+    std::shared_ptr<Metadata> staticOf(int cameraId) const;
+};
+
+// The choices of a dump that a reader can make instead of the defaults (the
+// first camera with a request or result, its last request with its latest
+// result laid over it, each camera's static characteristics, the active
+// array's size as the input size). Any of them on a capture description is
+// an error.
+struct DumpOptions {
+    std::optional<int> camera;                 // the camera whose frame is read
+    std::optional<int> frame;                  // the frame is this block alone (from 1)
+    std::map<uint32_t, int> statics;           // camera id -> the block of its static metadata
+    std::optional<std::pair<int, int>> input;  // the input image size
+};
+
+struct LoadResult {
+    std::optional<Capture> capture;     // set when the load succeeded
+    std::string error;                  // "file: position: what" when it failed
+    std::vector<std::string> warnings;  // what was left out, as in capture->warnings
+
+    explicit operator bool() const { return capture.has_value(); }
+};
+
+// Loads the file at `path`. With `saveAs`, a dump's capture is also written
+// there as a capture description (one tag a line), to edit or keep as a test.
+LoadResult loadCapture(const std::string& path, const DumpOptions& options = {},
+                       const std::string& saveAs = "");
+
+// The metadata blocks of a dump, one line each: number, line, what it is,
+// camera, entries read of those declared, warnings. Loads nothing.
+struct BlockList {
+    std::string text;
+    std::string error;  // when the file is not a dump
+    std::vector<std::string> warnings;
+};
+BlockList listDumpBlocks(const std::string& path);
+
+}  // namespace kvhost

@@ -1,15 +1,18 @@
 // Tests of the example plug-in on frames built by hand with the host
-// stand-ins: the metadata container, the static metadata of the camera and
-// the platform adapter's script.
+// stand-ins (the metadata container, the static metadata of the camera and
+// the platform adapter's script), and on frames loaded from the bundled
+// capture description and device dump.
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <tuple>
 #include <vector>
 
 #include "NearestFace.h"
 #include "kvhost/Adapter.h"
+#include "kvhost/Capture.h"
 #include "kvhost/LogCapture.h"
 #include "kvhost/Metadata.h"
 
@@ -130,6 +133,38 @@ TEST_F(NearestFaceTest, FailuresLeaveTheFaceAlone) {
         face.index = 77;
         EXPECT_EQ(RunPlugin(r.frame, &face), r.rc);
         EXPECT_EQ(face.index, 77);
+    }
+}
+
+// The frame of a file a phone gave, or of a capture description, as a
+// regression test: the loader builds the frame, registers the static
+// metadata and scripts the platform adapter as metautils-inspect does.
+FrameCase Loaded(const kvhost::Capture& c) {
+    return FrameCase{c.frame,      c.cameraId,    c.satCameraId,
+                     c.inputWidth, c.inputHeight, c.isInSensorZoom};
+}
+
+TEST_F(NearestFaceTest, FramesOfTheSamples) {
+    const struct {
+        const char* file;
+        std::tuple<int, uint32_t, uint32_t, uint32_t, uint32_t> expected;
+    } rows[] = {
+        // Final crop (406, 296) 3200x2400 around (2006, 1496); the face of
+        // (2300, 1100) 300x350 is nearest. Into 1920x1080 at 0.6, 180 rows cut:
+        // (2300 - 406) x 0.6 = 1136.4, (1100 - 296) x 0.6 - 180 = 302.4.
+        {"main-faces.json", {1, 1136, 302, 180, 210}},
+        // The dump's SAT camera 0 has no crop table entry: the whole 4000x3000
+        // array, centre (2000, 1500), shown at its own size as the input.
+        {"dumpsys-camera.txt", {1, 2300, 1100, 300, 350}},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.file);
+        const kvhost::LoadResult loaded =
+            kvhost::loadCapture(std::string(SAMPLES_DIR "/") + r.file);
+        ASSERT_TRUE(loaded) << loaded.error;
+        nearestface::Face face;
+        EXPECT_EQ(RunPlugin(Loaded(*loaded.capture), &face), 0);
+        EXPECT_EQ(Fields(face), r.expected);
     }
 }
 

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "JsonReader.h"
+#include "TagPayload.h"
 
 namespace kvhost {
 namespace loader {
@@ -154,13 +155,6 @@ bool parseHeader(std::string_view s, Header& h) {
     }
     h.rest = trim(s.substr(p));
     return true;
-}
-
-template <typename T>
-void append(std::vector<uint8_t>& bytes, T value) {
-    const size_t at = bytes.size();
-    bytes.resize(at + sizeof(T));
-    std::memcpy(bytes.data() + at, &value, sizeof(T));
 }
 
 // An entry being read: its payload grows row by row.

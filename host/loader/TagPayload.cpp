@@ -57,13 +57,6 @@ T load(const uint8_t* bytes, size_t i) {
     return value;
 }
 
-template <typename T>
-void append(std::vector<uint8_t>& bytes, T value) {
-    const size_t at = bytes.size();
-    bytes.resize(at + sizeof(T));
-    std::memcpy(bytes.data() + at, &value, sizeof(T));
-}
-
 // One element of `type` from a JSON value; `what` names the expected values.
 void appendValue(std::vector<uint8_t>& bytes, TagType type, const Node& v, const char* what) {
     switch (type) {

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <deque>
 #include <string>
 #include <vector>
@@ -15,6 +16,14 @@
 
 namespace kvhost {
 namespace loader {
+
+// Appends a value's little-endian bytes to a payload.
+template <typename T>
+void append(std::vector<uint8_t>& bytes, T value) {
+    const size_t at = bytes.size();
+    bytes.resize(at + sizeof(T));
+    std::memcpy(bytes.data() + at, &value, sizeof(T));
+}
 
 struct TagPayload {
     const kvhost::TagInfo* info = nullptr;  // from the host tag table

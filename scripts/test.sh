@@ -2,6 +2,8 @@
 # Builds and runs every test stage, as CI does:
 #   1. host build with the test suite (GoogleTest through CTest)
 #   2. the whole suite under AddressSanitizer and UndefinedBehaviorSanitizer
+#   2b. the whole suite on the hardened build (METAUTILS_HARDENED), under the
+#      same sanitizers
 #   3. the concurrency test under ThreadSanitizer
 #   4. 64-bit Arm cross build, the whole suite under qemu-user
 #   5. each libFuzzer target for a bounded time (FUZZ_SECONDS, default 45)
@@ -31,6 +33,11 @@ stage "AddressSanitizer and UndefinedBehaviorSanitizer"
 build build-asan -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS="$san" \
     -DCMAKE_EXE_LINKER_FLAGS="$san" -DCMAKE_SHARED_LINKER_FLAGS="$san"
 ASAN_OPTIONS=detect_leaks=1 ctest --test-dir build-asan --output-on-failure -j2
+
+stage "hardened build: AddressSanitizer and UndefinedBehaviorSanitizer"
+build build-hard-asan -DCMAKE_BUILD_TYPE=Debug -DMETAUTILS_HARDENED=ON -DCMAKE_CXX_FLAGS="$san" \
+    -DCMAKE_EXE_LINKER_FLAGS="$san" -DCMAKE_SHARED_LINKER_FLAGS="$san"
+ASAN_OPTIONS=detect_leaks=1 ctest --test-dir build-hard-asan --output-on-failure -j2
 
 stage "ThreadSanitizer: concurrent first use"
 tsan="-fsanitize=thread"

@@ -47,6 +47,8 @@ class Reader {
 public:
     Reader(const uint8_t* data, size_t size) : data_(data), size_(size) {}
 
+    size_t left() const { return size_ - pos_; }
+
     template <typename T>
     void raw(T& value) {
         unsigned char bytes[sizeof(T)] = {};

@@ -20,6 +20,7 @@ namespace kvalgo2 {
 using detail::Convert;
 using detail::Copy;
 using detail::kDefaultMessages;
+using detail::WordAtByteTag;
 
 // ===========================================================================
 // Object and tag access
@@ -38,30 +39,68 @@ int MetaUtils::SetCameraId(int cameraId, int satCameraId) {
 
 int MetaUtils::GetMetaData(std::shared_ptr<KvMetadata> metadata, const char* tagName,
                            uint32_t tagId, void** data, uint32_t* count) {
+    detail::TagRef tag(tagId);
+    tag.name = tagName;
+    return detail::FindPayload(std::move(metadata), tag, data, count, nullptr);
+}
+
+namespace detail {
+
+// The lookup primitive's lines name GetMetaData, whichever path reached it.
+#define KV_LOOKUP_LOG(level, fmt) \
+    log::Write(log::LogSite{__FILE__, "GetMetaData", __LINE__}, level, KV_LOG_PREFIX fmt)
+
+int FindPayload(std::shared_ptr<KvMetadata> metadata, TagRef tag, void** data, uint32_t* count,
+                size_t* bytes) {
     if (!metadata) {
-        KV_LOG(4, "pArg is null");
+        KV_LOOKUP_LOG(4, "pArg is null");
         return -2;
     }
-    if (tagName == nullptr && tagId == 0) {
-        KV_LOG(4, "pArg is null");
+    if (tag.name == nullptr && tag.id == 0) {
+        KV_LOOKUP_LOG(4, "pArg is null");
         return -2;
     }
     // A name wins over an id when both are given.
     const camera_metadata_ro_entry_t entry =
-        tagName != nullptr ? metadata->find(tagName) : metadata->find(tagId);
+        tag.name != nullptr ? metadata->find(tag.name) : metadata->find(tag.id);
     if (entry.count != 0) {
         *data = const_cast<uint8_t*>(entry.data.u8);
         if (count != nullptr) *count = static_cast<uint32_t>(entry.count);
+        if (bytes != nullptr) *bytes = PayloadBytes(entry);
         if (*data != nullptr) return 0;
-        KV_LOG(3, "GetMetadata err");
+        KV_LOOKUP_LOG(3, "GetMetadata err");
         return -2;
     }
     // Absent or empty: nothing is written. A caller whose pointer is still
     // set from an earlier lookup gets a silent -1.
     if (*data != nullptr) return -1;
-    KV_LOG(3, "GetMetadata err");
+    KV_LOOKUP_LOG(3, "GetMetadata err");
     return -2;
 }
+
+#undef KV_LOOKUP_LOG
+
+size_t PayloadBytes(const camera_metadata_ro_entry_t& entry) {
+    // Element sizes of Android's metadata types: byte, int32, float, int64,
+    // double, rational. An unknown type holds nothing that can be read.
+    constexpr size_t kElementBytes[] = {1, 4, 4, 8, 8, 8};
+    if (entry.type >= sizeof kElementBytes / sizeof kElementBytes[0]) return 0;
+    const size_t size = kElementBytes[entry.type];
+    return entry.count > SIZE_MAX / size ? SIZE_MAX : entry.count * size;
+}
+
+int ShortPayload(const log::LogSite& at, TagRef tag, size_t bytes, size_t need) {
+    if (tag.name != nullptr) {
+        log::Write(at, 3, KV_LOG_PREFIX "%s too short: %zu bytes, read needs %zu", tag.name, bytes,
+                   need);
+    } else {
+        log::Write(at, 3, KV_LOG_PREFIX "tag 0x%x too short: %zu bytes, read needs %zu", tag.id,
+                   bytes, need);
+    }
+    return -1;
+}
+
+}  // namespace detail
 
 template <typename T>
 int MetaUtils::SetMetaData(std::shared_ptr<KvMetadata> metadata, const char* tagName,
@@ -95,19 +134,21 @@ namespace {
 
 // Focus distance in diopters to centimetres; 1000 for zero, negative or
 // not-a-number distances.
-void FocusDistanceToCm(const void* data, int* out) {
+void StoreFocusDistanceCm(const void* data, int* out) {
     const float diopters = detail::Load<float>(data);
     *out = diopters > 0.0f ? detail::SaturateCast<int>(100.0f / diopters) : 1000;
 }
+constexpr detail::Read<int> FocusDistanceToCm{StoreFocusDistanceCm, sizeof(float)};
 
 void TraceWhiteLevel(const log::LogSite& at, const int& value) {
     log::Write(at, 0, KV_LOG_PREFIX "ANDROID_SENSOR_DYNAMIC_WHITE_LEVEL: %d", value);
 }
 
 // The laser distance tag fills only the first word of the record.
-void StoreLaserDistance(const void* data, LaserDistance* out) {
+void StoreLaserDistanceWord(const void* data, LaserDistance* out) {
     out->distance = detail::Load<int32_t>(data);
 }
+constexpr detail::Read<LaserDistance> StoreLaserDistance{StoreLaserDistanceWord, sizeof(int32_t)};
 
 constexpr bool kCheckMetadata = true;
 
@@ -115,7 +156,9 @@ constexpr bool kCheckMetadata = true;
 
 // AF state, AF mode and the Android flash mode are one-byte tags read as a
 // whole 32-bit word: callers get the byte in the low 8 bits and whatever the
-// container holds after it in the rest. This is the interface's behaviour.
+// container holds after it in the rest. This is the interface's behaviour
+// (a hardened build reads zeros after the byte instead of the container's
+// memory).
 
 // clang-format off
 KV_TAG_GETTER(GetPhyCameraId, int, "kovani.snapshot.physCameraId", kDefaultMessages, Copy<int>)
@@ -138,13 +181,13 @@ KV_TAG_GETTER(GetfocusDistCm, int, tag::ANDROID_LENS_FOCUS_DISTANCE, kDefaultMes
               FocusDistanceToCm)
 KV_TAG_GETTER(GetSensitivity, int, tag::ANDROID_SENSOR_SENSITIVITY, kDefaultMessages, Copy<int>)
 KV_TAG_GETTER(GetAFState, unsigned int, tag::ANDROID_CONTROL_AF_STATE,
-              KV_TAG_MESSAGES("ANDROID_CONTROL_AF_STATE"), Copy<unsigned int>)
+              KV_TAG_MESSAGES("ANDROID_CONTROL_AF_STATE"), WordAtByteTag<unsigned int>)
 KV_TAG_GETTER(GetAFMode, unsigned int, tag::ANDROID_CONTROL_AF_MODE,
-              KV_TAG_MESSAGES("ANDROID_CONTROL_AF_MODE"), Copy<unsigned int>)
+              KV_TAG_MESSAGES("ANDROID_CONTROL_AF_MODE"), WordAtByteTag<unsigned int>)
 KV_TAG_GETTER(GetIsZSLEnableReal, int, tag::ANDROID_CONTROL_ENABLE_ZSL,
               KV_SHORT("GetMetadata ANDROID_CONTROL_ENABLE_ZSL fail"), Convert<uint8_t, int>)
 KV_TAG_GETTER(GetANDROIDFlashMode, int, tag::ANDROID_FLASH_MODE,
-              KV_SHORT("GetMetadata ANDROID_FLASH_MODE fail"), Copy<int>)
+              KV_SHORT("GetMetadata ANDROID_FLASH_MODE fail"), WordAtByteTag<int>)
 KV_TAG_GETTER(GetVXFlashMode, int, "kovani.flash.mode", KV_SHORT("GetMetadata kovani.flash.mode fail"),
               Copy<int>)
 KV_TAG_GETTER(GetAndroidSensorFrameDuration, long, tag::ANDROID_SENSOR_FRAME_DURATION,
@@ -179,21 +222,26 @@ KV_TAG_GETTER(GetSmartAeInfo, KV_SMARTAE::SmartAEProcOutput, "kovani.ai.asd.Smar
               kDefaultMessages, Copy<KV_SMARTAE::SmartAEProcOutput>)
 
 int MetaUtils::GetLSC(std::shared_ptr<KvMetadata> metadata, int* size, float* map) {
-    if (map == nullptr) {
-        KV_LOG(4, "arg err");
-        return -2;
-    }
-    void* data = nullptr;
-    const int ret = GetMetaData(std::move(metadata), nullptr,
-                                tag::ANDROID_STATISTICS_LENS_SHADING_MAP, &data, nullptr);
-    if (ret != 0) {
-        KV_LOG(3, "GetMetadata ANDROID_STATISTICS_LENS_SHADING_MAP fail");
+    if (map == nullptr) return detail::ArgErr(KV_HERE);
+    constexpr detail::TagRef kTag(tag::ANDROID_STATISTICS_LENS_SHADING_MAP);
+    detail::Payload payload;
+    if (const int ret = detail::LookUp(
+            KV_HERE, std::move(metadata), kTag,
+            KV_SHORT("GetMetadata ANDROID_STATISTICS_LENS_SHADING_MAP fail"), &payload)) {
         return ret;
     }
     // Four float gains per grid point; the caller's grid size decides the
     // length, not the entry's count.
     const int64_t points = static_cast<int64_t>(size[0]) * static_cast<int64_t>(size[1]);
-    std::memcpy(map, data, static_cast<size_t>(points * 16));
+    if (detail::kHardened) {
+        // A negative grid or one beyond any payload needs more than there is.
+        constexpr uint64_t kPointBytes = 16;
+        const uint64_t need = points < 0 || static_cast<uint64_t>(points) > SIZE_MAX / kPointBytes
+                                  ? SIZE_MAX
+                                  : static_cast<uint64_t>(points) * kPointBytes;
+        if (const int ret = detail::CheckPayload(KV_HERE, kTag, payload, need)) return ret;
+    }
+    std::memcpy(map, payload.data, static_cast<size_t>(points * 16));
     return 0;
 }
 
@@ -388,9 +436,10 @@ namespace {
 
 // Shading map width and height: two ints, so the caller's pointer must
 // address at least two.
-void StoreShadingMapSize(const void* data, int* out) {
+void StoreWidthAndHeight(const void* data, int* out) {
     std::memcpy(out, data, 2 * sizeof(int));
 }
+constexpr detail::Read<int> StoreShadingMapSize{StoreWidthAndHeight, 2 * sizeof(int)};
 
 void TraceBayerPattern(const log::LogSite& at, int cameraId, const unsigned char& value) {
     log::Write(at, 0,
@@ -460,7 +509,7 @@ constexpr detail::StaticTagGetter<int> kCameraRoleId{
 }  // namespace
 
 int MetaUtils::GetCameraRoleId(int cameraId, int* roleId) {
-    return detail::ReadCameraStaticTag(*this, KV_HERE, cameraId, roleId, kCameraRoleId);
+    return detail::ReadCameraStaticTag(KV_HERE, cameraId, roleId, kCameraRoleId);
 }
 
 // clang-format off
@@ -550,33 +599,40 @@ KV_TAG_GETTER(GetPreAnchorProcFrameNum, int, "com.kovani.orlo2.anchorFrameNum",
 int MetaUtils::GetAISceneResult(std::shared_ptr<KvMetadata> metadata, AIspSceneResult& result) {
     static constexpr detail::TagGetter<AIspSceneResult> kRow{
         "kovani.ai.asd.algoSceneDetectedAIResult", kDefaultMessages, Copy<AIspSceneResult>};
-    return detail::ReadTag(*this, KV_HERE, std::move(metadata), &result, kRow);
+    return detail::ReadTag(KV_HERE, std::move(metadata), &result, kRow);
 }
 
 // The anchor is taken only when the banding check flagged a flicker motion
 // capture and the deflicker succeeded.
 int MetaUtils::GetMotionCaptureAnchorOrder(std::shared_ptr<KvMetadata> metadata, int* order) {
     if (order == nullptr) return detail::ArgErr(KV_HERE);
-    const void* data = nullptr;
-    if (const int ret = detail::LookUp(*this, KV_HERE, metadata, "kovani.ai.kvsd.zslMcBandingType",
+    constexpr detail::TagRef kBandingTag("kovani.ai.kvsd.zslMcBandingType");
+    constexpr detail::TagRef kAnchorTag("kovani.motion.capture.anchorInfo");
+    detail::Payload payload;
+    if (const int ret = detail::LookUp(KV_HERE, metadata, kBandingTag,
                                        KV_FULL("GetMetadata kovani.ai.kvsd.zslMcBandingType err",
                                                "get kovani.ai.kvsd.zslMcBandingType pData null"),
-                                       &data)) {
+                                       &payload)) {
         return ret;
     }
-    const uint32_t banding = detail::Load<uint32_t>(data);
+    if (const int ret = detail::CheckPayload(KV_HERE, kBandingTag, payload, sizeof(uint32_t))) {
+        return ret;
+    }
+    const uint32_t banding = detail::Load<uint32_t>(payload.data);
     const bool isZslFlkMotionCap = (banding & 0xFF) != 0;
     KV_LOG(2, "zslMcBandingType: 0x%x, isZslFlkMotionCap: %d", banding, isZslFlkMotionCap);
     if (!isZslFlkMotionCap) return -1;
 
-    if (const int ret =
-            detail::LookUp(*this, KV_HERE, std::move(metadata), "kovani.motion.capture.anchorInfo",
-                           KV_FULL("GetMetadata kovani.motion.capture.anchorInfo err",
-                                   "get kovani.motion.capture.anchorInfo pData null"),
-                           &data)) {
+    if (const int ret = detail::LookUp(KV_HERE, std::move(metadata), kAnchorTag,
+                                       KV_FULL("GetMetadata kovani.motion.capture.anchorInfo err",
+                                               "get kovani.motion.capture.anchorInfo pData null"),
+                                       &payload)) {
         return ret;
     }
-    const uint32_t anchorInfo = detail::Load<uint32_t>(data);
+    if (const int ret = detail::CheckPayload(KV_HERE, kAnchorTag, payload, sizeof(uint32_t))) {
+        return ret;
+    }
+    const uint32_t anchorInfo = detail::Load<uint32_t>(payload.data);
     const int isDeflickerSuccess = static_cast<int>((anchorInfo >> 8) & 1);
     KV_LOG(2, "anchorInfo: 0x%x, isDeflickerSuccess: %d", anchorInfo, isDeflickerSuccess);
     if (isDeflickerSuccess == 0) return -1;
@@ -588,15 +644,17 @@ namespace {
 
 // Eye-closure status byte: bit 2 set means no eye was detected, bit 0 set
 // means the detected eyes are open.
-int ReadEyeClosure(MetaUtils& self, const log::LogSite& at, std::shared_ptr<KvMetadata> metadata,
+int ReadEyeClosure(const log::LogSite& at, std::shared_ptr<KvMetadata> metadata,
                    AIspAnchorMeta& meta) {
-    const void* data = nullptr;
+    constexpr detail::TagRef kTag("com.kovani.orlo2.eyeclosure.status");
+    detail::Payload payload;
     if (const int ret = detail::LookUp(
-            self, at, std::move(metadata), "com.kovani.orlo2.eyeclosure.status",
-            KV_SHORT("GetMetadata com.kovani.orlo2.eyeclosure.status fail"), &data)) {
+            at, std::move(metadata), kTag,
+            KV_SHORT("GetMetadata com.kovani.orlo2.eyeclosure.status fail"), &payload)) {
         return ret;
     }
-    const uint8_t status = detail::Load<uint8_t>(data);
+    if (const int ret = detail::CheckPayload(at, kTag, payload, sizeof(uint8_t))) return ret;
+    const uint8_t status = detail::Load<uint8_t>(payload.data);
     meta.eyeDet = (status & 0x04) == 0;
     meta.eyeOpen = meta.eyeDet && (status & 0x01) != 0;
     log::Write(at, 0, KV_LOG_PREFIX "ecdRet:0x%x, eyeDet:%d, eyeOpen:%d", status, meta.eyeDet,
@@ -608,11 +666,11 @@ int ReadEyeClosure(MetaUtils& self, const log::LogSite& at, std::shared_ptr<KvMe
 
 // Two names for one operation; only the function name in their lines differs.
 int MetaUtils::GetEcdStatus(std::shared_ptr<KvMetadata> metadata, AIspAnchorMeta& meta) {
-    return ReadEyeClosure(*this, KV_HERE, std::move(metadata), meta);
+    return ReadEyeClosure(KV_HERE, std::move(metadata), meta);
 }
 
 int MetaUtils::getEcdStatus(std::shared_ptr<KvMetadata> metadata, AIspAnchorMeta& meta) {
-    return ReadEyeClosure(*this, KV_HERE, std::move(metadata), meta);
+    return ReadEyeClosure(KV_HERE, std::move(metadata), meta);
 }
 
 // ===========================================================================
@@ -655,16 +713,27 @@ KV_TAG_GETTER(GetSceneDetectedIndoor, int, "kovani.ai.asd.algoSceneDetectedIndoo
 // clang-format on
 
 // The name is copied up to its NUL without a bound: the pipeline keeps image
-// names shorter than the caller's 128 bytes.
+// names shorter than the caller's 128 bytes. A hardened build checks both:
+// the NUL must lie inside the payload and inside the caller's array.
 int MetaUtils::GetImageName(std::shared_ptr<KvMetadata> metadata, char (*name)[128]) {
     if (name == nullptr) return detail::ArgErr(KV_HERE);
-    const void* data = nullptr;
-    if (const int ret =
-            detail::LookUp(*this, KV_HERE, std::move(metadata), "kovani.snapshot.imageName",
-                           KV_TAG_MESSAGES("imageName"), &data)) {
+    constexpr detail::TagRef kTag("kovani.snapshot.imageName");
+    detail::Payload payload;
+    if (const int ret = detail::LookUp(KV_HERE, std::move(metadata), kTag,
+                                       KV_TAG_MESSAGES("imageName"), &payload)) {
         return ret;
     }
-    std::strcpy(*name, static_cast<const char*>(data));
+    if (detail::kHardened) {
+        const char* text = static_cast<const char*>(payload.data);
+        const size_t need = strnlen(text, payload.bytes) + 1;
+        if (const int ret = detail::CheckPayload(KV_HERE, kTag, payload, need)) return ret;
+        if (need > sizeof *name) {
+            KV_LOG(3, "kovani.snapshot.imageName too long: %zu bytes with its NUL, room for %zu",
+                   need, sizeof *name);
+            return -1;
+        }
+    }
+    std::strcpy(*name, static_cast<const char*>(payload.data));
     return 0;
 }
 

@@ -30,15 +30,18 @@ namespace {
 
 // Tone gains are Q10 fixed point, ISP gains Q12; the burst getters scale in
 // single precision, the preview ISP gain divides in double and narrows.
-void ToneGainQ10(const void* data, float* out) {
+void StoreToneGainQ10(const void* data, float* out) {
     *out = static_cast<float>(detail::Load<int32_t>(data)) * 0.0009765625f;
 }
-void IspGainQ12(const void* data, float* out) {
+void StoreIspGainQ12(const void* data, float* out) {
     *out = static_cast<float>(detail::Load<int32_t>(data)) * 0.000244140625f;
 }
-void PreviewIspGainQ12(const void* data, float* out) {
+void StorePreviewIspGainQ12(const void* data, float* out) {
     *out = static_cast<float>(static_cast<double>(detail::Load<int32_t>(data)) / 4096.0);
 }
+constexpr detail::Read<float> ToneGainQ10{StoreToneGainQ10, sizeof(int32_t)};
+constexpr detail::Read<float> IspGainQ12{StoreIspGainQ12, sizeof(int32_t)};
+constexpr detail::Read<float> PreviewIspGainQ12{StorePreviewIspGainQ12, sizeof(int32_t)};
 
 }  // namespace
 
@@ -100,13 +103,15 @@ KV_TAG_GETTER(GetIsZSLEnable, int, "kovani.control.zsl.enable",
 // The adjust ratio is an exposure ratio in thousandths of an EV step.
 int MetaUtils::GetTFNRExpRatio(std::shared_ptr<KvMetadata> metadata, float* ratio) {
     if (ratio == nullptr) return detail::ArgErr(KV_HERE);
-    const void* data = nullptr;
+    constexpr detail::TagRef kTag("kovani.hdr.custom.adjustratio");
+    detail::Payload payload;
     if (const int ret =
-            detail::LookUp(*this, KV_HERE, std::move(metadata), "kovani.hdr.custom.adjustratio",
-                           KV_SHORT("GetMetadata kovani.hdr.custom.adjustratio fail"), &data)) {
+            detail::LookUp(KV_HERE, std::move(metadata), kTag,
+                           KV_SHORT("GetMetadata kovani.hdr.custom.adjustratio fail"), &payload)) {
         return ret;
     }
-    const int32_t milliEv = detail::Load<int32_t>(data);
+    if (const int ret = detail::CheckPayload(KV_HERE, kTag, payload, sizeof(int32_t))) return ret;
+    const int32_t milliEv = detail::Load<int32_t>(payload.data);
     if (milliEv == 0) {
         *ratio = 1.0f;
         KV_LOG(3, "GetMetadata kovani.hdr.custom.adjustratio = 0");
@@ -119,23 +124,30 @@ int MetaUtils::GetTFNRExpRatio(std::shared_ptr<KvMetadata> metadata, float* rati
 
 int MetaUtils::GetBurstInfoAdrcGain(std::shared_ptr<KvMetadata> metadata, float* gain) {
     if (gain == nullptr) return detail::ArgErr(KV_HERE);
-    void* data = nullptr;
-    int ret = GetMetaData(metadata, "kovani.ae.mid.tonegain", 0, &data, nullptr);
-    if (ret != 0) {
-        KV_LOG(3, "GetMetadata err");
+    constexpr detail::TagRef kGainTag("kovani.ae.mid.tonegain");
+    constexpr detail::TagRef kSafeTag("kovani.safe.exposure.enabled");
+    detail::Payload payload;
+    if (const int ret = detail::LookUp(KV_HERE, metadata, kGainTag, kDefaultMessages, &payload)) {
         return ret;
     }
-    if (data == nullptr) {
-        KV_LOG(3, "get metadata err");
-        return -1;
+    if (const int ret = detail::CheckPayload(KV_HERE, kGainTag, payload, sizeof(int32_t))) {
+        return ret;
     }
-    *gain = static_cast<float>(static_cast<double>(detail::Load<int32_t>(data)) / 1024.0);
+    float value =
+        static_cast<float>(static_cast<double>(detail::Load<int32_t>(payload.data)) / 1024.0);
     // The safe-exposure flag is looked up into the same pointer and its
     // result is what the caller gets. Without the tag the pointer still
     // addresses the tone gain, whose low byte is then tested, and the lookup
-    // answers -1 silently although the gain was written.
-    ret = GetMetaData(std::move(metadata), "kovani.safe.exposure.enabled", 0, &data, nullptr);
-    if (detail::Load<uint8_t>(data) != 0) *gain = 1.0f;
+    // answers -1 silently although the gain is written.
+    void* data = const_cast<void*>(payload.data);
+    size_t bytes = payload.bytes;
+    const int ret = detail::FindPayload(std::move(metadata), kSafeTag, &data, nullptr,
+                                        detail::kHardened ? &bytes : nullptr);
+    if (const int shortRet = detail::CheckPayload(KV_HERE, kSafeTag, bytes, sizeof(uint8_t))) {
+        return shortRet;
+    }
+    if (detail::Load<uint8_t>(data) != 0) value = 1.0f;
+    *gain = value;
     return ret;
 }
 
@@ -193,26 +205,32 @@ void StoreGammaKnots(AIspGammaTbl& tbl) {
 
 int MetaUtils::GetGTMTable(std::shared_ptr<KvMetadata> metadata, int* table) {
     if (table == nullptr) return detail::ArgErr(KV_HERE);
-    const void* data = nullptr;
-    if (const int ret = detail::LookUp(*this, KV_HERE, std::move(metadata), "kovani.hdr.gtm.curve",
-                                       kDefaultMessages, &data)) {
+    constexpr detail::TagRef kTag("kovani.hdr.gtm.curve");
+    detail::Payload payload;
+    if (const int ret =
+            detail::LookUp(KV_HERE, std::move(metadata), kTag, kDefaultMessages, &payload)) {
+        return ret;
+    }
+    if (const int ret = detail::CheckPayload(KV_HERE, kTag, payload, 1152 + sizeof(int32_t))) {
         return ret;
     }
     // Diagnostics only: the curve is logged and the caller's integer stays.
-    KV_LOG(1, "gtm curve, binNum:%d (%d, %d)", detail::Load<int32_t>(data),
-           detail::Load<int32_t>(data, 128), detail::Load<int32_t>(data, 1152));
+    KV_LOG(1, "gtm curve, binNum:%d (%d, %d)", detail::Load<int32_t>(payload.data),
+           detail::Load<int32_t>(payload.data, 128), detail::Load<int32_t>(payload.data, 1152));
     return 0;
 }
 
 int MetaUtils::GetBurstInfoLinearGain(std::shared_ptr<KvMetadata> metadata, float* gain, int) {
     if (gain == nullptr) return detail::ArgErr(KV_HERE);
-    const void* data = nullptr;
+    constexpr detail::TagRef kTag(tag::MTK_3A_FEATURE_AE_SENSOR_GAIN_VALUE);
+    detail::Payload payload;
     if (const int ret =
-            detail::LookUp(*this, KV_HERE, metadata, tag::MTK_3A_FEATURE_AE_SENSOR_GAIN_VALUE,
-                           KV_TAG_MESSAGES("MTK_3A_FEATURE_AE_SENSOR_GAIN_VALUE"), &data)) {
+            detail::LookUp(KV_HERE, metadata, kTag,
+                           KV_TAG_MESSAGES("MTK_3A_FEATURE_AE_SENSOR_GAIN_VALUE"), &payload)) {
         return ret;
     }
-    const int32_t sensorGain = detail::Load<int32_t>(data);
+    if (const int ret = detail::CheckPayload(KV_HERE, kTag, payload, sizeof(int32_t))) return ret;
+    const int32_t sensorGain = detail::Load<int32_t>(payload.data);
     float ispGain = 1.0f;
     if (const int ret = GetBurstInfoBpsIspGain(std::move(metadata), &ispGain)) {
         KV_LOG(3, "GetMetadata IspGain err");
@@ -224,16 +242,19 @@ int MetaUtils::GetBurstInfoLinearGain(std::shared_ptr<KvMetadata> metadata, floa
 
 int MetaUtils::GetAWBGain(std::shared_ptr<KvMetadata> metadata, AWBGain& gain, bool& valid) {
     valid = false;
-    const void* data = nullptr;
-    if (const int ret =
-            detail::LookUp(*this, KV_HERE, std::move(metadata), tag::MTK_COLOR_CORRECTION_GAINS,
-                           KV_TAG_MESSAGES("MTK_COLOR_CORRECTION_GAINS"), &data)) {
+    constexpr detail::TagRef kTag(tag::MTK_COLOR_CORRECTION_GAINS);
+    detail::Payload payload;
+    if (const int ret = detail::LookUp(KV_HERE, std::move(metadata), kTag,
+                                       KV_TAG_MESSAGES("MTK_COLOR_CORRECTION_GAINS"), &payload)) {
+        return ret;
+    }
+    if (const int ret = detail::CheckPayload(KV_HERE, kTag, payload, 4 * sizeof(float))) {
         return ret;
     }
     // Red, green-even, green-odd, blue: the odd green is skipped.
-    gain.rGain = detail::Load<float>(data, 0);
-    gain.gGain = detail::Load<float>(data, 4);
-    gain.bGain = detail::Load<float>(data, 12);
+    gain.rGain = detail::Load<float>(payload.data, 0);
+    gain.gGain = detail::Load<float>(payload.data, 4);
+    gain.bGain = detail::Load<float>(payload.data, 12);
     valid = true;
     return 0;
 }
@@ -244,17 +265,25 @@ int MetaUtils::GetAWBGainAdj(std::shared_ptr<KvMetadata> metadata, AWBGainAdj& a
     static constexpr detail::TagGetter<AWBGainAdj> kRow{
         "org.quic.camera2.statsconfigs.AECFrameControl", kDefaultMessages,
         detail::Ignore<AWBGainAdj>};
-    return detail::ReadTag(*this, KV_HERE, std::move(metadata), &adj, kRow);
+    return detail::ReadTag(KV_HERE, std::move(metadata), &adj, kRow);
 }
 
 int MetaUtils::GetBPSGammaOutput(std::shared_ptr<KvMetadata> metadata, bool* valid, float* gamma) {
     if (gamma == nullptr) return detail::ArgErr(KV_HERE);
+    constexpr detail::TagRef kTag("kovani.supernight.gammainfo");
     float curve[kGammaPoints] = {};
     void* data = nullptr;
-    const int ret =
-        GetMetaData(std::move(metadata), "kovani.supernight.gammainfo", 0, &data, nullptr);
+    size_t bytes = 0;
+    const int ret = detail::FindPayload(std::move(metadata), kTag, &data, nullptr,
+                                        detail::kHardened ? &bytes : nullptr);
     const bool isValid = ret == 0 && data != nullptr;
     if (isValid) {
+        // The only -1 of this getter: a lookup into a null pointer never
+        // answers it.
+        if (const int shortRet =
+                detail::CheckPayload(KV_HERE, kTag, bytes, (kGammaPoints - 1) * sizeof(int32_t))) {
+            return shortRet;
+        }
         for (int i = 0; i < kGammaPoints - 1; ++i) {
             curve[i] = static_cast<float>(detail::Load<int32_t>(data, 4 * i));
         }
@@ -274,11 +303,13 @@ int MetaUtils::GetPlatFormGamma(std::shared_ptr<KvMetadata>, AIspGammaTbl& tbl) 
     return 0;
 }
 
-// The supernight curve (or zeros) at the fixed knots, always ending at 1023.
+// The supernight curve (or zeros) at the fixed knots, always ending at 1023;
+// a curve too short to read leaves the table as it was.
 int MetaUtils::GetDynamicGamma(std::shared_ptr<KvMetadata> metadata, AIspGammaTbl& tbl) {
-    StoreGammaKnots(tbl);
     bool valid = false;
     const int ret = GetBPSGammaOutput(std::move(metadata), &valid, tbl.y);
+    if (detail::kHardened && ret == -1) return ret;
+    StoreGammaKnots(tbl);
     tbl.y[kGammaPoints - 1] = 1023.0f;
     return ret;
 }
@@ -286,17 +317,22 @@ int MetaUtils::GetDynamicGamma(std::shared_ptr<KvMetadata> metadata, AIspGammaTb
 int MetaUtils::GetPreviewBrightnessInfo(std::shared_ptr<KvMetadata> metadata,
                                         PreviewBrightnessInfo* info) {
     if (info == nullptr) return detail::ArgErr(KV_HERE);
-    const void* data = nullptr;
-    if (const int ret =
-            detail::LookUp(*this, KV_HERE, std::move(metadata), "kovani.histogram.stats",
-                           KV_TAG_MESSAGES("kovani.histogram.stats"), &data)) {
+    constexpr detail::TagRef kTag("kovani.histogram.stats");
+    detail::Payload payload;
+    if (const int ret = detail::LookUp(KV_HERE, std::move(metadata), kTag,
+                                       KV_TAG_MESSAGES("kovani.histogram.stats"), &payload)) {
         return ret;
     }
     // 256 bins of four channel counts; each bin is their wrapping sum.
+    if (const int ret = detail::CheckPayload(KV_HERE, kTag, payload, 256 * 4 * sizeof(uint32_t))) {
+        return ret;
+    }
     info->binCount = 256;
     for (size_t bin = 0; bin < 256; ++bin) {
         uint32_t sum = 0;
-        for (size_t ch = 0; ch < 4; ++ch) sum += detail::Load<uint32_t>(data, 16 * bin + 4 * ch);
+        for (size_t ch = 0; ch < 4; ++ch) {
+            sum += detail::Load<uint32_t>(payload.data, 16 * bin + 4 * ch);
+        }
         info->bins[bin] = sum;
     }
     return 0;
@@ -304,38 +340,54 @@ int MetaUtils::GetPreviewBrightnessInfo(std::shared_ptr<KvMetadata> metadata,
 
 int MetaUtils::GetSensorDynamicBlackLevel(std::shared_ptr<KvMetadata> metadata, float* level) {
     if (level == nullptr) return detail::ArgErr(KV_HERE);
-    void* data = nullptr;
-    const int ret =
-        GetMetaData(metadata, nullptr, tag::ANDROID_SENSOR_DYNAMIC_BLACK_LEVEL, &data, nullptr);
-    if (ret != 0) {
-        KV_LOG(3, "GetMetadata ANDROID_SENSOR_DYNAMIC_BLACK_LEVEL fail");
+    constexpr detail::TagRef kLevelTag(tag::ANDROID_SENSOR_DYNAMIC_BLACK_LEVEL);
+    constexpr detail::TagRef kBppTag("kovani.algoengine.input.raw.bpp");
+    detail::Payload payload;
+    if (const int ret = detail::LookUp(
+            KV_HERE, metadata, kLevelTag,
+            KV_SHORT("GetMetadata ANDROID_SENSOR_DYNAMIC_BLACK_LEVEL fail"), &payload)) {
         return ret;
     }
-    std::memcpy(level, data, 4 * sizeof(float));
+    float levels[4];
+    if (const int ret = detail::CheckPayload(KV_HERE, kLevelTag, payload, sizeof levels)) {
+        return ret;
+    }
+    std::memcpy(levels, payload.data, sizeof levels);
     // Normalise to 10-bit units. The bits-per-pixel lookup reuses the pointer,
     // so a missing tag answers -1 without a line and scales by 1/16 alone.
     float scale = 1.0f;
-    if (GetMetaData(std::move(metadata), "kovani.algoengine.input.raw.bpp", 0, &data, nullptr) ==
-        0) {
+    void* data = const_cast<void*>(payload.data);
+    size_t bytes = 0;
+    if (detail::FindPayload(std::move(metadata), kBppTag, &data, nullptr,
+                            detail::kHardened ? &bytes : nullptr) == 0) {
+        if (const int ret = detail::CheckPayload(KV_HERE, kBppTag, bytes, sizeof(int32_t))) {
+            return ret;
+        }
         const int32_t bpp = detail::Load<int32_t>(data);
         if (bpp == 12) scale = 4.0f;
         if (bpp == 10) scale = 16.0f;
     }
     for (int i = 0; i < 4; ++i) {
-        if (scale != 1.0f) level[i] *= scale;
-        level[i] *= 0.0625f;
+        if (scale != 1.0f) levels[i] *= scale;
+        levels[i] *= 0.0625f;
     }
+    std::memcpy(level, levels, sizeof levels);
     return 0;
 }
 
 int MetaUtils::GetColorCorrectionTransform(std::shared_ptr<KvMetadata> metadata,
                                            ChiRational* transform) {
     if (transform == nullptr) return detail::ArgErr(KV_HERE);
+    constexpr detail::TagRef kTag("kovani.supernight.color.correction.transform");
     void* data = nullptr;
-    if (GetMetaData(std::move(metadata), "kovani.supernight.color.correction.transform", 0, &data,
-                    nullptr) != 0) {
+    size_t bytes = 0;
+    if (detail::FindPayload(std::move(metadata), kTag, &data, nullptr,
+                            detail::kHardened ? &bytes : nullptr) != 0) {
         KV_LOG(3, "get kovani.supernight.color.correction.transform fail");
         return -1;  // whatever the lookup answered
+    }
+    if (const int ret = detail::CheckPayload(KV_HERE, kTag, bytes, 9 * sizeof(ChiRational))) {
+        return ret;
     }
     std::memcpy(transform, data, 9 * sizeof(ChiRational));
     for (int i = 0; i < 9; ++i) {
@@ -352,11 +404,15 @@ int MetaUtils::GetColorCorrectionTransform(std::shared_ptr<KvMetadata> metadata,
 int MetaUtils::GetHdrEnabled(std::shared_ptr<KvMetadata> metadata, int* hdrEnabled) {
     if (hdrEnabled == nullptr) return detail::ArgErr(KV_HERE);
     // The raw-HDR flag wins whenever it is present, even as 0.
+    detail::TagRef tag("kovani.hdr.raw.enabled");
     void* data = nullptr;
-    if (GetMetaData(metadata, "kovani.hdr.raw.enabled", 0, &data, nullptr) != 0) {
+    size_t bytes = 0;
+    size_t* bytesOut = detail::kHardened ? &bytes : nullptr;
+    if (detail::FindPayload(metadata, tag, &data, nullptr, bytesOut) != 0) {
         KV_LOG(1, "cannot find kovani.hdr.raw.enabled");
+        tag = detail::TagRef("kovani.hdr.enabled");
         if (const int ret =
-                GetMetaData(std::move(metadata), "kovani.hdr.enabled", 0, &data, nullptr)) {
+                detail::FindPayload(std::move(metadata), tag, &data, nullptr, bytesOut)) {
             KV_LOG(3, "GetMetadata kovani.hdr.enabled err");
             return ret;
         }
@@ -365,14 +421,22 @@ int MetaUtils::GetHdrEnabled(std::shared_ptr<KvMetadata> metadata, int* hdrEnabl
         KV_LOG(3, "get kovani.hdr.enabled err");
         return -1;
     }
+    if (const int ret = detail::CheckPayload(KV_HERE, tag, bytes, sizeof(int8_t))) return ret;
     *hdrEnabled = detail::Load<int8_t>(data);
     KV_LOG(2, "hdrEnabled = %d", *hdrEnabled);
     return 0;
 }
 
-// Returns the flag itself. The container must be present.
+// Returns the flag itself (or, in a hardened build, -1 for a tag without a
+// whole byte). The container must be present.
 int MetaUtils::GetTeleFusionEnable(std::shared_ptr<KvMetadata> metadata) {
-    const camera_metadata_ro_entry_t entry = metadata->find("kovani.telefusion.enabled");
+    constexpr detail::TagRef kTag("kovani.telefusion.enabled");
+    const camera_metadata_ro_entry_t entry = metadata->find(kTag.name);
+    if (detail::kHardened && entry.count != 0) {
+        if (const int ret = detail::CheckPayload(KV_HERE, kTag, detail::PayloadBytes(entry), 1)) {
+            return ret;
+        }
+    }
     const int enabled = entry.count != 0 && entry.data.u8[0] != 0 ? 1 : 0;
     KV_LOG(2, "isFusionEnable = %d", enabled);
     return enabled;
@@ -389,7 +453,13 @@ int MetaUtils::GetSlaveAnchorFrame(std::shared_ptr<KvMetadata> metadata, int* fr
         KV_LOG(3, "find kovani.bokeh.AuxAnchorFrame fail");
         return -1;
     }
-    *frame = entry.data.i32[0];
+    if (detail::kHardened) {
+        if (const int ret = detail::CheckPayload(KV_HERE, tag::KOVANI_BOKEH_AUX_ANCHOR_FRAME,
+                                                 detail::PayloadBytes(entry), sizeof(int32_t))) {
+            return ret;
+        }
+    }
+    *frame = detail::Load<int32_t>(entry.data.u8);
     KV_LOG(0, "count:%d slaveAnchorFrame[0]:%d", static_cast<int>(entry.count), *frame);
     return 0;
 }
@@ -415,10 +485,11 @@ namespace {
 
 // The full array around a crop region centred in it: the crop's size plus
 // its left and top margin twice over, in wrapping unsigned arithmetic.
-void StoreMainActiveSize(const void* data, ChiRect* out) {
+void StoreCentredArraySize(const void* data, ChiRect* out) {
     const ChiRect crop = detail::Load<ChiRect>(data);
     *out = ChiRect{0, 0, crop.width + 2u * crop.left, crop.height + 2u * crop.top};
 }
+constexpr detail::Read<ChiRect> StoreMainActiveSize{StoreCentredArraySize, sizeof(ChiRect)};
 
 void TraceMainActiveSize(const log::LogSite& at, const ChiRect& r) {
     log::Write(at, 2, KV_LOG_PREFIX "main active size [%d %d %d %d]", r.left, r.top, r.width,
@@ -446,6 +517,7 @@ KV_STATIC_TAG_GETTER(GetRealAvailableMinDigitalZoom, float,
 namespace {
 
 constexpr uint32_t kFaceWords = 9;
+using FaceWords = int32_t[kFaceWords];
 
 // KVFaceInfo has room for 10 faces. The tag's writer promises no more; should
 // a tag carry more anyway, only the first 10 are handed out and faceCount says
@@ -453,11 +525,21 @@ constexpr uint32_t kFaceWords = 9;
 // faceCount entries stay inside it. Up to 10 faces nothing changes.
 constexpr uint32_t kMaxFaces = sizeof(KVFaceInfo::faces) / sizeof(KVFaceInfo::faces[0]);
 
-// An in-sensor-zoom frame: the status tag is present and its first word is set.
-bool IsInSensorZoomFrame(const std::shared_ptr<KvMetadata>& metadata) {
-    if (!metadata) return false;
-    const camera_metadata_ro_entry_t entry = metadata->find("kovani.insensorzoom.status");
-    return entry.count != 0 && detail::Load<int32_t>(entry.data.u8) != 0;
+// An in-sensor-zoom frame: the status tag is present and its first word is
+// set. 1 or 0; -1 after the hardened check's line for a status shorter than
+// its word.
+int IsInSensorZoomFrame(const log::LogSite& at, const std::shared_ptr<KvMetadata>& metadata) {
+    if (!metadata) return 0;
+    constexpr detail::TagRef kTag("kovani.insensorzoom.status");
+    const camera_metadata_ro_entry_t entry = metadata->find(kTag.name);
+    if (entry.count == 0) return 0;
+    if (detail::kHardened) {
+        if (const int ret =
+                detail::CheckPayload(at, kTag, detail::PayloadBytes(entry), sizeof(int32_t))) {
+            return ret;
+        }
+    }
+    return detail::Load<int32_t>(entry.data.u8) != 0 ? 1 : 0;
 }
 
 // Image sizes above which face coordinates are doubled.
@@ -507,23 +589,19 @@ int MetaUtils::GetFacesInfoHolder(std::shared_ptr<KvMetadata> metadata, int** fa
                                   uint32_t* count) {
     // Only the face pointer is checked: the interface trusts callers to pass
     // a count.
-    if (faces == nullptr) {
-        KV_LOG(4, "arg err");
-        return -2;
-    }
-    void* data = nullptr;
-    uint32_t elements = 0;
-    const int ret = GetMetaData(std::move(metadata), "kovani.bokeh.faceInfo", 0, &data, &elements);
-    if (ret != 0) {
-        KV_LOG(3, "GetMetadata kovani.bokeh.faceInfo err");
+    if (faces == nullptr) return detail::ArgErr(KV_HERE);
+    detail::Payload payload;
+    if (const int ret = detail::LookUp(KV_HERE, std::move(metadata), "kovani.bokeh.faceInfo",
+                                       KV_TAG_MESSAGES("kovani.bokeh.faceInfo"), &payload)) {
         return ret;
     }
-    if (data == nullptr) {
-        KV_LOG(3, "get metadata kovani.bokeh.faceInfo err");
-        return -1;
-    }
-    *faces = static_cast<int*>(data);
-    *count = elements / kFaceWords;
+    *faces = static_cast<int*>(const_cast<void*>(payload.data));
+    // A hardened build counts the whole faces in the payload's bytes, so a
+    // tag of another element type cannot promise more faces than it holds.
+    *count =
+        detail::kHardened
+            ? static_cast<uint32_t>(std::min<size_t>(payload.bytes / sizeof(FaceWords), UINT32_MAX))
+            : payload.count / kFaceWords;
     return 0;
 }
 
@@ -546,7 +624,8 @@ int MetaUtils::GetFaceRect(std::shared_ptr<KvMetadata> metadata, int width, int 
         return -1;
     }
     count = std::min(count, kMaxFaces);
-    const bool inSensorZoom = useInSensorZoom != 0 && IsInSensorZoomFrame(metadata);
+    const int inSensorZoom = useInSensorZoom != 0 ? IsInSensorZoomFrame(KV_HERE, metadata) : 0;
+    if (inSensorZoom < 0) return inSensorZoom;
     const bool large = IsLargeInput(width, height);
     info.faceCount = static_cast<int32_t>(count);
     uint64_t maxArea = 0;
@@ -600,7 +679,8 @@ int MetaUtils::GetFacesNoMap(std::shared_ptr<KvMetadata> metadata, int width, in
     // Without an active array the in-sensor-zoom conversion uses a zero size.
     ChiRect active = {0, 0, 0, 0};
     GetActiveArraySize(metadata, &active);
-    const bool inSensorZoom = IsInSensorZoomFrame(metadata);
+    const int inSensorZoom = IsInSensorZoomFrame(KV_HERE, metadata);
+    if (inSensorZoom < 0) return inSensorZoom;
     const bool large = IsLargeInput(width, height);
     // Deliberate: only the rectangles, extras and count are written; the
     // rest of the caller's record keeps its values.
@@ -654,9 +734,9 @@ int MetaUtils::GetFaceInfo(std::shared_ptr<KvMetadata> metadata, AIspFaceInfo& i
 // ---- Focus region -------------------------------------------------------------
 
 // The autofocus region of the platform's 3A layer, mapped into the image.
-// Deliberately unchecked: the tag's element count is not compared with the
-// words read; its writer always supplies the type word, the region count and
-// the regions.
+// Deliberately unchecked in the default build: the tag's element count is not
+// compared with the words read; its writer always supplies the type word, the
+// region count and the regions.
 int MetaUtils::GetfocusROI(std::shared_ptr<KvMetadata> metadata, UtilsImageBuf* image,
                            __UtilsImage_Rect* roi) {
     if (roi == nullptr || image == nullptr || !metadata) {
@@ -675,25 +755,37 @@ int MetaUtils::GetfocusROI(std::shared_ptr<KvMetadata> metadata, UtilsImageBuf* 
         KV_LOG(3, "GetActiveArraySize err");
         return ret;
     }
+    constexpr detail::TagRef kTag(tag::MTK_3A_FEATURE_AF_REGION);
     void* data = nullptr;
-    ret = GetMetaData(metadata, nullptr, tag::MTK_3A_FEATURE_AF_REGION, &data, nullptr);
+    size_t bytes = 0;
+    size_t* bytesOut = detail::kHardened ? &bytes : nullptr;
+    ret = detail::FindPayload(metadata, kTag, &data, nullptr, bytesOut);
     if (ret != 0 || data == nullptr) {
         KV_LOG(1, "fail to read AF region");
         return -1;
     }
-    const int32_t* words = static_cast<const int32_t*>(data);
-    const int32_t type = words[0];
-    const int32_t regions = words[1];
+    auto word = [data](int32_t i) {
+        return detail::Load<int32_t>(data, 4 * static_cast<size_t>(i));
+    };
+    if (const int shortRet = detail::CheckPayload(KV_HERE, kTag, bytes, 2 * sizeof(int32_t))) {
+        return shortRet;
+    }
+    const int32_t type = word(0);
+    const int32_t regions = word(1);
     if (static_cast<uint32_t>(regions) - 1u >= 2u) {
         KV_LOG(1, "incorrect AF region %d %d", type, regions);
         return -1;
     }
     // With two regions the second one, from word 7, is used.
     const int32_t vs = regions == 1 ? 2 : 7;
-    const int32_t tlx = words[vs];
-    const int32_t tly = words[vs + 1];
-    const int32_t brx = words[vs + 2];
-    const int32_t bry = words[vs + 3];
+    if (const int shortRet =
+            detail::CheckPayload(KV_HERE, kTag, bytes, static_cast<size_t>(vs + 4) * 4)) {
+        return shortRet;
+    }
+    const int32_t tlx = word(vs);
+    const int32_t tly = word(vs + 1);
+    const int32_t brx = word(vs + 2);
+    const int32_t bry = word(vs + 3);
     KV_LOG(1, "af roi, info:[t:%d, n:%d, vs:%d, tlx:%d, tly:%d, brx:%d, bry:%d]", type, regions, vs,
            tlx, tly, brx, bry);
     // Corners are not checked for order: reversed ones wrap to a huge size.
@@ -780,8 +872,8 @@ namespace {
 
 // The sensor policy's frame result holds four (valid flag, mode type) pairs
 // at a stride of 320 bytes; the last valid pair wins, and without one the
-// caller's value stays.
-void StoreLastValidSensorModeType(const void* data, int* out) {
+// caller's value stays. The record must reach the last pair's mode type.
+void StoreSensorModeTypeOfLastValidPair(const void* data, int* out) {
     constexpr size_t kPairs = 4;
     constexpr size_t kStride = 320;
     constexpr size_t kValidAt = 380;
@@ -793,6 +885,8 @@ void StoreLastValidSensorModeType(const void* data, int* out) {
         }
     }
 }
+constexpr detail::Read<int> StoreLastValidSensorModeType{StoreSensorModeTypeOfLastValidPair,
+                                                         400 + 3 * 320 + sizeof(int32_t)};
 
 }  // namespace
 
@@ -843,7 +937,7 @@ adapter::ShiftData EmptyShiftData() {
 
 }  // namespace
 
-int MetaUtils::GetFinalCropRegion(std::shared_ptr<KvMetadata> metadata, ChiRect& cropRegion,
+int MetaUtils::GetFinalCropRegion(std::shared_ptr<KvMetadata> metadata, ChiRect& result,
                                   KvDimension sensorSize, bool isInSensorZoom) {
     ChiRect active;
     const int activeRet = GetActiveArraySize(metadata, &active);
@@ -852,22 +946,29 @@ int MetaUtils::GetFinalCropRegion(std::shared_ptr<KvMetadata> metadata, ChiRect&
         return activeRet;
     }
     const int cameraId = mSatCameraId;
+    // The crop is built here and handed out at the end, so that a hardened
+    // build's refusal of a short tag on the way leaves the caller's crop.
+    ChiRect cropRegion = result;
+    constexpr detail::TagRef kTableTag("com.kovani.camera.sensorpolicy.cropregions");
+    constexpr detail::TagRef kShiftTag("kovani.sat.output.shift");
+    size_t bytes = 0;
+    size_t* bytesOut = detail::kHardened ? &bytes : nullptr;
 
     // This camera's entry of the sensor policy's per-camera crop table; a zero
-    // crop when the table or the entry is missing. True when the table was read.
+    // crop when the table or the entry is missing. 1 when the table was read,
+    // 0 without it, -1 for a table too short for the entries examined.
     auto readPolicyCrop = [&]() {
         cropRegion = ChiRect{0, 0, 0, 0};
         void* data = nullptr;
-        if (GetMetaData(metadata, "com.kovani.camera.sensorpolicy.cropregions", 0, &data,
-                        nullptr) != 0) {
+        if (detail::FindPayload(metadata, kTableTag, &data, nullptr, bytesOut) != 0) {
             KV_LOG(3,
                    "allInOneCrop GetMetadata com.kovani.camera.sensorpolicy.cropregions ret err");
-            return false;
+            return 0;
         }
         if (data == nullptr) {
             KV_LOG(3,
                    "allInOneCrop get metadata com.kovani.camera.sensorpolicy.cropregions null err");
-            return false;
+            return 0;
         }
         // Entries of nine int32 words: camera id, four unused words, the crop.
         // Exactly four entries are examined whatever the tag's count; the
@@ -877,7 +978,15 @@ int MetaUtils::GetFinalCropRegion(std::shared_ptr<KvMetadata> metadata, ChiRect&
         constexpr size_t kCropAt = 20;
         ChiRect crop{0, 0, 0, 0};
         for (size_t i = 0; i < kEntries; ++i) {
+            if (const int ret = detail::CheckPayload(KV_HERE, kTableTag, bytes,
+                                                     kEntryBytes * i + sizeof(int32_t))) {
+                return ret;
+            }
             if (detail::Load<int32_t>(data, kEntryBytes * i) == cameraId) {
+                if (const int ret =
+                        detail::CheckPayload(KV_HERE, kTableTag, bytes, kEntryBytes * (i + 1))) {
+                    return ret;
+                }
                 crop = detail::Load<ChiRect>(data, kEntryBytes * i + kCropAt);
                 KV_LOG(2,
                        "allInOneCrop get crop region from SAT camId = %d cropregion: [%d %d %d %d]",
@@ -890,7 +999,7 @@ int MetaUtils::GetFinalCropRegion(std::shared_ptr<KvMetadata> metadata, ChiRect&
                "allInOneCrop get crop region from SAT camId = %d isInSensorZoom = %d cropregion: "
                "[%d %d %d %d]",
                cameraId, isInSensorZoom, crop.left, crop.top, crop.width, crop.height);
-        return true;
+        return 1;
     };
 
     // An in-sensor-zoom frame shows the centre half of the sensor at twice the
@@ -992,13 +1101,18 @@ int MetaUtils::GetFinalCropRegion(std::shared_ptr<KvMetadata> metadata, ChiRect&
     };
 
     // The shift the frame carries, when it has exactly four elements: x, y,
-    // in-sensor-zoom flag and pre-anchor flag.
-    auto readMetadataShift = [&]() {
+    // in-sensor-zoom flag and pre-anchor flag. -1 for four elements too short
+    // for four floats.
+    auto readMetadataShift = [&](CropShift& shift) {
         void* data = nullptr;
         uint32_t count = 0;
-        const int ret = GetMetaData(metadata, "kovani.sat.output.shift", 0, &data, &count);
-        CropShift shift;
+        const int ret = detail::FindPayload(metadata, kShiftTag, &data, &count, bytesOut);
+        shift = CropShift{};
         if (ret == 0 && count == 4 && data != nullptr) {
+            if (const int shortRet =
+                    detail::CheckPayload(KV_HERE, kShiftTag, bytes, 4 * sizeof(float))) {
+                return shortRet;
+            }
             const float preAnchor = detail::Load<float>(data, 3 * sizeof(float));
             shift = CropShift{detail::SaturateCast<int32_t>(detail::Load<float>(data)),
                               detail::SaturateCast<int32_t>(detail::Load<float>(data, 4)),
@@ -1015,7 +1129,7 @@ int MetaUtils::GetFinalCropRegion(std::shared_ptr<KvMetadata> metadata, ChiRect&
             KV_LOG(2, "allInOneCrop get shift failed size = %u, from kovani.sr.shift.value...",
                    count);
         }
-        return shift;
+        return 0;
     };
 
     // Brings the shift to the frame's scale: doubled for an in-sensor-zoom
@@ -1055,7 +1169,9 @@ int MetaUtils::GetFinalCropRegion(std::shared_ptr<KvMetadata> metadata, ChiRect&
         }
     };
 
-    if (readPolicyCrop()) convertForInSensorZoom();
+    const int policy = readPolicyCrop();
+    if (policy < 0) return policy;
+    if (policy != 0) convertForInSensorZoom();
     matchActiveAspect();
 
     int ret = 0;
@@ -1074,13 +1190,14 @@ int MetaUtils::GetFinalCropRegion(std::shared_ptr<KvMetadata> metadata, ChiRect&
         adapter::ShiftData shiftData = EmptyShiftData();
         CropShift shift;
         if (!askPlatform(shiftData, ts, zoomRatio, zoomEisEffective, shift)) {
-            shift = readMetadataShift();
+            if (const int shiftRet = readMetadataShift(shift)) return shiftRet;
         }
         scaleShift(shift, shiftData, ts, zoomEisEffective, zoomRatio);
         applyShift(shift, ret);
     }
     KV_LOG(2, "allInOneCrop get final crop = cropregion: [%d %d %d %d] ret = %d RET_OK = %d",
            cropRegion.left, cropRegion.top, cropRegion.width, cropRegion.height, ret, 0);
+    result = cropRegion;
     return ret;
 }
 

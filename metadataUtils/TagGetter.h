@@ -13,8 +13,11 @@
 //      successful lookup);
 //   4. the row's read stores the value, once, and an optional trace logs it.
 //
-// The element count is never checked: each getter trusts its tag to be as
-// long as the read it makes.
+// The default build never checks the element count: each getter trusts its
+// tag to be as long as the read it makes. A build with METAUTILS_HARDENED
+// checks every read against the entry's element count and element size
+// before making it (CheckPayload below): a payload too short for the read is
+// one level-3 line naming the tag and -1, the output as it was.
 #pragma once
 
 #include <cmath>
@@ -30,6 +33,12 @@
 
 namespace kvalgo2 {
 namespace detail {
+
+#if defined(METAUTILS_HARDENED)
+constexpr bool kHardened = true;
+#else
+constexpr bool kHardened = false;
+#endif
 
 // ---- Reads of tag payloads ------------------------------------------------
 
@@ -56,29 +65,57 @@ inline Int SaturateCast(Real value) {
     return static_cast<Int>(value);
 }
 
+// A read of a row: the function that stores the output from the payload and
+// the payload bytes it loads. `zeroExtends` marks a word read at a one-byte
+// tag: a hardened build reads a payload shorter than the word (but not
+// empty) as if zeros followed it, which is what the default build gets from
+// a container that pads its payloads with zeros.
+template <typename Out>
+struct Read {
+    void (*store)(const void* data, Out* out);
+    size_t bytes;
+    bool zeroExtends = false;
+};
+
+template <typename Out, size_t Offset>
+inline void CopyAt(const void* data, Out* out) {
+    std::memcpy(out, static_cast<const unsigned char*>(data) + Offset, sizeof(Out));
+}
+
+template <typename Elem, typename Out, size_t Offset>
+inline void ConvertAt(const void* data, Out* out) {
+    *out = static_cast<Out>(Load<Elem>(data, Offset));
+}
+
+template <typename Out, size_t Offset>
+inline void TruncateAt(const void* data, Out* out) {
+    *out = SaturateCast<Out>(Load<float>(data, Offset));
+}
+
+template <typename Out>
+inline void Nothing(const void*, Out*) {}
+
 // Copy sizeof(Out) bytes from byte Offset of the payload into *out: plain
 // values of the tag's own type and whole records.
 template <typename Out, size_t Offset = 0>
-inline void Copy(const void* data, Out* out) {
-    std::memcpy(out, static_cast<const unsigned char*>(data) + Offset, sizeof(Out));
-}
+constexpr Read<Out> Copy{CopyAt<Out, Offset>, Offset + sizeof(Out)};
 
 // Read an Elem at byte Offset and convert it to Out the way the language
 // converts between integers or from integer to float (round to nearest).
 template <typename Elem, typename Out, size_t Offset = 0>
-inline void Convert(const void* data, Out* out) {
-    *out = static_cast<Out>(Load<Elem>(data, Offset));
-}
+constexpr Read<Out> Convert{ConvertAt<Elem, Out, Offset>, Offset + sizeof(Elem)};
 
 // Read a float at byte Offset and truncate it toward zero.
 template <typename Out, size_t Offset = 0>
-inline void Truncate(const void* data, Out* out) {
-    *out = SaturateCast<Out>(Load<float>(data, Offset));
-}
+constexpr Read<Out> Truncate{TruncateAt<Out, Offset>, Offset + sizeof(float)};
 
 // For getters that only report whether their tag has data.
 template <typename Out>
-inline void Ignore(const void*, Out*) {}
+constexpr Read<Out> Ignore{Nothing<Out>, 0};
+
+// A whole word read at a tag of single bytes.
+template <typename Out>
+constexpr Read<Out> WordAtByteTag{CopyAt<Out, 0>, sizeof(Out), true};
 
 // ---- Rows ---------------------------------------------------------------------
 
@@ -109,7 +146,7 @@ template <typename Out>
 struct TagGetter {
     TagRef tag;
     Messages messages;
-    void (*store)(const void* data, Out* out);
+    Read<Out> read;
     bool checkMetadata = false;  // also reject a null container with "arg err"
     void (*trace)(const log::LogSite& at, const Out& value) = nullptr;  // after the write
 };
@@ -120,14 +157,44 @@ inline int ArgErr(const log::LogSite& at) {
     return -2;
 }
 
+// A payload found by a lookup. `bytes` (the element count times the element
+// size) is filled in hardened builds only.
+struct Payload {
+    const void* data = nullptr;
+    uint32_t count = 0;
+    size_t bytes = 0;
+};
+
+// The lookup primitive's steps (MetaUtils::GetMetaData, whose lines these
+// are), with the payload's length in bytes in *bytes when asked for.
+int FindPayload(std::shared_ptr<KvMetadata> metadata, TagRef tag, void** data, uint32_t* count,
+                size_t* bytes);
+
+// Bytes of the payload of a container entry.
+size_t PayloadBytes(const camera_metadata_ro_entry_t& entry);
+
+// The hardened check of a read of `need` bytes: 0 when the payload holds
+// them, else a level-3 line naming the tag and -1. Always 0 in the default
+// build, which trusts the tag.
+int ShortPayload(const log::LogSite& at, TagRef tag, size_t bytes, size_t need);
+inline int CheckPayload(const log::LogSite& at, TagRef tag, size_t bytes, size_t need) {
+    if (kHardened && bytes < need) return ShortPayload(at, tag, bytes, need);
+    return 0;
+}
+inline int CheckPayload(const log::LogSite& at, TagRef tag, const Payload& payload, size_t need) {
+    return CheckPayload(at, tag, payload.bytes, need);
+}
+
 // Steps 2 to 4 of the skeleton on a container: the lookup, its failure and
-// empty-data messages. 0 with *data set to the payload, or the getter's
-// result after the message. Special getters that begin like the skeleton
-// start with it too.
-inline int LookUp(MetaUtils& self, const log::LogSite& at, std::shared_ptr<KvMetadata> metadata,
-                  TagRef tag, const Messages& messages, const void** data) {
+// empty-data messages. 0 with *payload set, or the getter's result after the
+// message. Special getters that begin like the skeleton start with it too.
+inline int LookUp(const log::LogSite& at, std::shared_ptr<KvMetadata> metadata, TagRef tag,
+                  const Messages& messages, Payload* payload) {
     void* found = nullptr;
-    const int ret = self.GetMetaData(std::move(metadata), tag.name, tag.id, &found, nullptr);
+    uint32_t count = 0;
+    size_t bytes = 0;
+    const int ret =
+        FindPayload(std::move(metadata), tag, &found, &count, kHardened ? &bytes : nullptr);
     if (ret != 0) {
         log::Write(at, messages.lookupFailLevel, messages.lookupFail);
         return ret;
@@ -136,20 +203,37 @@ inline int LookUp(MetaUtils& self, const log::LogSite& at, std::shared_ptr<KvMet
         log::Write(at, 3, messages.noData);
         return -1;
     }
-    *data = found;
+    *payload = Payload{found, count, bytes};
+    return 0;
+}
+
+// Step 4: the row's read, checked first in a hardened build.
+template <typename Out>
+int Store(const log::LogSite& at, TagRef tag, const Payload& payload, const Read<Out>& read,
+          Out* out) {
+    if (kHardened && payload.bytes < read.bytes) {
+        if (!read.zeroExtends || payload.bytes == 0) {
+            return ShortPayload(at, tag, payload.bytes, read.bytes);
+        }
+        unsigned char word[sizeof(Out)] = {};
+        std::memcpy(word, payload.data, payload.bytes);
+        read.store(word, out);
+        return 0;
+    }
+    read.store(payload.data, out);
     return 0;
 }
 
 // The skeleton. `at` is the getter's own site, so every line names it.
 template <typename Out>
-int ReadTag(MetaUtils& self, const log::LogSite& at, std::shared_ptr<KvMetadata> metadata, Out* out,
+int ReadTag(const log::LogSite& at, std::shared_ptr<KvMetadata> metadata, Out* out,
             const TagGetter<Out>& row) {
     if (out == nullptr || (row.checkMetadata && !metadata)) return ArgErr(at);
-    const void* data = nullptr;
-    if (const int ret = LookUp(self, at, std::move(metadata), row.tag, row.messages, &data)) {
+    Payload payload;
+    if (const int ret = LookUp(at, std::move(metadata), row.tag, row.messages, &payload)) {
         return ret;
     }
-    row.store(data, out);
+    if (const int ret = Store(at, row.tag, payload, row.read, out)) return ret;
     if (row.trace != nullptr) row.trace(at, *out);
     return 0;
 }
@@ -165,22 +249,22 @@ template <typename Out>
 struct StaticTagGetter {
     TagRef tag;
     Messages messages;
-    void (*store)(const void* data, Out* out);
+    Read<Out> read;
     // After the write; gets the camera id the static metadata belongs to.
     void (*trace)(const log::LogSite& at, int cameraId, const Out& value) = nullptr;
 };
 
 template <typename Out>
-int ReadCameraStaticTag(MetaUtils& self, const log::LogSite& at, int cameraId, Out* out,
+int ReadCameraStaticTag(const log::LogSite& at, int cameraId, Out* out,
                         const StaticTagGetter<Out>& row) {
     if (out == nullptr) return ArgErr(at);
     std::shared_ptr<KvMetadata> stat =
         StaticMetadataWraper::getInstance()->getStaticMetadata(static_cast<uint32_t>(cameraId));
-    const void* data = nullptr;
-    if (const int ret = LookUp(self, at, std::move(stat), row.tag, row.messages, &data)) {
+    Payload payload;
+    if (const int ret = LookUp(at, std::move(stat), row.tag, row.messages, &payload)) {
         return ret;
     }
-    row.store(data, out);
+    if (const int ret = Store(at, row.tag, payload, row.read, out)) return ret;
     if (row.trace != nullptr) row.trace(at, cameraId, *out);
     return 0;
 }
@@ -195,7 +279,7 @@ int ReadStaticTag(MetaUtils& self, const log::LogSite& at, std::shared_ptr<KvMet
         log::Write(at, 3, KV_LOG_PREFIX "GetMetadata FwkCameraId fail");
         return ret;
     }
-    return ReadCameraStaticTag(self, at, cameraId, out, row);
+    return ReadCameraStaticTag(at, cameraId, out, row);
 }
 
 }  // namespace detail
@@ -204,10 +288,10 @@ int ReadStaticTag(MetaUtils& self, const log::LogSite& at, std::shared_ptr<KvMet
 // One getter of the skeleton: int Method(std::shared_ptr<KvMetadata>, Out*).
 // The remaining arguments are the TagGetter row: tag, messages, read, and
 // optionally the container check and the success trace.
-#define KV_TAG_GETTER(Method, Out, ...)                                         \
-    int MetaUtils::Method(std::shared_ptr<KvMetadata> metadata, Out* out) {     \
-        static constexpr detail::TagGetter<Out> kRow{__VA_ARGS__};              \
-        return detail::ReadTag(*this, KV_HERE, std::move(metadata), out, kRow); \
+#define KV_TAG_GETTER(Method, Out, ...)                                     \
+    int MetaUtils::Method(std::shared_ptr<KvMetadata> metadata, Out* out) { \
+        static constexpr detail::TagGetter<Out> kRow{__VA_ARGS__};          \
+        return detail::ReadTag(KV_HERE, std::move(metadata), out, kRow);    \
     }
 
 // A getter of the frame's camera's static metadata.
@@ -221,7 +305,7 @@ int ReadStaticTag(MetaUtils& self, const log::LogSite& at, std::shared_ptr<KvMet
 #define KV_TAG_GETTER_IGNORING_INT(Method, Out, ...)                             \
     int MetaUtils::Method(std::shared_ptr<KvMetadata> metadata, Out* out, int) { \
         static constexpr detail::TagGetter<Out> kRow{__VA_ARGS__};               \
-        return detail::ReadTag(*this, KV_HERE, std::move(metadata), out, kRow);  \
+        return detail::ReadTag(KV_HERE, std::move(metadata), out, kRow);         \
     }
 
 namespace kvalgo2 {

@@ -27,6 +27,16 @@ cxx=${FUZZ_CXX:-clang++-14}
 cmake -S fuzz -B "$build" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build "$build" -j2 >/dev/null
 
+# Every getter and setter: on tags of any type and length against the
+# hardened library (its own tree), on well-formed tags against the default
+# one; the well-formed corpus is then replayed through both (below).
+hardened="build-fuzz-hardened"
+cmake -S fuzz -B "$hardened" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DMETAUTILS_HARDENED=ON >/dev/null
+cmake --build "$hardened" -j2 --target getters_fuzzer getters_wellformed_fuzzer >/dev/null
+targets+=(getters getters_wellformed)
+declare -A binary=([getters]="$hardened/getters_fuzzer")
+
 # Quiet library logs, stack traces for sanitizer reports.
 export KVHOST_LOG_ECHO=0
 export UBSAN_OPTIONS=print_stacktrace=1
@@ -43,7 +53,7 @@ for t in "${targets[@]}"; do
     rc=0
     # The readers' seeds are whole files.
     case $t in *_reader) max_len=16384 ;; *) max_len=4096 ;; esac
-    "$build/${t}_fuzzer" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+    "${binary[$t]:-$build/${t}_fuzzer}" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
         -max_len=$max_len -print_final_stats=1 -artifact_prefix="$dir/" "$dir/corpus" \
         >"$dir/log" 2>&1 || rc=$?
 
@@ -63,5 +73,23 @@ for t in "${targets[@]}"; do
     printf 'fuzz %-12s %10s runs  %-18s corpus %d (%d seeds)  %ss  %s\n' "$t" "${units:-0}" \
         "${cov:-cov: ?}" "$corpus" "$seeds" "$seconds" "$result"
 done
+
+# Both builds on the well-formed corpus: the same result, outputs and log
+# lines for every call (one digest line per call and input).
+corpus=$(find "$runs/getters_wellformed/corpus" -type f | sort)
+for tree in "$build" "$hardened"; do
+    # shellcheck disable=SC2086
+    KVFUZZ_DIGEST="$tree/getters.digest" "$tree/getters_wellformed_fuzzer" $corpus \
+        >"$tree/getters.replay.log" 2>&1 || true
+done
+calls=$(wc -l <"$build/getters.digest")
+if ((calls > 0)) && cmp -s "$build/getters.digest" "$hardened/getters.digest"; then
+    printf 'fuzz %-12s %10s calls agree between the default and the hardened build  ok\n' builds "$calls"
+else
+    echo "fuzz builds: the default and the hardened build disagree (or did not run):" >&2
+    diff "$build/getters.digest" "$hardened/getters.digest" | head -n 20 >&2 || true
+    failed=$((failed + 1))
+fi
+targets+=(builds)
 echo "fuzz: $((${#targets[@]} - failed)) passed, $failed failed"
 ((failed == 0))

@@ -4,9 +4,11 @@
 #   2. that build installed into a temporary prefix, and the example plug-in
 #      (examples/plugin) built against the installed package and tested
 #   3. the whole suite under AddressSanitizer and UndefinedBehaviorSanitizer
-#   4. the concurrency test under ThreadSanitizer
-#   5. 64-bit Arm cross build, the whole suite under qemu-user
-#   6. each libFuzzer target for a bounded time (FUZZ_SECONDS, default 45)
+#   4. the whole suite on the hardened build (METAUTILS_HARDENED), under the
+#      same sanitizers
+#   5. the concurrency test under ThreadSanitizer
+#   6. 64-bit Arm cross build, the whole suite under qemu-user
+#   7. each libFuzzer target for a bounded time (FUZZ_SECONDS, default 45)
 # scripts/test.sh --quick runs stages 1 and 2 only.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -43,6 +45,11 @@ stage "AddressSanitizer and UndefinedBehaviorSanitizer"
 build build-asan -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS="$san" \
     -DCMAKE_EXE_LINKER_FLAGS="$san" -DCMAKE_SHARED_LINKER_FLAGS="$san"
 ASAN_OPTIONS=detect_leaks=1 ctest --test-dir build-asan --output-on-failure -j2
+
+stage "hardened build: AddressSanitizer and UndefinedBehaviorSanitizer"
+build build-hard-asan -DCMAKE_BUILD_TYPE=Debug -DMETAUTILS_HARDENED=ON -DCMAKE_CXX_FLAGS="$san" \
+    -DCMAKE_EXE_LINKER_FLAGS="$san" -DCMAKE_SHARED_LINKER_FLAGS="$san"
+ASAN_OPTIONS=detect_leaks=1 ctest --test-dir build-hard-asan --output-on-failure -j2
 
 stage "ThreadSanitizer: concurrent first use"
 tsan="-fsanitize=thread"

@@ -3,8 +3,10 @@
 // put through the same checks (value, null output, absent tag, null container),
 // then the record getters and setters.
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -328,6 +330,55 @@ TEST_P(SkeletonGetter, FailuresLeaveTheOutput) {
         EXPECT_EQ(Lines(), (r.checksMetadata ? LineList{checked} : LineList{kArgNull, fail}));
     }
     EXPECT_EQ(out, Before());
+}
+
+// Payload bytes a row's read takes where that is not the output's size.
+size_t ReadBytes(const Row& r) {
+    static const std::map<std::string, size_t> kOther = {
+        {"GetLaserDist", 4},
+        {"GetBurstInfoShutter", 8},
+        {"GetBurstInfoExpIndex", 12},
+        {"GetPreviewExposure", 8},
+        {"GetIsZSLEnableReal", 1},
+        {"GetIsZSLEnable", 1},
+        {"GetAFState", 1},
+        {"GetAFMode", 1},
+        {"GetANDROIDFlashMode", 1},
+        {"GetBurstInfoBpsIspGainShort", 0},
+    };
+    const auto it = kOther.find(r.method);
+    return it != kOther.end() ? it->second : r.expected.size();
+}
+
+// A payload of bytes one short of the read. The default build trusts the tag
+// and reads on into the container's zero padding; the hardened build, on a
+// container without padding, refuses it with one line naming the tag and
+// keeps the output. (AF state and mode and the flash mode read a word from a
+// one-byte tag: their shortest payload is the byte.)
+TEST_P(SkeletonGetter, PayloadOneByteShortOfTheRead) {
+    const Row& r = GetParam();
+    const size_t reads = ReadBytes(r);
+    if (reads < 2) GTEST_SKIP() << "a shorter payload is an empty one";
+    kvhost::setExactPayloads(KVTEST_HARDENED);
+    std::vector<uint8_t> bytes = r.payload.bytes;
+    bytes.resize(reads - 1);
+    const int put = Holder().putAnyType(r.tag.Id(), TagType::Byte, bytes.data(), bytes.size());
+    kvhost::setExactPayloads(false);
+    ASSERT_EQ(put, 0);
+    std::vector<uint8_t> out = Before();
+    const int rc = r.invoke(utils, md, out.data());
+    if (!KVTEST_HARDENED) {
+        EXPECT_EQ(rc, 0);
+        return;
+    }
+    EXPECT_EQ(rc, -1);
+    EXPECT_EQ(out, Before());
+    char tag[16];
+    std::snprintf(tag, sizeof tag, "tag 0x%x", r.tag.id);
+    EXPECT_EQ(Lines(), (LineList{L(3, r.file, r.method,
+                                   std::string(r.tag.name ? r.tag.name : tag) +
+                                       " too short: " + std::to_string(reads - 1) +
+                                       " bytes, read needs " + std::to_string(reads))}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, SkeletonGetter, ::testing::ValuesIn(kRows),

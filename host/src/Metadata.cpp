@@ -2,6 +2,7 @@
 #include "kvhost/Metadata.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <mutex>
@@ -12,16 +13,21 @@ namespace {
 
 constexpr size_t kAlign = 8;
 
+std::atomic<bool> gExactPayloads{false};
+
 // At least one aligned word even for an empty or one-byte payload, so that a
-// reader loading a 32-bit word from a one-byte tag stays inside the block.
+// reader loading a 32-bit word from a one-byte tag stays inside the block;
+// exactly the payload when exact payloads are on.
 size_t blockBytesFor(size_t payloadBytes) {
+    if (gExactPayloads.load(std::memory_order_relaxed)) return payloadBytes;
     const size_t bytes = std::max(payloadBytes, kAlign);
     return (bytes + kAlign - 1) / kAlign * kAlign;
 }
 
-// Zero-filled and 8-byte aligned; null when out of memory.
-std::unique_ptr<uint64_t[]> allocateBlock(size_t bytes) {
-    return std::unique_ptr<uint64_t[]>(new (std::nothrow) uint64_t[bytes / sizeof(uint64_t)]());
+// Zero-filled; null when out of memory. The allocation of an array of bytes
+// is aligned for any fundamental type, so 8 bytes at least.
+std::unique_ptr<uint8_t[]> allocateBlock(size_t bytes) {
+    return std::unique_ptr<uint8_t[]>(new (std::nothrow) uint8_t[bytes]());
 }
 
 }  // namespace
@@ -55,9 +61,14 @@ std::shared_ptr<Metadata> Metadata::clone() const {
     }
 }
 
-int Metadata::store(uint32_t tag, TagType type, const void* data, size_t count) {
+void setExactPayloads(bool on) {
+    gExactPayloads.store(on, std::memory_order_relaxed);
+}
+
+int Metadata::store(uint32_t tag, TagType type, const void* data, size_t count, bool anyType) {
     const TagInfo* info = findTag(tag);
-    if (info == nullptr || info->type != type) return kInvalid;
+    if (info == nullptr || (info->type != type && !anyType)) return kInvalid;
+    if (typeSize(type) == 0) return kInvalid;
     if (count != 0 && data == nullptr) return kInvalid;
     const size_t elementSize = typeSize(type);
     if (count > (SIZE_MAX - kAlign) / elementSize) return kInvalid;
@@ -68,7 +79,7 @@ int Metadata::store(uint32_t tag, TagType type, const void* data, size_t count) 
     if (payloadBytes != 0) std::memcpy(block.get(), data, payloadBytes);
 
     // The replaced block is freed after the lock is released.
-    std::unique_ptr<uint64_t[]> replaced;
+    std::unique_ptr<uint8_t[]> replaced;
     try {
         std::unique_lock<std::shared_mutex> lock(mutex_);
         auto it = std::lower_bound(entries_.begin(), entries_.end(), tag,
@@ -100,7 +111,7 @@ camera_metadata_ro_entry_t Metadata::lookup(uint32_t tag) const {
     entry.index = static_cast<size_t>(it - entries_.begin());
     entry.type = static_cast<uint8_t>(it->type);
     entry.count = it->count;
-    entry.data.u8 = reinterpret_cast<const uint8_t*>(it->block.get());
+    entry.data.u8 = it->block.get();
     return entry;
 }
 
@@ -111,6 +122,10 @@ int Metadata::put(uint32_t tag, TagType type, const void* data, size_t count) {
 int Metadata::put(const char* name, TagType type, const void* data, size_t count) {
     const TagInfo* info = findTag(name);
     return info != nullptr ? store(info->id, type, data, count) : kInvalid;
+}
+
+int Metadata::putAnyType(uint32_t tag, TagType type, const void* data, size_t count) {
+    return store(tag, type, data, count, true);
 }
 
 int Metadata::putBytes(uint32_t tag, const void* data, size_t count) {
@@ -172,7 +187,7 @@ int Metadata::putEmpty(const char* name) {
 }
 
 bool Metadata::erase(uint32_t tag) {
-    std::unique_ptr<uint64_t[]> removed;
+    std::unique_ptr<uint8_t[]> removed;
     std::unique_lock<std::shared_mutex> lock(mutex_);
     auto it = std::lower_bound(entries_.begin(), entries_.end(), tag,
                                [](const Entry& e, uint32_t t) { return e.tag < t; });

@@ -122,6 +122,9 @@ public:
     // failure. KvMetadata::update comes here.
     int put(uint32_t tag, TagType type, const void* data, size_t count);
     int put(const char* name, TagType type, const void* data, size_t count);
+    // put() of a type other than the tag's declared one, as a faulty writer
+    // on a device may store it: for tests of readers' checks.
+    int putAnyType(uint32_t tag, TagType type, const void* data, size_t count);
 
     // Typed forms of put(); the name forms resolve through the tag table.
     int putBytes(uint32_t tag, const void* data, size_t count);
@@ -157,16 +160,21 @@ private:
         uint32_t tag;
         TagType type;
         size_t count;
-        std::unique_ptr<uint64_t[]> block;  // uint64_t gives the 8-byte alignment
+        std::unique_ptr<uint8_t[]> block;
         size_t blockBytes;
     };
 
-    int store(uint32_t tag, TagType type, const void* data, size_t count);
+    int store(uint32_t tag, TagType type, const void* data, size_t count, bool anyType = false);
     camera_metadata_ro_entry_t lookup(uint32_t tag) const;
 
     mutable std::shared_mutex mutex_;
     std::vector<Entry> entries_;  // ascending by tag
 };
+
+// Exact payloads: blocks of exactly the payload's bytes, without the zero
+// padding, so that AddressSanitizer reports a read past any payload's end.
+// Applies to entries stored from then on. Off by default. Thread-safe.
+void setExactPayloads(bool on);
 
 // Static metadata behind StaticMetadataWraper::getStaticMetadata(cameraId).
 // Registering a null pointer removes the camera. Thread-safe.

@@ -622,6 +622,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     if (gDigest != nullptr) std::fflush(gDigest);
     kvhost::clearStaticMetadata();
-    kvhost::clearAdapterCalls();
     return 0;
 }

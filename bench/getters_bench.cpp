@@ -1,0 +1,120 @@
+// Each shape of getter against the floor: what a plug-in writes by hand with
+// the container, KvMetadata::find of the same tag and the copy of its value;
+// and against that floor plus the one copy of the std::shared_ptr that the
+// interface's by-value parameter costs each call.
+#include <cstring>
+
+#include "MetaDefs.h"
+#include "Ratios.h"
+#include "Scene.h"
+
+namespace kvbench {
+namespace {
+
+namespace tag = kvalgo2::tag;
+
+// ---- Floors ---------------------------------------------------------------
+// Out of line, as the library's getters are to a plug-in.
+
+template <typename T>
+int CopyValue(const camera_metadata_ro_entry_t& e, T* out) {
+    if (e.count == 0) return -1;
+    std::memcpy(out, e.data.u8, sizeof(T));
+    return 0;
+}
+
+__attribute__((noinline)) int FloorSensitivity(const KvMetadata& md, int* out) {
+    return CopyValue(md.find(tag::ANDROID_SENSOR_SENSITIVITY), out);
+}
+
+__attribute__((noinline)) int FloorThermalLevel(const KvMetadata& md, int* out) {
+    return CopyValue(md.find("kovani.thermal.thermalLevel"), out);
+}
+
+__attribute__((noinline)) int FloorSmartAe(const KvMetadata& md,
+                                           KV_SMARTAE::SmartAEProcOutput* out) {
+    return CopyValue(md.find("kovani.ai.asd.SmartAE"), out);
+}
+
+// The static getter by hand: the frame's framework camera id, that camera's
+// static metadata, the tag in it.
+__attribute__((noinline)) int FloorActiveArray(const KvMetadata& md, kvalgo2::ChiRect* out) {
+    int cameraId = 0;
+    if (CopyValue(md.find("kovani.snapshot.fwkCameraId"), &cameraId) != 0) return -1;
+    const std::shared_ptr<KvMetadata> stat =
+        StaticMetadataWraper::getInstance()->getStaticMetadata(static_cast<uint32_t>(cameraId));
+    if (!stat) return -1;
+    return CopyValue(stat->find(tag::ANDROID_SENSOR_INFO_ACTIVE_ARRAY_SIZE), out);
+}
+
+// The floor behind the interface's parameter: a shared_ptr taken by value.
+template <typename Out, int (*Floor)(const KvMetadata&, Out*)>
+__attribute__((noinline)) int WithSharedCopy(std::shared_ptr<KvMetadata> md, Out* out) {
+    return Floor(*md, out);
+}
+
+// ---- Benchmarks of one shape ------------------------------------------------
+
+template <typename Out>
+using Getter = int (kvalgo2::MetaUtils::*)(std::shared_ptr<KvMetadata>, Out*);
+
+template <typename Out, int (*Floor)(const KvMetadata&, Out*)>
+void RegisterShape(const std::string& shape, Getter<Out> getter, const char* getterName,
+                   bool scalar) {
+    const std::string prefix = "getter/" + shape + "/";
+    Register(prefix + "floor", [](benchmark::State& state) {
+        const std::shared_ptr<KvMetadata> md = scene().frame;
+        Out out{};
+        if (!Expect(state, Floor(*md, &out) == 0, "floor failed")) return;
+        for (auto _ : state) {
+            benchmark::DoNotOptimize(Floor(*md, &out));
+            benchmark::DoNotOptimize(out);
+        }
+    });
+    Register(prefix + "floor+shared_ptr", [](benchmark::State& state) {
+        const std::shared_ptr<KvMetadata> md = scene().frame;
+        Out out{};
+        for (auto _ : state) {
+            benchmark::DoNotOptimize(WithSharedCopy<Out, Floor>(md, &out));
+            benchmark::DoNotOptimize(out);
+        }
+    });
+    Register(prefix + getterName, [getter](benchmark::State& state) {
+        const std::shared_ptr<KvMetadata> md = scene().frame;
+        kvalgo2::MetaUtils utils = Utils();
+        Out out{};
+        Out expected{};
+        Floor(*md, &expected);
+        if (!Expect(
+                state,
+                (utils.*getter)(md, &out) == 0 && std::memcmp(&out, &expected, sizeof(Out)) == 0,
+                "getter did not give the tag's value")) {
+            return;
+        }
+        for (auto _ : state) {
+            benchmark::DoNotOptimize((utils.*getter)(md, &out));
+            benchmark::DoNotOptimize(out);
+        }
+    });
+    const std::string measured = prefix + getterName;
+    AddRatio({shape + ": " + getterName + " / floor", measured, prefix + "floor", 0, ""});
+    AddRatio({shape + ": " + getterName + " / floor+shared_ptr", measured,
+              prefix + "floor+shared_ptr", scalar ? 1.3 : 0, ""});
+}
+
+}  // namespace
+
+void RegisterGetterBenchmarks() {
+    scene();
+    RegisterShape<int, FloorSensitivity>("by-id scalar", &kvalgo2::MetaUtils::GetSensitivity,
+                                         "GetSensitivity", true);
+    RegisterShape<int, FloorThermalLevel>("by-name scalar", &kvalgo2::MetaUtils::GetThermalLevel,
+                                          "GetThermalLevel", true);
+    RegisterShape<kvalgo2::ChiRect, FloorActiveArray>("static via fwkCameraId",
+                                                      &kvalgo2::MetaUtils::GetActiveArraySize,
+                                                      "GetActiveArraySize", true);
+    RegisterShape<KV_SMARTAE::SmartAEProcOutput, FloorSmartAe>(
+        "record copy (448 B)", &kvalgo2::MetaUtils::GetSmartAeInfo, "GetSmartAeInfo", false);
+}
+
+}  // namespace kvbench

@@ -53,6 +53,19 @@ __attribute__((noinline)) int WithSharedCopy(std::shared_ptr<KvMetadata> md, Out
     return Floor(*md, out);
 }
 
+// The interface's own floor: the getter takes the shared_ptr by value and
+// hands it on, moved, to the lookup primitive, which takes it by value too
+// (GetMetaData's signature) and finds the tag.
+template <typename Out, int (*Floor)(const KvMetadata&, Out*)>
+__attribute__((noinline)) int Primitive(std::shared_ptr<KvMetadata> md, Out* out) {
+    return Floor(*md, out);
+}
+
+template <typename Out, int (*Floor)(const KvMetadata&, Out*)>
+__attribute__((noinline)) int ThroughPrimitive(std::shared_ptr<KvMetadata> md, Out* out) {
+    return Primitive<Out, Floor>(std::move(md), out);
+}
+
 // ---- Benchmarks of one shape ------------------------------------------------
 
 template <typename Out>
@@ -79,6 +92,14 @@ void RegisterShape(const std::string& shape, Getter<Out> getter, const char* get
             benchmark::DoNotOptimize(out);
         }
     });
+    Register(prefix + "floor+shared_ptr+primitive", [](benchmark::State& state) {
+        const std::shared_ptr<KvMetadata> md = scene().frame;
+        Out out{};
+        for (auto _ : state) {
+            benchmark::DoNotOptimize(ThroughPrimitive<Out, Floor>(md, &out));
+            benchmark::DoNotOptimize(out);
+        }
+    });
     Register(prefix + getterName, [getter](benchmark::State& state) {
         const std::shared_ptr<KvMetadata> md = scene().frame;
         kvalgo2::MetaUtils utils = Utils();
@@ -100,6 +121,8 @@ void RegisterShape(const std::string& shape, Getter<Out> getter, const char* get
     AddRatio({shape + ": " + getterName + " / floor", measured, prefix + "floor", 0, ""});
     AddRatio({shape + ": " + getterName + " / floor+shared_ptr", measured,
               prefix + "floor+shared_ptr", scalar ? 1.3 : 0, ""});
+    AddRatio({shape + ": " + getterName + " / floor+shared_ptr+primitive", measured,
+              prefix + "floor+shared_ptr+primitive", 0, ""});
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Ratios.h"
@@ -111,6 +112,10 @@ benchmark::internal::Benchmark* Register(const std::string& name,
 }  // namespace kvbench
 
 int main(int argc, char** argv) {
+    // A camera pipeline runs many threads, so its reference counts are
+    // atomic; libstdc++ counts non-atomically until a process's first thread
+    // starts. One started here makes this process count as the pipeline does.
+    std::thread([] {}).join();
     // Built first: the role statics of the sensor type are then the scene's.
     kvbench::scene();
     for (int i = 1; i < argc; ++i) {

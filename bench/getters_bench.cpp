@@ -3,6 +3,7 @@
 // and against that floor plus the one copy of the std::shared_ptr that the
 // interface's by-value parameter costs each call.
 #include <cstring>
+#include <utility>
 
 #include "MetaDefs.h"
 #include "Ratios.h"
@@ -84,22 +85,19 @@ void RegisterShape(const std::string& shape, Getter<Out> getter, const char* get
             benchmark::DoNotOptimize(out);
         }
     });
-    Register(prefix + "floor+shared_ptr", [](benchmark::State& state) {
-        const std::shared_ptr<KvMetadata> md = scene().frame;
-        Out out{};
-        for (auto _ : state) {
-            benchmark::DoNotOptimize(WithSharedCopy<Out, Floor>(md, &out));
-            benchmark::DoNotOptimize(out);
-        }
-    });
-    Register(prefix + "floor+shared_ptr+primitive", [](benchmark::State& state) {
-        const std::shared_ptr<KvMetadata> md = scene().frame;
-        Out out{};
-        for (auto _ : state) {
-            benchmark::DoNotOptimize(ThroughPrimitive<Out, Floor>(md, &out));
-            benchmark::DoNotOptimize(out);
-        }
-    });
+    // The floor behind the interface's parameter, alone and handed on.
+    for (const auto& [suffix, call] :
+         {std::pair{"floor+shared_ptr", &WithSharedCopy<Out, Floor>},
+          std::pair{"floor+shared_ptr+primitive", &ThroughPrimitive<Out, Floor>}}) {
+        Register(prefix + suffix, [call = call](benchmark::State& state) {
+            const std::shared_ptr<KvMetadata> md = scene().frame;
+            Out out{};
+            for (auto _ : state) {
+                benchmark::DoNotOptimize(call(md, &out));
+                benchmark::DoNotOptimize(out);
+            }
+        });
+    }
     Register(prefix + getterName, [getter](benchmark::State& state) {
         const std::shared_ptr<KvMetadata> md = scene().frame;
         kvalgo2::MetaUtils utils = Utils();

@@ -29,7 +29,7 @@ configure() {  # configure <dir> [cmake args...]
 }
 frame_median() {  # frame_median <bench binary>: the plug-in frame's median CPU ns
     "$1" --benchmark_filter='^frame/plug-in frame$' --benchmark_repetitions="$repetitions" \
-        --benchmark_report_aggregates_only=true |
+        --benchmark_report_aggregates_only=true 2>/dev/null |
         awk -F'\t' '$1 == "median-ns" && $2 == "frame/plug-in frame" { print $3 }'
 }
 

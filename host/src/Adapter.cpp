@@ -97,7 +97,10 @@ public:
     std::shared_ptr<adapter::PlatformInfoHolder> getPlatformInfoHolder() override {
         record(AdapterOp::GetHolder);
         if (!fromScript([](const AdapterScript& a) { return a.holderAvailable; })) return nullptr;
-        return std::make_shared<Holder>();
+        // One holder for the process, as a device's adapter keeps one: handing
+        // it out costs a reference count, not an allocation on every call.
+        static const std::shared_ptr<Holder> holder = std::make_shared<Holder>();
+        return holder;
     }
 };
 

@@ -41,7 +41,7 @@ int MetaUtils::GetMetaData(std::shared_ptr<KvMetadata> metadata, const char* tag
                            uint32_t tagId, void** data, uint32_t* count) {
     detail::TagRef tag(tagId);
     tag.name = tagName;
-    return detail::FindPayload(std::move(metadata), tag, data, count, nullptr);
+    return detail::FindPayload(metadata, tag, data, count, nullptr);
 }
 
 namespace detail {
@@ -50,24 +50,21 @@ namespace detail {
 #define KV_LOOKUP_LOG(level, fmt) \
     log::Write(log::LogSite{__FILE__, "GetMetaData", __LINE__}, level, KV_LOG_PREFIX fmt)
 
-int FindPayload(std::shared_ptr<KvMetadata> metadata, TagRef tag, void** data, uint32_t* count,
-                size_t* bytes) {
+int FindFailed(const std::shared_ptr<KvMetadata>& metadata, const camera_metadata_ro_entry_t* entry,
+               void** data, uint32_t* count, size_t* bytes) {
     if (!metadata) {
         KV_LOOKUP_LOG(4, "pArg is null");
         return -2;
     }
-    if (tag.name == nullptr && tag.id == 0) {
+    if (entry == nullptr) {  // neither tag name nor id
         KV_LOOKUP_LOG(4, "pArg is null");
         return -2;
     }
-    // A name wins over an id when both are given.
-    const camera_metadata_ro_entry_t entry =
-        tag.name != nullptr ? metadata->find(tag.name) : metadata->find(tag.id);
-    if (entry.count != 0) {
-        *data = const_cast<uint8_t*>(entry.data.u8);
-        if (count != nullptr) *count = static_cast<uint32_t>(entry.count);
-        if (bytes != nullptr) *bytes = PayloadBytes(entry);
-        if (*data != nullptr) return 0;
+    if (entry->count != 0) {
+        // Elements without data: the pointer is written as it is, null.
+        *data = const_cast<uint8_t*>(entry->data.u8);
+        if (count != nullptr) *count = static_cast<uint32_t>(entry->count);
+        if (bytes != nullptr) *bytes = PayloadBytes(*entry);
         KV_LOOKUP_LOG(3, "GetMetadata err");
         return -2;
     }
@@ -623,7 +620,7 @@ int MetaUtils::GetMotionCaptureAnchorOrder(std::shared_ptr<KvMetadata> metadata,
     KV_LOG(2, "zslMcBandingType: 0x%x, isZslFlkMotionCap: %d", banding, isZslFlkMotionCap);
     if (!isZslFlkMotionCap) return -1;
 
-    if (const int ret = detail::LookUp(KV_HERE, std::move(metadata), kAnchorTag,
+    if (const int ret = detail::LookUp(KV_HERE, metadata, kAnchorTag,
                                        KV_FULL("GetMetadata kovani.motion.capture.anchorInfo err",
                                                "get kovani.motion.capture.anchorInfo pData null"),
                                        &payload)) {
@@ -719,8 +716,8 @@ int MetaUtils::GetImageName(std::shared_ptr<KvMetadata> metadata, char (*name)[1
     if (name == nullptr) return detail::ArgErr(KV_HERE);
     constexpr detail::TagRef kTag("kovani.snapshot.imageName");
     detail::Payload payload;
-    if (const int ret = detail::LookUp(KV_HERE, std::move(metadata), kTag,
-                                       KV_TAG_MESSAGES("imageName"), &payload)) {
+    if (const int ret =
+            detail::LookUp(KV_HERE, metadata, kTag, KV_TAG_MESSAGES("imageName"), &payload)) {
         return ret;
     }
     if (detail::kHardened) {

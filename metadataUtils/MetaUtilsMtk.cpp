@@ -106,7 +106,7 @@ int MetaUtils::GetTFNRExpRatio(std::shared_ptr<KvMetadata> metadata, float* rati
     constexpr detail::TagRef kTag("kovani.hdr.custom.adjustratio");
     detail::Payload payload;
     if (const int ret =
-            detail::LookUp(KV_HERE, std::move(metadata), kTag,
+            detail::LookUp(KV_HERE, metadata, kTag,
                            KV_SHORT("GetMetadata kovani.hdr.custom.adjustratio fail"), &payload)) {
         return ret;
     }
@@ -141,7 +141,7 @@ int MetaUtils::GetBurstInfoAdrcGain(std::shared_ptr<KvMetadata> metadata, float*
     // answers -1 silently although the gain is written.
     void* data = const_cast<void*>(payload.data);
     size_t bytes = payload.bytes;
-    const int ret = detail::FindPayload(std::move(metadata), kSafeTag, &data, nullptr,
+    const int ret = detail::FindPayload(metadata, kSafeTag, &data, nullptr,
                                         detail::kHardened ? &bytes : nullptr);
     if (const int shortRet = detail::CheckPayload(KV_HERE, kSafeTag, bytes, sizeof(uint8_t))) {
         return shortRet;
@@ -207,8 +207,7 @@ int MetaUtils::GetGTMTable(std::shared_ptr<KvMetadata> metadata, int* table) {
     if (table == nullptr) return detail::ArgErr(KV_HERE);
     constexpr detail::TagRef kTag("kovani.hdr.gtm.curve");
     detail::Payload payload;
-    if (const int ret =
-            detail::LookUp(KV_HERE, std::move(metadata), kTag, kDefaultMessages, &payload)) {
+    if (const int ret = detail::LookUp(KV_HERE, metadata, kTag, kDefaultMessages, &payload)) {
         return ret;
     }
     if (const int ret = detail::CheckPayload(KV_HERE, kTag, payload, 1152 + sizeof(int32_t))) {
@@ -244,7 +243,7 @@ int MetaUtils::GetAWBGain(std::shared_ptr<KvMetadata> metadata, AWBGain& gain, b
     valid = false;
     constexpr detail::TagRef kTag(tag::MTK_COLOR_CORRECTION_GAINS);
     detail::Payload payload;
-    if (const int ret = detail::LookUp(KV_HERE, std::move(metadata), kTag,
+    if (const int ret = detail::LookUp(KV_HERE, metadata, kTag,
                                        KV_TAG_MESSAGES("MTK_COLOR_CORRECTION_GAINS"), &payload)) {
         return ret;
     }
@@ -274,8 +273,8 @@ int MetaUtils::GetBPSGammaOutput(std::shared_ptr<KvMetadata> metadata, bool* val
     float curve[kGammaPoints] = {};
     void* data = nullptr;
     size_t bytes = 0;
-    const int ret = detail::FindPayload(std::move(metadata), kTag, &data, nullptr,
-                                        detail::kHardened ? &bytes : nullptr);
+    const int ret =
+        detail::FindPayload(metadata, kTag, &data, nullptr, detail::kHardened ? &bytes : nullptr);
     const bool isValid = ret == 0 && data != nullptr;
     if (isValid) {
         // The only -1 of this getter: a lookup into a null pointer never
@@ -319,7 +318,7 @@ int MetaUtils::GetPreviewBrightnessInfo(std::shared_ptr<KvMetadata> metadata,
     if (info == nullptr) return detail::ArgErr(KV_HERE);
     constexpr detail::TagRef kTag("kovani.histogram.stats");
     detail::Payload payload;
-    if (const int ret = detail::LookUp(KV_HERE, std::move(metadata), kTag,
+    if (const int ret = detail::LookUp(KV_HERE, metadata, kTag,
                                        KV_TAG_MESSAGES("kovani.histogram.stats"), &payload)) {
         return ret;
     }
@@ -358,7 +357,7 @@ int MetaUtils::GetSensorDynamicBlackLevel(std::shared_ptr<KvMetadata> metadata, 
     float scale = 1.0f;
     void* data = const_cast<void*>(payload.data);
     size_t bytes = 0;
-    if (detail::FindPayload(std::move(metadata), kBppTag, &data, nullptr,
+    if (detail::FindPayload(metadata, kBppTag, &data, nullptr,
                             detail::kHardened ? &bytes : nullptr) == 0) {
         if (const int ret = detail::CheckPayload(KV_HERE, kBppTag, bytes, sizeof(int32_t))) {
             return ret;
@@ -381,8 +380,8 @@ int MetaUtils::GetColorCorrectionTransform(std::shared_ptr<KvMetadata> metadata,
     constexpr detail::TagRef kTag("kovani.supernight.color.correction.transform");
     void* data = nullptr;
     size_t bytes = 0;
-    if (detail::FindPayload(std::move(metadata), kTag, &data, nullptr,
-                            detail::kHardened ? &bytes : nullptr) != 0) {
+    if (detail::FindPayload(metadata, kTag, &data, nullptr, detail::kHardened ? &bytes : nullptr) !=
+        0) {
         KV_LOG(3, "get kovani.supernight.color.correction.transform fail");
         return -1;  // whatever the lookup answered
     }
@@ -411,8 +410,7 @@ int MetaUtils::GetHdrEnabled(std::shared_ptr<KvMetadata> metadata, int* hdrEnabl
     if (detail::FindPayload(metadata, tag, &data, nullptr, bytesOut) != 0) {
         KV_LOG(1, "cannot find kovani.hdr.raw.enabled");
         tag = detail::TagRef("kovani.hdr.enabled");
-        if (const int ret =
-                detail::FindPayload(std::move(metadata), tag, &data, nullptr, bytesOut)) {
+        if (const int ret = detail::FindPayload(metadata, tag, &data, nullptr, bytesOut)) {
             KV_LOG(3, "GetMetadata kovani.hdr.enabled err");
             return ret;
         }
@@ -591,7 +589,7 @@ int MetaUtils::GetFacesInfoHolder(std::shared_ptr<KvMetadata> metadata, int** fa
     // a count.
     if (faces == nullptr) return detail::ArgErr(KV_HERE);
     detail::Payload payload;
-    if (const int ret = detail::LookUp(KV_HERE, std::move(metadata), "kovani.bokeh.faceInfo",
+    if (const int ret = detail::LookUp(KV_HERE, metadata, "kovani.bokeh.faceInfo",
                                        KV_TAG_MESSAGES("kovani.bokeh.faceInfo"), &payload)) {
         return ret;
     }

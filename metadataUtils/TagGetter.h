@@ -165,13 +165,35 @@ struct Payload {
     size_t bytes = 0;
 };
 
-// The lookup primitive's steps (MetaUtils::GetMetaData, whose lines these
-// are), with the payload's length in bytes in *bytes when asked for.
-int FindPayload(std::shared_ptr<KvMetadata> metadata, TagRef tag, void** data, uint32_t* count,
-                size_t* bytes);
-
 // Bytes of the payload of a container entry.
 size_t PayloadBytes(const camera_metadata_ro_entry_t& entry);
+
+// The lookup primitive's outcomes other than a payload found: a bad
+// argument (entry null), an entry without data, an absent tag; each with
+// its line, as MetaUtils::GetMetaData writes it.
+int FindFailed(const std::shared_ptr<KvMetadata>& metadata, const camera_metadata_ro_entry_t* entry,
+               void** data, uint32_t* count, size_t* bytes);
+
+// The lookup primitive's steps (MetaUtils::GetMetaData, whose lines these
+// are), with the payload's length in bytes in *bytes when asked for. A
+// payload found, every getter's common case, is handled here, inline in the
+// getter; the rest in FindFailed.
+inline int FindPayload(const std::shared_ptr<KvMetadata>& metadata, TagRef tag, void** data,
+                       uint32_t* count, size_t* bytes) {
+    if (!metadata || (tag.name == nullptr && tag.id == 0)) {
+        return FindFailed(metadata, nullptr, data, count, bytes);
+    }
+    // A name wins over an id when both are given.
+    const camera_metadata_ro_entry_t entry =
+        tag.name != nullptr ? metadata->find(tag.name) : metadata->find(tag.id);
+    if (entry.count == 0 || entry.data.u8 == nullptr) {
+        return FindFailed(metadata, &entry, data, count, bytes);
+    }
+    *data = const_cast<uint8_t*>(entry.data.u8);
+    if (count != nullptr) *count = static_cast<uint32_t>(entry.count);
+    if (bytes != nullptr) *bytes = PayloadBytes(entry);
+    return 0;
+}
 
 // The hardened check of a read of `need` bytes: 0 when the payload holds
 // them, else a level-3 line naming the tag and -1. Always 0 in the default
@@ -188,13 +210,12 @@ inline int CheckPayload(const log::LogSite& at, TagRef tag, const Payload& paylo
 // Steps 2 to 4 of the skeleton on a container: the lookup, its failure and
 // empty-data messages. 0 with *payload set, or the getter's result after the
 // message. Special getters that begin like the skeleton start with it too.
-inline int LookUp(const log::LogSite& at, std::shared_ptr<KvMetadata> metadata, TagRef tag,
+inline int LookUp(const log::LogSite& at, const std::shared_ptr<KvMetadata>& metadata, TagRef tag,
                   const Messages& messages, Payload* payload) {
     void* found = nullptr;
     uint32_t count = 0;
     size_t bytes = 0;
-    const int ret =
-        FindPayload(std::move(metadata), tag, &found, &count, kHardened ? &bytes : nullptr);
+    const int ret = FindPayload(metadata, tag, &found, &count, kHardened ? &bytes : nullptr);
     if (ret != 0) {
         log::Write(at, messages.lookupFailLevel, messages.lookupFail);
         return ret;
@@ -226,11 +247,11 @@ int Store(const log::LogSite& at, TagRef tag, const Payload& payload, const Read
 
 // The skeleton. `at` is the getter's own site, so every line names it.
 template <typename Out>
-int ReadTag(const log::LogSite& at, std::shared_ptr<KvMetadata> metadata, Out* out,
+int ReadTag(const log::LogSite& at, const std::shared_ptr<KvMetadata>& metadata, Out* out,
             const TagGetter<Out>& row) {
     if (out == nullptr || (row.checkMetadata && !metadata)) return ArgErr(at);
     Payload payload;
-    if (const int ret = LookUp(at, std::move(metadata), row.tag, row.messages, &payload)) {
+    if (const int ret = LookUp(at, metadata, row.tag, row.messages, &payload)) {
         return ret;
     }
     if (const int ret = Store(at, row.tag, payload, row.read, out)) return ret;
@@ -261,7 +282,7 @@ int ReadCameraStaticTag(const log::LogSite& at, int cameraId, Out* out,
     std::shared_ptr<KvMetadata> stat =
         StaticMetadataWraper::getInstance()->getStaticMetadata(static_cast<uint32_t>(cameraId));
     Payload payload;
-    if (const int ret = LookUp(at, std::move(stat), row.tag, row.messages, &payload)) {
+    if (const int ret = LookUp(at, stat, row.tag, row.messages, &payload)) {
         return ret;
     }
     if (const int ret = Store(at, row.tag, payload, row.read, out)) return ret;
@@ -291,7 +312,7 @@ int ReadStaticTag(MetaUtils& self, const log::LogSite& at, std::shared_ptr<KvMet
 #define KV_TAG_GETTER(Method, Out, ...)                                     \
     int MetaUtils::Method(std::shared_ptr<KvMetadata> metadata, Out* out) { \
         static constexpr detail::TagGetter<Out> kRow{__VA_ARGS__};          \
-        return detail::ReadTag(KV_HERE, std::move(metadata), out, kRow);    \
+        return detail::ReadTag(KV_HERE, metadata, out, kRow);               \
     }
 
 // A getter of the frame's camera's static metadata.
@@ -305,7 +326,7 @@ int ReadStaticTag(MetaUtils& self, const log::LogSite& at, std::shared_ptr<KvMet
 #define KV_TAG_GETTER_IGNORING_INT(Method, Out, ...)                             \
     int MetaUtils::Method(std::shared_ptr<KvMetadata> metadata, Out* out, int) { \
         static constexpr detail::TagGetter<Out> kRow{__VA_ARGS__};               \
-        return detail::ReadTag(KV_HERE, std::move(metadata), out, kRow);         \
+        return detail::ReadTag(KV_HERE, metadata, out, kRow);                    \
     }
 
 namespace kvalgo2 {

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "Capture.h"
 #include "InspectCase.h"
@@ -18,14 +19,14 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
-    inspect::Capture capture;
+    kvhost::loader::Capture capture;
     try {
-        capture = inspect::parseCapture(text, "f");
-    } catch (const inspect::InputError& e) {
+        capture = kvhost::loader::parseCapture(text, "f");
+    } catch (const kvhost::loader::InputError& e) {
         KVFUZZ_CHECK(std::string(e.what()).rfind("f: ", 0) == 0, "error without the file: %s",
                      e.what());
         return 0;
     }
-    kvfuzz::RunCapture(capture);
+    kvfuzz::RunCapture(std::move(capture));
     return 0;
 }

@@ -21,16 +21,16 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string_view text(reinterpret_cast<const char*>(data), size);
-    inspect::Dump dump;
+    kvhost::loader::Dump dump;
     try {
-        dump = inspect::readDump(text, "f");
-    } catch (const inspect::InputError&) {
+        dump = kvhost::loader::readDump(text, "f");
+    } catch (const kvhost::loader::InputError&) {
         return 0;
     }
     for (size_t i = 0; i < dump.blocks.size(); ++i) {
-        const inspect::DumpBlock& b = dump.blocks[i];
+        const kvhost::loader::DumpBlock& b = dump.blocks[i];
         KVFUZZ_CHECK(b.number == static_cast<int>(i) + 1, "block %zu numbered %d", i, b.number);
-        for (const inspect::DumpEntry& e : b.entries) {
+        for (const kvhost::loader::DumpEntry& e : b.entries) {
             KVFUZZ_CHECK(e.bytes.size() == e.count * kvhost::typeSize(e.type),
                          "line %zu: %zu bytes for %zu values", e.line, e.bytes.size(), e.count);
         }
@@ -39,11 +39,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         KVFUZZ_CHECK(w.rfind("f:", 0) == 0 && w.size() > 2 && w[2] >= '1' && w[2] <= '9',
                      "warning without its line: %s", w.c_str());
     }
-    inspect::DumpOptions options;
+    kvhost::DumpOptions options;
     options.input.emplace(1920, 1080);  // a dump need not hold an active array
     try {
-        kvfuzz::RunCapture(inspect::captureFromDump(dump, options));
-    } catch (const inspect::InputError&) {
+        kvfuzz::RunCapture(kvhost::loader::captureFromDump(dump, options));
+    } catch (const kvhost::loader::InputError&) {
     }
     return 0;
 }

@@ -148,7 +148,7 @@ void InspectCapture(benchmark::State& state) {
 
 void RegisterCaptureBenchmarks() {
     Register("capture/readDump, 5 MB", ReadDump)->Unit(benchmark::kMillisecond);
-    Register("capture/loadFile, 5 MB dump", LoadDumpFile)->Unit(benchmark::kMillisecond);
+    Register("capture/loadCapture, 5 MB dump", LoadDumpFile)->Unit(benchmark::kMillisecond);
     Register("capture/metautils-inspect main-faces.json", InspectCapture)
         ->Unit(benchmark::kMillisecond);
 }

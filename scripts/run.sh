@@ -2,8 +2,9 @@
 # Sets up the machine, builds the library with its host stand-ins and
 # metautils-inspect, installs them into ./out and shows what every getter
 # returns for a capture: the bundled samples/main-faces.json, or the capture
-# description given. Further arguments go to the inspector:
+# description or device dump given. Further arguments go to the inspector:
 #   scripts/run.sh my-capture.json --logs --svg geometry.svg
+#   scripts/run.sh dumpsys.txt --list
 # Paths are taken relative to the folder it is run from.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)

@@ -64,7 +64,9 @@ bool parseNumber(std::string_view s, T* value, int base = 10) {
     return ec == std::errc() && ptr == end;
 }
 
-bool parseReal(std::string_view s, double* value) {
+// A float is read as a float, so the printed digits round as the device's did.
+template <typename Real>
+bool parseReal(std::string_view s, Real* value) {
     if (s.empty()) return false;
     const char* end = s.data() + s.size();
     const auto [ptr, ec] = std::from_chars(s.data(), end, *value);
@@ -171,14 +173,14 @@ std::string appendToken(OpenEntry& e, std::string_view token) {
     const TagType type = e.entry.type;
     std::vector<uint8_t>& bytes = e.entry.bytes;
     if (type == TagType::Float || type == TagType::Double) {
-        double v = 0;
-        if (!parseReal(token, &v)) return "\"" + std::string(token) + "\" is not a number";
+        float f = 0;
+        double d = 0;
+        const bool read = type == TagType::Float ? parseReal(token, &f) : parseReal(token, &d);
+        if (!read) return "\"" + std::string(token) + "\" is not a number";
         if (type == TagType::Float) {
-            float f = 0;  // read as a float, so the printed digits round as the device's did
-            std::from_chars(token.data(), token.data() + token.size(), f);
             append(bytes, f);
         } else {
-            append(bytes, v);
+            append(bytes, d);
         }
         return "";
     }

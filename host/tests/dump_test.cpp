@@ -259,33 +259,29 @@ TEST(DumpsysSample, SavedCaptureReadsBackToTheSamePayloads) {
 
 // ---- Dumps of a few blocks ------------------------------------------------
 
-Capture captureOf(const std::string& text, const DumpOptions& options = {}) {
+// The capture of a dump text, with an input size: a few blocks hold no
+// active array to take it from.
+Capture captureOf(const std::string& text) {
+    DumpOptions options;
+    options.input.emplace(640, 480);
     return captureFromDump(readDump(text, "d"), options);
 }
 
 TEST(DumpCapture, LastBlockOfNoCameraIsTheFrameAndItsFwkIdTheCamera) {
     const Capture c = captureOf(std::string(kBlock) +
-                                    "Dumping camera metadata array: 1 / 1 entries\n"
-                                    "kovani.snapshot.fwkCameraId (80020003): int32[1]\n[3 ]\n",
-                                [] {
-                                    DumpOptions o;
-                                    o.input.emplace(640, 480);
-                                    return o;
-                                }());
+                                "Dumping camera metadata array: 1 / 1 entries\n"
+                                "kovani.snapshot.fwkCameraId (80020003): int32[1]\n[3 ]\n");
     EXPECT_EQ(c.cameraId, 3);
     EXPECT_EQ(c.frame.size(), 1u);
 }
 
 TEST(DumpCapture, UnnamedVendorTagIsNamedByTheVendorList) {
-    DumpOptions o;
-    o.input.emplace(640, 480);
     const Capture c = captureOf(
         "== Vendor tags: ==\n"
         "0x80020000 (faceInfo) with type 1 (int32) defined in section kovani.bokeh\n"
         "Dumping camera metadata array: 2 / 2 entries\n"
         "unknownSection.unknownTag (80020000): int32[9]\n[1 2 3 4 ]\n[5 6 7 8 ]\n[9 ]\n"
-        "unknownSection.unknownTag (80020001): int32[1]\n[1 ]\n",
-        o);
+        "unknownSection.unknownTag (80020001): int32[1]\n[1 ]\n");
     EXPECT_NE(find(c.frame, "kovani.bokeh.faceInfo"), nullptr);
     ASSERT_EQ(c.warnings.size(), 1u);
     EXPECT_NE(c.warnings[0].find("d:8: unknownSection.unknownTag: a vendor tag the device did "
@@ -294,8 +290,6 @@ TEST(DumpCapture, UnnamedVendorTagIsNamedByTheVendorList) {
 }
 
 TEST(DumpCapture, TagsThatDoNotFitAreLeftOutWithAWarning) {
-    DumpOptions o;
-    o.input.emplace(640, 480);
     const Capture c = captureOf(
         "Dumping camera metadata array: 4 / 4 entries\n"
         // Printed as int32, but Android's AF mode holds bytes.
@@ -304,8 +298,7 @@ TEST(DumpCapture, TagsThatDoNotFitAreLeftOutWithAWarning) {
         "kovani.ai.asd.SmartAE (80020000): byte[2]\n[1 2 ]\n"
         // A device tag on an id the table gives another tag: a fresh id.
         "org.example.dump.ownTag (80100003): float[1]\n[1.50000000 ]\n"
-        "android.scaler.cropRegion (d0000): int32[4]\n[1 2 3 4 ]\n",
-        o);
+        "android.scaler.cropRegion (d0000): int32[4]\n[1 2 3 4 ]\n");
     ASSERT_EQ(c.warnings.size(), 2u);
     EXPECT_NE(c.warnings[0].find("d:2: android.control.afMode: printed as int32"),
               std::string::npos);

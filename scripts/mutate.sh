@@ -75,6 +75,10 @@ while IFS=$'\t' read -r -u 3 tree file old new what; do
         continue
     fi
     total=$((total + 1))
+    if ((!list)) && [ -z "${configured[$tree]:-}" ]; then
+        configure "$tree"
+        configured[$tree]=1
+    fi
     cp "$file" "$saved" && saved_file=$file
     if ! apply "$file" "$old" "$new"; then
         broken=$((broken + 1))
@@ -86,7 +90,6 @@ while IFS=$'\t' read -r -u 3 tree file old new what; do
         restore
         continue
     fi
-    [ -n "${configured[$tree]:-}" ] || { configure "$tree"; configured[$tree]=1; }
     dir=${tree_dir[$tree]}
     if ! cmake --build "$dir" -j2 >"$dir/mutant-build.log" 2>&1; then
         echo "NOT BUILT $file: $what (see $dir/mutant-build.log)"

@@ -16,9 +16,10 @@
 # where tree is "default" or "hardened" (the METAUTILS_HARDENED build, for
 # faults in code that only that build runs) and a "¶" in the texts stands for
 # a line break; a replacement of ";" deletes a statement. The two trees are build-mutate/ and build-mutate-hard/.
-# Prints one line per mutation (caught, with the first failing test, or
-# SURVIVED), then the score; exits non-zero if a mutation did not apply or
-# did not build. Sources are restored after each mutation and on interrupt.
+# Prints one line per mutation (caught, with the tests that caught it, or
+# SURVIVED), then the score, and writes every fault with the tests that catch
+# it to build-mutate-kills.tsv (a test no fault needs is a candidate to go);
+# exits non-zero if a mutation did not apply or did not build. Sources are restored after each mutation and on interrupt.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -64,7 +65,9 @@ trap 'exit 130' INT TERM
 
 declare -A configured=()
 total=0 caught=0 broken=0
-survivors=()
+# Which tests catch which fault: file, fault, the catching tests.
+kills=build-mutate-kills.tsv
+((list)) || : >"$kills"
 while IFS=$'\t' read -r -u 3 tree file old new what; do
     [[ -z "$tree" || "$tree" == \#* ]] && continue
     line="$tree	$file	$old	$new	$what"
@@ -97,13 +100,17 @@ while IFS=$'\t' read -r -u 3 tree file old new what; do
         restore
         continue
     fi
-    if out=$(KVHOST_LOG_ECHO=0 ctest --test-dir "$dir" -j2 --timeout 60 --stop-on-failure 2>&1); then
+    # The whole suite, so that every test that catches the fault is known.
+    if KVHOST_LOG_ECHO=0 ctest --test-dir "$dir" -j2 --timeout 60 >/dev/null 2>&1; then
         echo "SURVIVED  $file: $what"
-        survivors+=("$file: $what")
+        printf '%s\t%s\t\n' "$file" "$what" >>"$kills"
     else
-        by=$(sed -n 's/.*Test *#[0-9]*: \([^ ]*\) .*\*\*\*.*/\1/p; s/.*Test *#[0-9]*: \([^ ]*\) .*Failed.*/\1/p' \
-            <<<"$out" | head -n 1)
-        echo "caught    $file: $what${by:+ (by $by)}"
+        # Failed CTest entries, and the GoogleTest cases inside them.
+        by=$( (sed 's/^[0-9]*://' "$dir/Testing/Temporary/LastTestsFailed.log"
+               sed -n 's/^\[  FAILED  \] \([A-Za-z0-9_/.]*\)\( (.*)\)\?$/\1/p' \
+                   "$dir/Testing/Temporary/LastTest.log") | sort -u | tr '\n' ' ')
+        echo "caught    $file: $what (by $(wc -w <<<"$by") tests: $(cut -d' ' -f1-3 <<<"$by"))"
+        printf '%s\t%s\t%s\n' "$file" "$what" "$by" >>"$kills"
         caught=$((caught + 1))
     fi
     restore

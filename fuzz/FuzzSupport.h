@@ -1,17 +1,14 @@
-// Shared pieces of the libFuzzer targets: the byte format of their inputs,
-// the check that stops a run on a broken rule, and the per-process set-up.
-//
-// Each target describes its case once, as a Visit(io, case) function that
-// names every field in input order. Visit with a Reader decodes a fuzzer
-// input; Visit with a Writer encodes a hand-written case, which is how the
-// seed corpora are made (fuzz/seeds.cpp). Both therefore agree by
-// construction.
+// Shared pieces of the libFuzzer targets: the check that stops a run on a
+// broken rule, the decoding of an input, the seeds and the per-process set-up.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <string>
+#include <type_traits>
 #include <vector>
 
 #include "MetaUtils.h"
@@ -33,156 +30,43 @@
 
 namespace kvfuzz {
 
-// ---- Input format -------------------------------------------------------
-//
-// Fields are little-endian and read front to back; an input that runs out
-// reads as zeros, so every input decodes to some case.
-//
-// Sizes and coordinates are taken through a selector byte that makes the
-// values that matter to the geometry common: small ones, arbitrary 32-bit
-// patterns, and the neighbourhoods of INT32_MAX and UINT32_MAX where the
-// signed and unsigned 32-bit rules part.
-
-class Reader {
+// An input read front to back as plain records (a target's case record is
+// its input format); past the end everything reads as zeros, so every input
+// decodes to some case.
+class Input {
 public:
-    Reader(const uint8_t* data, size_t size) : data_(data), size_(size) {}
-
-    size_t left() const { return size_ - pos_; }
+    Input(const uint8_t* data, size_t size) : data_(data), left_(size) {}
+    size_t left() const { return left_; }
 
     template <typename T>
-    void raw(T& value) {
-        unsigned char bytes[sizeof(T)] = {};
-        const size_t n = size_ - pos_ < sizeof(T) ? size_ - pos_ : sizeof(T);
-        if (n != 0) std::memcpy(bytes, data_ + pos_, n);
-        pos_ += n;
-        std::memcpy(&value, bytes, sizeof(T));
-    }
-
-    void flag(bool& value) {
-        uint8_t b = 0;
-        raw(b);
-        value = (b & 1) != 0;
-    }
-
-    // A value in [lo, hi].
-    template <typename T>
-    void range(T& value, T lo, T hi) {
-        uint32_t r = 0;
-        raw(r);
-        const uint64_t span = static_cast<uint64_t>(static_cast<int64_t>(hi) - lo) + 1;
-        value = static_cast<T>(static_cast<int64_t>(lo) + static_cast<int64_t>(r % span));
-    }
-
-    // An unsigned 32-bit size or coordinate.
-    void dim(uint32_t& value) {
-        uint8_t sel = 0;
-        uint32_t r = 0;
-        raw(sel);
-        raw(r);
-        switch (sel & 3) {
-            case 0:
-                value = r % 8193;
-                break;
-            case 1:
-                value = r;
-                break;
-            case 2:
-                value = 0x7FFFFFFDu + r % 6;  // INT32_MAX - 2 .. INT32_MIN + 2
-                break;
-            default:
-                value = 0xFFFFFFFFu - r % 8;
-                break;
-        }
-    }
-
-    // A signed 32-bit image extent or coordinate.
-    void sdim(int32_t& value) {
-        uint32_t u = 0;
-        dim(u);
-        value = static_cast<int32_t>(u);
-    }
-
-    // A float: a small multiple of 1/16 or any bit pattern.
-    void real(float& value) {
-        uint8_t sel = 0;
-        uint32_t r = 0;
-        raw(sel);
-        raw(r);
-        if (sel & 1) {
-            std::memcpy(&value, &r, sizeof value);
-        } else {
-            value = static_cast<float>(static_cast<int16_t>(r)) / 16.0f;
-        }
+    T Take() {
+        static_assert(std::is_trivially_copyable<T>::value, "a plain record");
+        T value;
+        std::memset(&value, 0, sizeof value);
+        const size_t n = std::min(left_, sizeof value);
+        if (n != 0) std::memcpy(&value, data_, n);
+        data_ += n;
+        left_ -= n;
+        return value;
     }
 
 private:
     const uint8_t* data_;
-    size_t size_;
-    size_t pos_ = 0;
+    size_t left_;
 };
 
-// Encodes a case so that Reader decodes exactly that case.
-class Writer {
-public:
-    template <typename T>
-    void raw(T& value) {
-        unsigned char bytes[sizeof(T)];
-        std::memcpy(bytes, &value, sizeof(T));
-        out_.insert(out_.end(), bytes, bytes + sizeof(T));
-    }
-
-    void flag(bool& value) {
-        uint8_t b = value ? 1 : 0;
-        raw(b);
-    }
-
-    template <typename T>
-    void range(T& value, T lo, T) {
-        uint32_t r = static_cast<uint32_t>(static_cast<int64_t>(value) - lo);
-        raw(r);
-    }
-
-    void dim(uint32_t& value) {
-        uint8_t sel = 1;
-        raw(sel);
-        raw(value);
-    }
-
-    void sdim(int32_t& value) {
-        uint32_t u = static_cast<uint32_t>(value);
-        dim(u);
-    }
-
-    void real(float& value) {
-        uint8_t sel = 1;
-        uint32_t r = 0;
-        std::memcpy(&r, &value, sizeof r);
-        raw(sel);
-        raw(r);
-    }
-
-    const std::vector<uint8_t>& bytes() const { return out_; }
-
-private:
-    std::vector<uint8_t> out_;
-};
-
-// ---- Values -----------------------------------------------------------------
-
-// Presence of a tag in a container: absent, present without elements, or
-// present with its elements.
-enum Presence : uint8_t { kAbsent = 0, kEmpty = 1, kPresent = 2 };
-
-inline kvalgo2::ChiRect Rect(uint32_t l, uint32_t t, uint32_t w, uint32_t h) {
-    return kvalgo2::ChiRect{l, t, w, h};
-}
-
-template <typename IO>
-void VisitRect(IO& io, kvalgo2::ChiRect& r) {
-    io.dim(r.left);
-    io.dim(r.top);
-    io.dim(r.width);
-    io.dim(r.height);
+// With KVFUZZ_SEEDS=<dir> set, a target writes each of its hand-worked
+// examples to <dir>/<name> as it checks them at start-up: the seed corpora
+// in fuzz/corpus/<target>/ are these files.
+template <typename T>
+void SaveSeed(const char* name, const T& example) {
+    const char* dir = std::getenv("KVFUZZ_SEEDS");
+    if (dir == nullptr) return;
+    const std::string path = std::string(dir) + "/" + name;
+    FILE* f = std::fopen(path.c_str(), "wb");
+    KVFUZZ_CHECK(f != nullptr && std::fwrite(&example, sizeof example, 1, f) == 1,
+                 "cannot write %s", path.c_str());
+    std::fclose(f);
 }
 
 template <typename T>
@@ -203,12 +87,31 @@ inline void Stored(int rc) {
     KVFUZZ_CHECK(rc == 0, "the host container refused a tag: %d", rc);
 }
 
+// Stores a tag as `presence` says: 0 absent, 1 present without elements,
+// any other value with `values`.
+template <typename Tag, typename T>
+void Put(kvhost::Metadata& md, Tag tag, uint8_t presence, const std::vector<T>& values) {
+    using kvhost::TagType;
+    const TagType type = std::is_same<T, float>::value     ? TagType::Float
+                         : std::is_same<T, int64_t>::value ? TagType::Int64
+                                                           : TagType::Int32;
+    if (presence == 1) Stored(md.putEmpty(tag));
+    if (presence > 1) Stored(md.put(tag, type, values.data(), values.size()));
+}
+
 inline std::vector<int32_t> RectWords(const kvalgo2::ChiRect& r) {
     return {static_cast<int32_t>(r.left), static_cast<int32_t>(r.top),
             static_cast<int32_t>(r.width), static_cast<int32_t>(r.height)};
 }
 
-// ---- Process set-up -------------------------------------------------------
+// What every rectangle mapped into an image obeys: it starts inside the
+// image, ends at its border at the latest, and has even width and height.
+inline bool InsideImage(const __UtilsImage_Rect& r, int32_t width, int32_t height) {
+    const uint64_t w = static_cast<uint32_t>(width);
+    const uint64_t h = static_cast<uint32_t>(height);
+    return r.left < w && r.left + static_cast<uint64_t>(r.width) <= w && r.top < h &&
+           r.top + static_cast<uint64_t>(r.height) <= h && r.width % 2 == 0 && r.height % 2 == 0;
+}
 
 // Quiet logs and a loaded platform adapter: the adapter client loads once
 // per process, so it is loaded here, before the first input, and every input

@@ -1,373 +1,243 @@
 // GetFaceRect, GetFacesNoMap, GetFaceInfo, GetfocusROI and GetfocusTP on
-// generated frames: 0 to 10 faces (plus words that make no whole face), an
-// optional in-sensor-zoom status, crop region, face luma and autofocus region
-// of 11 to 16 words with any region count, the active array through the
+// frames built from the input (the Case record): 0 to 10 faces plus words
+// that make no whole face, the in-sensor-zoom status, crop region, face luma,
+// an autofocus region of 11 to 16 words, the active array through the
 // framework camera's static metadata, and any image size.
 //
-// What holds for every input:
-// - GetFaceRect clears the whole record and fails with -1 without crop
-//   region, active array or faces; otherwise it returns 0 with the face count,
-//   and every face that MapRectToInput accepted lies inside the image with
-//   even size; a refused face keeps a zero rectangle; every centre lies in
-//   [1, width] x [1, height] or is the image centre; the largest face index
-//   is the first face of largest area; the records equal the model below
-//   (mapping of MappingModel.h, in-sensor-zoom conversion, the active size
-//   doubling from face to face for large images, quarter-turn rotation);
-// - GetFacesNoMap writes only count, rectangles and extras, leaving the rest
-//   of the caller's record; its rectangles are not mapped, so they are not
-//   inside anything and only the model applies;
-// - GetFaceInfo writes the count always, and for each face the inclusive
-//   corners of GetFaceRect's rectangle (without in-sensor zoom), the face
-//   luma and the extras, leaving the rest;
-// - GetfocusROI passes the lookups' codes through with the region untouched,
-//   refuses a region count other than 1 or 2, maps the chosen region, and an
-//   accepted region lies inside the image;
-// - GetfocusTP's point is the centre of that region (or of a zero one), with
-//   a centre on the origin replaced by the half size.
+// Checks, for every input:
+// - GetFaceRect: -1 with the whole record cleared, or 0 with the count of
+//   whole faces (at most 10); every face inside the image with even size (a
+//   zero rectangle for an image without area), its centre inside the image
+//   or at its centre, a quarter-turn rotation, the extras of its words, the
+//   largest face index the first face of largest area;
+// - GetFacesNoMap: -1 without whole faces; only count, rectangles and extras
+//   written;
+// - GetFaceInfo: GetFaceRect's count and rectangles as inclusive corners,
+//   the face luma and the extras;
+// - GetfocusROI: 0, -1 or -2, the region untouched unless 0, a region count
+//   other than 1 or 2 refused, an accepted region inside the image;
+//   GetfocusTP: the same result and the centre of the region (of a zero one
+//   on failure).
+// Mapped faces and focus regions are checked once at start-up on a
+// hand-worked example.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <vector>
 
-#include "FacesFocusCase.h"
 #include "FuzzSupport.h"
-#include "MappingModel.h"
 
 namespace {
 
 using kvalgo2::ChiRect;
 using kvalgo2::KVFaceInfo;
-using kvfuzz::FacesFocusCase;
 
-constexpr const char* kFwkCameraIdTag = "kovani.snapshot.fwkCameraId";
-constexpr const char* kFaceTag = "kovani.bokeh.faceInfo";
-constexpr const char* kInSensorZoomTag = "kovani.insensorzoom.status";
-constexpr const char* kFaceLumaTag = "kovani.ae.average.face.luma";
-constexpr uint32_t kCropRegionTag = 0xD0000;
-constexpr uint32_t kActiveArrayTag = 0xF0000;
-constexpr uint32_t kAfRegionTag = 0x80060001;
+constexpr int kMaxFaces = 10;
 
-// What the frame offers, as the methods see it.
-struct Frame {
-    bool activeOk = false;
-    ChiRect active{};
-    bool cropOk = false;
-    ChiRect crop{};
-    int32_t faceCount = 0;  // whole faces in the face tag
-    const int32_t (*faces)[kvfuzz::kFaceWords] = nullptr;
-    bool inSensorZoom = false;  // the frame's status
-    float luma = 0.0f;          // 0 without the tag
+struct Case {
+    ChiRect active;
+    ChiRect crop;
+    int32_t faces[kMaxFaces][9];  // left, top, right, bottom, -, three extras, -
+    int32_t spare[8];
+    int32_t af[16];
+    int32_t width, height;
+    int32_t inSensorZoomStatus, faceLuma;
+    // Presence: 0 absent, 1 without elements, other values present.
+    uint8_t fwkIdTag, fwkCameraId, fwkStatic, activeTag;
+    uint8_t cropTag, faceTag, inSensorZoomTag, faceLumaTag;
+    uint8_t afTag;
+    uint8_t faceCount;   // % 11
+    uint8_t spareWords;  // % 9
+    uint8_t afWords;     // 11 + % 6
+    int32_t useInSensorZoom;
 };
 
-Frame Describe(const FacesFocusCase& c) {
-    Frame f;
-    f.activeOk = c.hasFwkCameraId && c.hasStatic && c.hasActive;
-    f.active = c.active;
-    f.cropOk = c.hasCrop;
-    f.crop = c.crop;
-    if (c.faceTag == kvfuzz::kPresent) f.faceCount = c.faceCount;
-    f.faces = c.faces;
-    f.inSensorZoom = c.inSensorZoomTag == kvfuzz::kPresent && c.inSensorZoomStatus != 0;
-    f.luma = c.hasFaceLuma ? static_cast<float>(c.faceLuma) : 0.0f;
-    return f;
-}
-
-struct Corners {
-    uint32_t left, top, right, bottom;
-};
-
-Corners CornersOf(const int32_t* face) {
-    return Corners{static_cast<uint32_t>(face[0]), static_cast<uint32_t>(face[1]),
-                   static_cast<uint32_t>(face[2]), static_cast<uint32_t>(face[3])};
-}
-
-// In-sensor zoom: the frame shows the centre half of the array at twice the
-// scale.
-void ToFullArray(Corners& k, uint32_t activeWidth, uint32_t activeHeight) {
-    k.left = (k.left - (activeWidth >> 2)) * 2u;
-    k.top = (k.top - (activeHeight >> 2)) * 2u;
-    k.right = (k.right - (activeWidth >> 2)) * 2u;
-    k.bottom = (k.bottom - (activeHeight >> 2)) * 2u;
-}
-
-int32_t QuarterTurn(int32_t degrees) {
-    const uint32_t a = static_cast<uint32_t>(degrees);
-    if (a >= 45 && a < 135) return 270;
-    if (a >= 135 && a < 225) return 180;
-    if (a >= 225 && a < 315) return 90;
-    return 0;
-}
-
-bool LargeImage(int32_t width, int32_t height) {
-    return width > 5000 && height > 4000;
-}
-
-struct FaceRectResult {
-    int result = -1;
-    KVFaceInfo info{};
-    bool accepted[kvfuzz::kMaxFaces] = {};
-};
-
-FaceRectResult ModelFaceRect(const Frame& f, int32_t width, int32_t height,
-                             int32_t useInSensorZoom) {
-    FaceRectResult out;
-    std::memset(&out.info, 0, sizeof out.info);
-    if (!f.cropOk || !f.activeOk || f.faceCount == 0) return out;
-    const bool inSensorZoom = useInSensorZoom != 0 && f.inSensorZoom;
-    const bool large = LargeImage(width, height);
-    uint32_t activeWidth = f.active.width;
-    uint32_t activeHeight = f.active.height;
-    uint64_t largestArea = 0;
-    out.info.faceCount = f.faceCount;
-    for (int32_t i = 0; i < f.faceCount; ++i) {
-        const int32_t* face = f.faces[i];
-        kvalgo2::KVFaceEntry& entry = out.info.faces[i];
-        out.info.faceExtra[i][0] = face[5];
-        out.info.faceExtra[i][1] = face[6];
-        out.info.faceExtra[i][2] = face[7];
-        Corners k = CornersOf(face);
-        if (inSensorZoom) ToFullArray(k, activeWidth, activeHeight);
-        // The array size grows with every face of a large image.
-        if (large) {
-            activeWidth *= 2u;
-            activeHeight *= 2u;
-        }
-        const ChiRect src{k.left, k.top, k.right - k.left, k.bottom - k.top};
-        const ChiRect sensor{f.active.left, f.active.top, activeWidth, activeHeight};
-        const kvfuzz::MappedRect m = kvfuzz::ModelMapRect(src, f.crop, width, height, sensor);
-        out.accepted[i] = m.result == 0;
-        if (m.result == 0) entry.rect = m.rect;
-        entry.rotation = QuarterTurn(face[6]);
-        entry.centerX = static_cast<int32_t>(entry.rect.left + (entry.rect.width >> 1));
-        entry.centerY = static_cast<int32_t>(entry.rect.top + (entry.rect.height >> 1));
-        if (entry.centerX < 1 || entry.centerX > width || entry.centerY < 1 ||
-            entry.centerY > height) {
-            entry.centerX = width / 2;
-            entry.centerY = height / 2;
-        }
-        const uint64_t area = static_cast<uint64_t>(entry.rect.width) * entry.rect.height;
-        if (area > largestArea) {
-            largestArea = area;
-            out.info.largestFaceIndex = i;
-        }
-    }
-    out.result = 0;
-    return out;
-}
-
-// `info` holds the caller's record on entry and the expected one on return.
-int ModelFacesNoMap(const Frame& f, int32_t width, int32_t height, KVFaceInfo& info) {
-    if (f.faceCount == 0) return -1;
-    const uint32_t activeWidth = f.activeOk ? f.active.width : 0;
-    const uint32_t activeHeight = f.activeOk ? f.active.height : 0;
-    const bool large = LargeImage(width, height);
-    info.faceCount = f.faceCount;
-    for (int32_t i = 0; i < f.faceCount; ++i) {
-        const int32_t* face = f.faces[i];
-        Corners k = CornersOf(face);
-        if (f.inSensorZoom) ToFullArray(k, activeWidth, activeHeight);
-        if (large) k = Corners{k.left * 2u, k.top * 2u, k.right * 2u, k.bottom * 2u};
-        info.faces[i].rect = __UtilsImage_Rect{k.left, k.top, k.right - k.left, k.bottom - k.top};
-        info.faceExtra[i][0] = face[5];
-        info.faceExtra[i][1] = face[6];
-        info.faceExtra[i][2] = face[7];
-    }
-    return 0;
-}
-
-int ModelFaceInfo(const Frame& f, int32_t width, int32_t height, AIspFaceInfo& info) {
-    const FaceRectResult mapped = ModelFaceRect(f, width, height, 0);
-    info.count = mapped.info.faceCount;
-    if (info.count < 1) return -1;
-    for (int32_t i = 0; i < info.count; ++i) {
-        const __UtilsImage_Rect& r = mapped.info.faces[i].rect;
-        info.rect[i][0] = static_cast<int32_t>(r.left);
-        info.rect[i][1] = static_cast<int32_t>(r.top);
-        info.rect[i][2] = static_cast<int32_t>(r.width) < 0
-                              ? static_cast<int32_t>(r.left)
-                              : static_cast<int32_t>(r.left + r.width - 1u);
-        info.rect[i][3] = static_cast<int32_t>(r.height) < 0
-                              ? static_cast<int32_t>(r.top)
-                              : static_cast<int32_t>(r.top + r.height - 1u);
-        info.luma[i] = f.luma;
-        std::memcpy(info.faceExtra[i], mapped.info.faceExtra[i], sizeof info.faceExtra[i]);
-    }
-    return 0;
-}
-
-// `roi` holds the caller's rectangle on entry and the expected one on return.
-int ModelFocusRoi(const FacesFocusCase& c, const Frame& f, __UtilsImage_Rect& roi) {
-    if (!f.cropOk || !f.activeOk) return -2;  // absent tag: the lookup's code
-    if (!c.hasAfRegion) return -1;
-    const int32_t regions = c.af[1];
-    if (regions != 1 && regions != 2) return -1;
-    const int32_t* corner = c.af + (regions == 1 ? 2 : 7);
-    const uint32_t tlx = static_cast<uint32_t>(corner[0]);
-    const uint32_t tly = static_cast<uint32_t>(corner[1]);
-    const ChiRect src{tlx, tly, static_cast<uint32_t>(corner[2]) - tlx,
-                      static_cast<uint32_t>(corner[3]) - tly};
-    const kvfuzz::MappedRect m = kvfuzz::ModelMapRect(src, f.crop, c.width, c.height, f.active);
-    if (m.result == 0) roi = m.rect;
-    return m.result;
-}
-
-void BuildFrame(const FacesFocusCase& c, kvhost::Metadata& frame) {
-    if (c.hasFwkCameraId) kvfuzz::Stored(frame.putInt32(kFwkCameraIdTag, {c.fwkCameraId}));
-    if (c.hasCrop) kvfuzz::Stored(frame.putInt32(kCropRegionTag, kvfuzz::RectWords(c.crop)));
-    if (c.faceTag == kvfuzz::kPresent) {
-        std::vector<int32_t> words;
-        for (int32_t i = 0; i < c.faceCount; ++i) {
-            words.insert(words.end(), c.faces[i], c.faces[i] + kvfuzz::kFaceWords);
-        }
-        words.insert(words.end(), c.spare, c.spare + c.spareWords);
-        kvfuzz::Stored(frame.putInt32(kFaceTag, words));
-    } else if (c.faceTag == kvfuzz::kEmpty) {
-        kvfuzz::Stored(frame.putEmpty(kFaceTag));
-    }
-    if (c.inSensorZoomTag == kvfuzz::kPresent) {
-        kvfuzz::Stored(frame.putInt32(kInSensorZoomTag, {c.inSensorZoomStatus}));
-    } else if (c.inSensorZoomTag == kvfuzz::kEmpty) {
-        kvfuzz::Stored(frame.putEmpty(kInSensorZoomTag));
-    }
-    if (c.hasFaceLuma) kvfuzz::Stored(frame.putInt32(kFaceLumaTag, {c.faceLuma}));
-    if (c.hasAfRegion)
-        kvfuzz::Stored(frame.putInt32(kAfRegionTag, std::vector<int32_t>(c.af, c.af + c.afWords)));
-}
-
-void CheckFaceRect(kvalgo2::MetaUtils& utils, const std::shared_ptr<kvhost::Metadata>& frame,
-                   const FacesFocusCase& c, const Frame& f) {
-    KVFaceInfo info;
-    kvfuzz::Poison(info, 1);
-    const int rc = utils.GetFaceRect(frame, c.width, c.height, info, c.useInSensorZoom);
-    const FaceRectResult model = ModelFaceRect(f, c.width, c.height, c.useInSensorZoom);
-    KVFUZZ_CHECK(rc == model.result, "GetFaceRect result %d, model %d", rc, model.result);
-    if (rc == 0) {
-        KVFUZZ_CHECK(info.faceCount == f.faceCount && info.faceCount <= kvfuzz::kMaxFaces,
-                     "GetFaceRect count %d of %d faces", info.faceCount, f.faceCount);
-        KVFUZZ_CHECK(info.largestFaceIndex >= 0 && info.largestFaceIndex < info.faceCount,
-                     "largest face %d of %d", info.largestFaceIndex, info.faceCount);
-        for (int32_t i = 0; i < info.faceCount; ++i) {
-            const kvalgo2::KVFaceEntry& e = info.faces[i];
-            if (model.accepted[i]) {
-                KVFUZZ_CHECK(kvfuzz::InsideImage(e.rect, c.width, c.height),
-                             "face %d at (%u, %u, %u, %u) outside image %dx%d", i, e.rect.left,
-                             e.rect.top, e.rect.width, e.rect.height, c.width, c.height);
-            } else {
-                KVFUZZ_CHECK(kvfuzz::SameBytes(e.rect, __UtilsImage_Rect{0, 0, 0, 0}),
-                             "refused face %d has a rectangle", i);
-            }
-            const bool centred = e.centerX == c.width / 2 && e.centerY == c.height / 2;
-            const bool inside =
-                e.centerX >= 1 && e.centerX <= c.width && e.centerY >= 1 && e.centerY <= c.height;
-            KVFUZZ_CHECK(centred || inside, "face %d centre (%d, %d) in image %dx%d", i, e.centerX,
-                         e.centerY, c.width, c.height);
-        }
-    }
-    KVFUZZ_CHECK(kvfuzz::SameBytes(info, model.info),
-                 "GetFaceRect record differs from the model (count %d, largest %d / %d)",
-                 info.faceCount, info.largestFaceIndex, model.info.largestFaceIndex);
-}
-
-void CheckFacesNoMap(kvalgo2::MetaUtils& utils, const std::shared_ptr<kvhost::Metadata>& frame,
-                     const FacesFocusCase& c, const Frame& f) {
-    KVFaceInfo info;
-    kvfuzz::Poison(info, 2);
-    KVFaceInfo expected = info;
-    const int rc = utils.GetFacesNoMap(frame, c.width, c.height, info);
-    const int modelRc = ModelFacesNoMap(f, c.width, c.height, expected);
-    KVFUZZ_CHECK(rc == modelRc, "GetFacesNoMap result %d, model %d", rc, modelRc);
-    KVFUZZ_CHECK(kvfuzz::SameBytes(info, expected),
-                 "GetFacesNoMap record differs from the model (count %d)", info.faceCount);
-}
-
-void CheckFaceInfo(kvalgo2::MetaUtils& utils, const std::shared_ptr<kvhost::Metadata>& frame,
-                   const FacesFocusCase& c, const Frame& f) {
-    AIspFaceInfo info;
-    kvfuzz::Poison(info, 3);
-    AIspFaceInfo expected = info;
-    const int rc = utils.GetFaceInfo(frame, info, c.width, c.height);
-    const int modelRc = ModelFaceInfo(f, c.width, c.height, expected);
-    KVFUZZ_CHECK(rc == modelRc, "GetFaceInfo result %d, model %d", rc, modelRc);
-    if (rc == 0 && c.width >= 1 && c.height >= 1) {
-        // Inclusive corners of rectangles inside the image (a refused face is
-        // the zero rectangle): a face of width w spans [left, left + w - 1],
-        // so right < width and right >= left - 1.
-        for (int32_t i = 0; i < info.count; ++i) {
-            const int64_t l = info.rect[i][0], t = info.rect[i][1];
-            const int64_t r = info.rect[i][2], b = info.rect[i][3];
-            KVFUZZ_CHECK(l >= 0 && l < c.width && r < c.width && r >= l - 1 && t >= 0 &&
-                             t < c.height && b < c.height && b >= t - 1,
-                         "face %d corners (%lld, %lld, %lld, %lld) in image %dx%d", i,
-                         static_cast<long long>(l), static_cast<long long>(t),
-                         static_cast<long long>(r), static_cast<long long>(b), c.width, c.height);
-        }
-    }
-    KVFUZZ_CHECK(kvfuzz::SameBytes(info, expected),
-                 "GetFaceInfo record differs from the model (count %d)", info.count);
-}
-
-void CheckFocus(kvalgo2::MetaUtils& utils, const std::shared_ptr<kvhost::Metadata>& frame,
-                const FacesFocusCase& c, const Frame& f) {
-    UtilsImageBuf image{c.width, c.height};
+struct Result {
+    KVFaceInfo rect;
     __UtilsImage_Rect roi;
-    kvfuzz::Poison(roi, 4);
-    __UtilsImage_Rect expected = roi;
-    const int rc = utils.GetfocusROI(frame, &image, &roi);
-    const int modelRc = ModelFocusRoi(c, f, expected);
-    KVFUZZ_CHECK(rc == modelRc, "GetfocusROI result %d, model %d", rc, modelRc);
-    if (rc == 0) {
-        KVFUZZ_CHECK(kvfuzz::InsideImage(roi, c.width, c.height),
-                     "focus region (%u, %u, %u, %u) outside image %dx%d", roi.left, roi.top,
-                     roi.width, roi.height, c.width, c.height);
-    }
-    KVFUZZ_CHECK(kvfuzz::SameBytes(roi, expected),
-                 "focus region (%u, %u, %u, %u), model (%u, %u, %u, %u)", roi.left, roi.top,
-                 roi.width, roi.height, expected.left, expected.top, expected.width,
-                 expected.height);
-
-    // The touch point: centre of the region, or of a zero one when it failed.
     __UtilsImage_point point;
-    kvfuzz::Poison(point, 5);
-    const int tpRc = utils.GetfocusTP(frame, &image, &point);
-    KVFUZZ_CHECK(tpRc == rc, "GetfocusTP result %d, GetfocusROI %d", tpRc, rc);
-    const __UtilsImage_Rect r = rc == 0 ? roi : __UtilsImage_Rect{0, 0, 0, 0};
-    const uint32_t cx = r.left + (r.width >> 1);
-    const uint32_t cy = r.top + (r.height >> 1);
-    const __UtilsImage_point want =
-        cx == 0 && cy == 0 ? __UtilsImage_point{static_cast<int32_t>(r.width >> 1),
-                                                static_cast<int32_t>(r.height >> 1)}
-                           : __UtilsImage_point{static_cast<int32_t>(cx), static_cast<int32_t>(cy)};
-    KVFUZZ_CHECK(point.x == want.x && point.y == want.y, "touch point (%d, %d), expected (%d, %d)",
-                 point.x, point.y, want.x, want.y);
+};
+
+// Whether the image has area; an image without it refuses every face.
+bool Area(const Case& c) {
+    return c.width >= 1 && c.height >= 1;
+}
+
+void CheckFaceRect(const Case& c, int rc, const KVFaceInfo& info, int faces) {
+    KVFaceInfo zeros;
+    std::memset(&zeros, 0, sizeof zeros);
+    if (rc != 0) {
+        KVFUZZ_CHECK(rc == -1 && kvfuzz::SameBytes(info, zeros), "GetFaceRect result %d", rc);
+        return;
+    }
+    KVFUZZ_CHECK(info.faceCount == std::min(faces, kMaxFaces) && faces > 0,
+                 "GetFaceRect count %d of %d faces", info.faceCount, faces);
+    uint64_t largest = 0;
+    int32_t largestAt = 0;
+    for (int32_t i = 0; i < info.faceCount; ++i) {
+        const kvalgo2::KVFaceEntry& e = info.faces[i];
+        KVFUZZ_CHECK(Area(c) ? kvfuzz::InsideImage(e.rect, c.width, c.height)
+                             : kvfuzz::SameBytes(e.rect, zeros.faces[0].rect),
+                     "face %d at (%u, %u, %u, %u) in image %dx%d", i, e.rect.left, e.rect.top,
+                     e.rect.width, e.rect.height, c.width, c.height);
+        const bool centred = e.centerX == c.width / 2 && e.centerY == c.height / 2;
+        KVFUZZ_CHECK(
+            centred ||
+                (e.centerX >= 1 && e.centerX <= c.width && e.centerY >= 1 && e.centerY <= c.height),
+            "face %d centre (%d, %d) in image %dx%d", i, e.centerX, e.centerY, c.width, c.height);
+        KVFUZZ_CHECK(e.rotation % 90 == 0 && e.rotation >= 0 && e.rotation < 360, "rotation %d",
+                     e.rotation);
+        KVFUZZ_CHECK(std::memcmp(info.faceExtra[i], &c.faces[i][5], 12) == 0, "face %d extras", i);
+        const uint64_t area = uint64_t{e.rect.width} * e.rect.height;
+        if (area > largest) {
+            largest = area;
+            largestAt = i;
+        }
+    }
+    KVFUZZ_CHECK(info.largestFaceIndex == largestAt, "largest face %d, expected %d",
+                 info.largestFaceIndex, largestAt);
+}
+
+// GetFacesNoMap writes count, rectangles and extras only.
+void CheckFacesNoMap(const Case& c, const std::shared_ptr<kvhost::Metadata>& frame, int faces) {
+    KVFaceInfo info, before;
+    kvfuzz::Poison(info, 2);
+    std::memcpy(&before, &info, sizeof info);
+    const int rc = kvalgo2::MetaUtils().GetFacesNoMap(frame, c.width, c.height, info);
+    KVFUZZ_CHECK(rc == (faces > 0 ? 0 : -1) && info.largestFaceIndex == before.largestFaceIndex,
+                 "GetFacesNoMap result %d for %d faces", rc, faces);
+    for (int32_t i = 0; rc == 0 && i < kMaxFaces; ++i) {
+        const kvalgo2::KVFaceEntry& e = info.faces[i];
+        const kvalgo2::KVFaceEntry& was = before.faces[i];
+        KVFUZZ_CHECK(
+            e.centerX == was.centerX && e.centerY == was.centerY && e.rotation == was.rotation &&
+                (i >= info.faceCount || std::memcmp(info.faceExtra[i], &c.faces[i][5], 12) == 0),
+            "GetFacesNoMap face %d", i);
+    }
+}
+
+// GetFaceInfo: GetFaceRect's faces as inclusive corners, with the face luma.
+void CheckFaceInfo(const Case& c, const std::shared_ptr<kvhost::Metadata>& frame,
+                   const KVFaceInfo& mapped) {
+    const auto info = std::make_unique<AIspFaceInfo>();
+    const int rc = kvalgo2::MetaUtils().GetFaceInfo(frame, *info, c.width, c.height);
+    KVFUZZ_CHECK(info->count == mapped.faceCount && rc == (info->count > 0 ? 0 : -1),
+                 "GetFaceInfo result %d, count %d, GetFaceRect's %d", rc, info->count,
+                 mapped.faceCount);
+    const float luma = c.faceLumaTag > 1 ? static_cast<float>(c.faceLuma) : 0.0f;
+    for (int32_t i = 0; i < info->count; ++i) {
+        const __UtilsImage_Rect& r = mapped.faces[i].rect;
+        const int32_t want[4] = {int32_t(r.left), int32_t(r.top), int32_t(r.left + r.width) - 1,
+                                 int32_t(r.top + r.height) - 1};
+        KVFUZZ_CHECK(std::memcmp(info->rect[i], want, sizeof want) == 0 && info->luma[i] == luma &&
+                         std::memcmp(info->faceExtra[i], mapped.faceExtra[i], 12) == 0,
+                     "GetFaceInfo face %d: (%d, %d, %d, %d)", i, info->rect[i][0], info->rect[i][1],
+                     info->rect[i][2], info->rect[i][3]);
+    }
+}
+
+Result Run(const Case& c) {
+    auto frame = kvhost::Metadata::create();
+    kvfuzz::Put(*frame, "kovani.snapshot.fwkCameraId", c.fwkIdTag,
+                std::vector<int32_t>{c.fwkCameraId});
+    kvfuzz::Put(*frame, 0xD0000u, c.cropTag, kvfuzz::RectWords(c.crop));
+    const int faces = c.faceTag > 1 ? c.faceCount % 11 : 0;
+    std::vector<int32_t> words(&c.faces[0][0], &c.faces[0][0] + 9 * faces);
+    words.insert(words.end(), c.spare, c.spare + c.spareWords % 9);
+    kvfuzz::Put(*frame, "kovani.bokeh.faceInfo", c.faceTag, words);
+    kvfuzz::Put(*frame, "kovani.insensorzoom.status", c.inSensorZoomTag,
+                std::vector<int32_t>{c.inSensorZoomStatus});
+    kvfuzz::Put(*frame, "kovani.ae.average.face.luma", c.faceLumaTag,
+                std::vector<int32_t>{c.faceLuma});
+    kvfuzz::Put(*frame, 0x80060001u, c.afTag,
+                std::vector<int32_t>(c.af, c.af + 11 + c.afWords % 6));
+    kvhost::clearStaticMetadata();
+    auto stat = kvhost::Metadata::create();
+    kvfuzz::Put(*stat, 0xF0000u, c.activeTag, kvfuzz::RectWords(c.active));
+    if (c.fwkStatic != 0) kvhost::setStaticMetadata(c.fwkCameraId, stat);
+
+    Result r;
+    kvfuzz::Poison(r, 1);
+    kvalgo2::MetaUtils utils;
+    const int rc = utils.GetFaceRect(frame, c.width, c.height, r.rect, c.useInSensorZoom);
+    CheckFaceRect(c, rc, r.rect, faces);
+    CheckFacesNoMap(c, frame, faces);
+    KVFaceInfo mapped;
+    utils.GetFaceRect(frame, c.width, c.height, mapped, 0);
+    CheckFaceInfo(c, frame, mapped);
+
+    UtilsImageBuf image{c.width, c.height};
+    const __UtilsImage_Rect before = r.roi;
+    const int roiRc = utils.GetfocusROI(frame, &image, &r.roi);
+    const int32_t regions = c.af[1];
+    KVFUZZ_CHECK(roiRc == 0 || roiRc == -1 || roiRc == -2, "GetfocusROI result %d", roiRc);
+    KVFUZZ_CHECK(roiRc != 0 ? kvfuzz::SameBytes(r.roi, before)
+                            : (regions == 1 || regions == 2) &&
+                                  kvfuzz::InsideImage(r.roi, c.width, c.height),
+                 "GetfocusROI result %d, region (%u, %u, %u, %u) of %d in image %dx%d", roiRc,
+                 r.roi.left, r.roi.top, r.roi.width, r.roi.height, regions, c.width, c.height);
+    const int tpRc = utils.GetfocusTP(frame, &image, &r.point);
+    const __UtilsImage_Rect roi = roiRc == 0 ? r.roi : __UtilsImage_Rect{0, 0, 0, 0};
+    KVFUZZ_CHECK(tpRc == roiRc && r.point.x == int32_t(roi.left + roi.width / 2) &&
+                     r.point.y == int32_t(roi.top + roi.height / 2),
+                 "GetfocusTP result %d, point (%d, %d)", tpRc, r.point.x, r.point.y);
+    return r;
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     kvfuzz::InitProcess();
+    // Active array and crop 4000x3000 onto 1920x1080 (scale 0.48, 375 lines
+    // cut above and below): face (1000, 1000)-(1400, 1400) at 90 degrees and
+    // the focus region (100, 200)-(300, 400).
+    Case c;
+    std::memset(&c, 0, sizeof c);
+    c.active = c.crop = ChiRect{0, 0, 4000, 3000};
+    const int32_t face[9] = {1000, 1000, 1400, 1400, 0, 7, 90, 8, 0};
+    std::memcpy(c.faces[0], face, sizeof face);
+    const int32_t af[6] = {3, 1, 100, 200, 300, 400};
+    std::memcpy(c.af, af, sizeof af);
+    c.width = 1920;
+    c.height = 1080;
+    c.fwkIdTag = c.fwkStatic = c.activeTag = c.cropTag = c.faceTag = c.afTag = 2;
+    c.fwkCameraId = 1;
+    c.faceCount = 1;
+    const Result r = Run(c);
+    const kvalgo2::KVFaceEntry& e = r.rect.faces[0];
+    KVFUZZ_CHECK(kvfuzz::SameBytes(e.rect, __UtilsImage_Rect{480, 300, 192, 192}) &&
+                     e.centerX == 576 && e.centerY == 396 && e.rotation == 270,
+                 "face (%u, %u, %u, %u) centre (%d, %d) rotation %d", e.rect.left, e.rect.top,
+                 e.rect.width, e.rect.height, e.centerX, e.centerY, e.rotation);
+    KVFUZZ_CHECK(kvfuzz::SameBytes(r.roi, __UtilsImage_Rect{48, 0, 96, 96}) && r.point.x == 96 &&
+                     r.point.y == 48,
+                 "focus region (%u, %u, %u, %u), point (%d, %d)", r.roi.left, r.roi.top,
+                 r.roi.width, r.roi.height, r.point.x, r.point.y);
+    kvfuzz::SaveSeed("worked_example", c);
+    // Three faces in a large image, the second focus region.
+    c.faceCount = 3;
+    const int32_t more[2][9] = {{200, 300, 600, 700, 0, 1, 180, 2, 0},
+                                {2000, 1500, 2100, 1600, 0, 3, 300, 4, 0}};
+    std::memcpy(c.faces[1], more, sizeof more);
+    c.width = 8000;
+    c.height = 6000;
+    c.af[1] = 2;
+    const int32_t second[4] = {500, 600, 900, 1000};
+    std::memcpy(c.af + 7, second, sizeof second);
+    Run(c);
+    kvfuzz::SaveSeed("large_image_three_faces", c);
+    // In-sensor zoom, face luma, two words that make no face.
+    c.inSensorZoomTag = c.faceLumaTag = 2;
+    c.inSensorZoomStatus = c.useInSensorZoom = 1;
+    c.faceLuma = 77;
+    c.spareWords = 2;
+    Run(c);
+    kvfuzz::SaveSeed("in_sensor_zoom", c);
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    FacesFocusCase c;
-    kvfuzz::Reader reader(data, size);
-    kvfuzz::Visit(reader, c);
-
-    auto frame = kvhost::Metadata::create();
-    BuildFrame(c, *frame);
-    kvhost::clearStaticMetadata();
-    if (c.hasStatic) {
-        auto stat = kvhost::Metadata::create();
-        if (c.hasActive)
-            kvfuzz::Stored(stat->putInt32(kActiveArrayTag, kvfuzz::RectWords(c.active)));
-        kvhost::setStaticMetadata(static_cast<uint32_t>(c.fwkCameraId), stat);
-    }
-    const Frame f = Describe(c);
-
-    kvalgo2::MetaUtils utils;
-    CheckFaceRect(utils, frame, c, f);
-    CheckFacesNoMap(utils, frame, c, f);
-    CheckFaceInfo(utils, frame, c, f);
-    CheckFocus(utils, frame, c, f);
+    Run(kvfuzz::Input(data, size).Take<Case>());
     return 0;
 }

@@ -1,34 +1,26 @@
-// GetGyroData with the platform holder scripted from the input: its enable
-// result and 0 to 300 raw samples with arbitrary rates and tick counts.
+// GetGyroData with the platform holder scripted from the input (the Case
+// record): its enable result and 0 to 300 raw samples.
 //
-// What holds for every input:
-// - a refused enable gives -1 with nothing written and no further holder
-//   call; no samples give -1 with nothing written, the holder disabled;
-// - otherwise the result is 0, the count is min(samples, 200) (so at most
-//   200), elements [0, count) are ascending by timestamp and hold exactly the
-//   first count raw samples (rates bit for bit, ticks converted to
-//   microseconds), the start and end timestamps are the converted ticks of
-//   raw samples 0 and count - 1, in the holder's order;
-// - nothing else is written: the record's padding and its own element
-//   array, each element's bytes 12 to 15, and elements from count on keep
-//   their values; the element array has exactly 200 places, so AddressSanitizer
-//   reports any write past it;
-// - the holder sees enable (key, 1, 3), the query (key, query) and disable
-//   (key, 1), with the caller's key, also a null one.
-//
-// The tick conversion (ticks * 1e9 / 1.92e7 in double precision, truncated to
-// nanoseconds, divided by 1000) is compared exactly where the nanoseconds fit
-// in 64 bits; beyond that only the order and the rates are checked.
+// Checks, for every input:
+// - a refused enable or no samples: -1 with the record and the elements
+//   untouched;
+// - otherwise 0, count min(samples, 200) (the element array has exactly 200
+//   places, so AddressSanitizer reports any write past it), elements from
+//   count on untouched, elements [0, count) ascending by timestamp and holding
+//   the rates of the first count samples bit for bit, start and end
+//   timestamps among the elements' and ordered as the first and the last kept
+//   raw sample;
+// - the holder is disabled exactly when it was enabled, the query passed on.
+// The tick conversion is checked once at start-up on a hand-worked example.
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <memory>
-#include <tuple>
 #include <vector>
 
 #include "FuzzSupport.h"
-#include "GyroCase.h"
 
 namespace {
 
@@ -36,184 +28,140 @@ using Element = AIspGyroData::GyroElement;
 using kvhost::AdapterOp;
 
 constexpr size_t kCapacity = 200;
-constexpr const char* kKey = "gyro.fuzz";
 
-uint64_t Ticks(const kvfuzz::GyroRawSample& s, uint8_t spread) {
-    switch (spread) {
-        case kvfuzz::kTimerTicks:
-            return s.ticks & ((uint64_t{1} << 40) - 1);
-        case kvfuzz::kFewTicks:
-            return s.ticks % 5;
-        default:
-            return s.ticks;
-    }
-}
+struct RawSample {
+    uint32_t rates;     // bit patterns of x, y and z are derived from it
+    uint32_t ticks[2];  // low and high word
+};
 
-adapter::GyroSample RawSample(const kvfuzz::GyroRawSample& s, uint8_t spread) {
+struct Case {
+    int32_t query;
+    int8_t enableResult;
+    uint8_t spread;  // ticks: any, below 2^40 (16 h of the timer), or 0 to 4
+    uint8_t nullKey;
+    uint8_t unused;
+    uint16_t count;  // % 301
+    uint16_t unused2;
+    RawSample samples[300];
+};
+
+struct Result {
+    int rc;
+    AIspGyroData gyro;
+    Element elements[kCapacity];
+};
+
+adapter::GyroSample Convert(const RawSample& s, uint8_t spread) {
     adapter::GyroSample out;
     const uint32_t bits[3] = {s.rates, s.rates * 2654435761u, ~s.rates};
-    std::memcpy(&out.x, &bits[0], 4);
-    std::memcpy(&out.y, &bits[1], 4);
-    std::memcpy(&out.z, &bits[2], 4);
+    std::memcpy(&out.x, bits, sizeof bits);
     out.reserved = 0x5A5A5A5A;
-    out.timestamp = Ticks(s, spread);
+    const uint64_t ticks = s.ticks[0] | uint64_t{s.ticks[1]} << 32;
+    out.timestamp = spread % 3 == 1   ? ticks & ((uint64_t{1} << 40) - 1)
+                    : spread % 3 == 2 ? ticks % 5
+                                      : ticks;
     return out;
 }
 
-// Microseconds of a tick count of the 19.2 MHz timer; false when the
-// nanoseconds do not fit in 64 bits.
-bool TicksToMicros(uint64_t ticks, uint64_t& micros) {
-    const double ns = static_cast<double>(ticks) * 1e9 / 1.92e7;
-    if (!(ns < 18446744073709551616.0)) return false;
-    micros = static_cast<uint64_t>(ns) / 1000;
-    return true;
+std::array<uint32_t, 3> Rates(const float* xyz) {
+    std::array<uint32_t, 3> b;
+    std::memcpy(b.data(), xyz, sizeof b);
+    return b;
 }
 
-template <typename T>
-std::vector<unsigned char> Bytes(const T* records, size_t count) {
-    const unsigned char* p = reinterpret_cast<const unsigned char*>(records);
-    return std::vector<unsigned char>(p, p + count * sizeof(T));
-}
-
-// Rates of an element or sample as bits, with a timestamp.
-using Key = std::tuple<uint64_t, uint32_t, uint32_t, uint32_t>;
-
-Key RateBits(uint64_t ts, const float* xyz) {
-    uint32_t b[3];
-    std::memcpy(b, xyz, sizeof b);
-    return Key{ts, b[0], b[1], b[2]};
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    kvfuzz::InitProcess();
-    return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    kvfuzz::GyroCase c;
-    kvfuzz::Reader reader(data, size);
-    kvfuzz::Visit(reader, c);
-
+void Run(const Case& c, Result& r) {
     std::vector<adapter::GyroSample> raw;
-    for (int32_t i = 0; i < c.sampleCount; ++i) raw.push_back(RawSample(c.samples[i], c.spread));
+    for (size_t i = 0; i < c.count % 301u; ++i) raw.push_back(Convert(c.samples[i], c.spread));
     kvhost::AdapterScript script;
     script.gyroEnableResult = c.enableResult;
     script.gyroSamples = raw;
     kvhost::setAdapterScript(script);
     const kvhost::AdapterRecorder recorder;  // this input's calls only
 
-    // Before-images are kept as bytes: padding is not copied with the records.
-    auto gyro = std::make_unique<AIspGyroData>();
-    kvfuzz::Poison(*gyro, static_cast<uint8_t>(size));
-    const std::vector<unsigned char> gyroBefore = Bytes(gyro.get(), 1);
+    kvfuzz::Poison(r, 0x11);
+    const auto before = std::make_unique<Result>();
+    std::memcpy(before.get(), &r, sizeof r);
     // Exactly the 200 places the method may fill.
     std::unique_ptr<Element[]> elements(new Element[kCapacity]);
-    // The padding of every element is alike: the sort may move it along with
-    // the element, and the moved padding must still be the caller's.
-    for (size_t i = 0; i < kCapacity; ++i) {
-        kvfuzz::Poison(elements[i], static_cast<uint8_t>(i));
-        std::memset(reinterpret_cast<unsigned char*>(&elements[i]) + 12, 0xC3, 4);
-    }
-    const std::vector<unsigned char> elementsBefore = Bytes(elements.get(), kCapacity);
-
-    const char* key = c.nullKey ? nullptr : kKey;
-    std::shared_ptr<kvhost::Metadata> md = c.nullMetadata ? nullptr : kvhost::Metadata::create();
+    std::memcpy(elements.get(), r.elements, sizeof r.elements);
     kvalgo2::MetaUtils utils;
-    const int rc = utils.GetGyroData(md, *gyro, elements.get(), c.query, key);
+    r.rc = utils.GetGyroData(nullptr, r.gyro, elements.get(), c.query,
+                             c.nullKey & 1 ? nullptr : "gyro.fuzz");
+    std::memcpy(r.elements, elements.get(), sizeof r.elements);
 
-    // The holder's calls.
-    const auto calls = recorder.calls();
-    std::vector<kvhost::AdapterCall> gyroCalls;
-    for (const kvhost::AdapterCall& call : calls) {
-        if (call.op == AdapterOp::EnableGyro || call.op == AdapterOp::GetGyroData ||
-            call.op == AdapterOp::DisableGyro) {
-            gyroCalls.push_back(call);
-            KVFUZZ_CHECK(call.keyIsNull == (key == nullptr) && (key == nullptr || call.key == key),
-                         "holder call with key \"%s\"", call.key.c_str());
-        }
-    }
     const bool enabled = c.enableResult != 0;
-    KVFUZZ_CHECK(gyroCalls.size() == (enabled ? 3u : 1u), "%zu gyro calls", gyroCalls.size());
-    KVFUZZ_CHECK(gyroCalls[0].op == AdapterOp::EnableGyro && gyroCalls[0].arg1 == 1 &&
-                     gyroCalls[0].arg2 == 3,
-                 "enable called as (%d, %d)", gyroCalls[0].arg1, gyroCalls[0].arg2);
-    if (enabled) {
-        KVFUZZ_CHECK(gyroCalls[1].op == AdapterOp::GetGyroData && gyroCalls[1].arg1 == c.query,
-                     "sample query with %d, expected %d", gyroCalls[1].arg1, c.query);
-        KVFUZZ_CHECK(gyroCalls[2].op == AdapterOp::DisableGyro && gyroCalls[2].arg1 == 1,
-                     "disable called with %d", gyroCalls[2].arg1);
-    }
-
+    const auto queries = recorder.calls(AdapterOp::GetGyroData);
+    KVFUZZ_CHECK(recorder.calls(AdapterOp::DisableGyro).size() == (enabled ? 1u : 0u) &&
+                     queries.size() == (enabled ? 1u : 0u) &&
+                     (!enabled || queries[0].arg1 == c.query),
+                 "holder calls for enable result %d", c.enableResult);
     if (!enabled || raw.empty()) {
-        KVFUZZ_CHECK(rc == -1, "result %d without samples", rc);
-        KVFUZZ_CHECK(Bytes(gyro.get(), 1) == gyroBefore, "record written without samples");
-        KVFUZZ_CHECK(Bytes(elements.get(), kCapacity) == elementsBefore,
-                     "elements written without samples");
-        return 0;
+        KVFUZZ_CHECK(r.rc == -1, "result %d without samples", r.rc);
+        KVFUZZ_CHECK(std::memcmp(&r.gyro, &before->gyro, sizeof r.gyro) == 0 &&
+                         std::memcmp(r.elements, before->elements, sizeof r.elements) == 0,
+                     "written without samples");
+        return;
     }
-
     const size_t n = std::min(raw.size(), kCapacity);
-    KVFUZZ_CHECK(rc == 0, "result %d with %zu samples", rc, raw.size());
-    KVFUZZ_CHECK(gyro->count == static_cast<int32_t>(n) && gyro->count <= 200,
-                 "count %d for %zu samples", gyro->count, raw.size());
-
-    // Nothing written but count, start and end.
-    const std::vector<unsigned char> gyroAfter = Bytes(gyro.get(), 1);
-    const size_t countEnd = offsetof(AIspGyroData, count) + sizeof(int32_t);
-    const size_t startAt = offsetof(AIspGyroData, startTimestamp);
-    KVFUZZ_CHECK(std::equal(gyroAfter.begin() + countEnd, gyroAfter.begin() + startAt,
-                            gyroBefore.begin() + countEnd),
-                 "record written beyond its three fields");
-    for (size_t i = 0; i < kCapacity; ++i) {
-        const unsigned char* now = reinterpret_cast<const unsigned char*>(&elements[i]);
-        const unsigned char* was = elementsBefore.data() + i * sizeof(Element);
-        if (i >= n) {
-            KVFUZZ_CHECK(std::memcmp(now, was, sizeof(Element)) == 0, "element %zu of %zu written",
-                         i, n);
-        } else {
-            KVFUZZ_CHECK(std::memcmp(now + 12, was + 12, 4) == 0, "padding of element %zu written",
-                         i);
-        }
-    }
-
-    // Ascending by timestamp.
-    for (size_t i = 1; i < n; ++i) {
-        KVFUZZ_CHECK(elements[i - 1].timestamp <= elements[i].timestamp,
-                     "element %zu at %llu before element %zu at %llu", i - 1,
-                     static_cast<unsigned long long>(elements[i - 1].timestamp), i,
-                     static_cast<unsigned long long>(elements[i].timestamp));
-    }
-
-    // Start, end and the elements as a multiset of the first n raw samples.
-    bool exact = true;
-    std::vector<Key> want;
-    std::vector<Key> got;
+    KVFUZZ_CHECK(r.rc == 0 && r.gyro.count == static_cast<int32_t>(n),
+                 "result %d, count %d for %zu samples", r.rc, r.gyro.count, raw.size());
+    KVFUZZ_CHECK(
+        std::memcmp(r.elements + n, before->elements + n, (kCapacity - n) * sizeof(Element)) == 0,
+        "elements past %zu written", n);
+    std::vector<std::array<uint32_t, 3>> want, got;
+    bool start = false, end = false;
     for (size_t i = 0; i < n; ++i) {
-        uint64_t us = 0;
-        if (!TicksToMicros(raw[i].timestamp, us)) exact = false;
-        want.push_back(RateBits(us, &raw[i].x));
-        got.push_back(RateBits(elements[i].timestamp, &elements[i].x));
-    }
-    uint64_t start = 0;
-    if (TicksToMicros(raw[0].timestamp, start)) {
-        KVFUZZ_CHECK(gyro->startTimestamp == start, "start %llu, expected %llu",
-                     static_cast<unsigned long long>(gyro->startTimestamp),
-                     static_cast<unsigned long long>(start));
-    }
-    uint64_t end = 0;
-    if (TicksToMicros(raw[n - 1].timestamp, end)) {
-        KVFUZZ_CHECK(gyro->endTimestamp == end, "end %llu, expected %llu",
-                     static_cast<unsigned long long>(gyro->endTimestamp),
-                     static_cast<unsigned long long>(end));
-    }
-    if (!exact) {
-        for (Key& k : want) std::get<0>(k) = 0;
-        for (Key& k : got) std::get<0>(k) = 0;
+        const Element& e = r.elements[i];
+        KVFUZZ_CHECK(i == 0 || r.elements[i - 1].timestamp <= e.timestamp,
+                     "element %zu out of order", i);
+        start |= e.timestamp == r.gyro.startTimestamp;
+        end |= e.timestamp == r.gyro.endTimestamp;
+        want.push_back(Rates(&raw[i].x));
+        got.push_back(Rates(&e.x));
     }
     std::sort(want.begin(), want.end());
     std::sort(got.begin(), got.end());
     KVFUZZ_CHECK(want == got, "elements are not the first %zu raw samples", n);
+    const uint64_t first = raw[0].timestamp, last = raw[n - 1].timestamp;
+    KVFUZZ_CHECK(start && end && (first > last || r.gyro.startTimestamp <= r.gyro.endTimestamp) &&
+                     (first < last || r.gyro.startTimestamp >= r.gyro.endTimestamp),
+                 "start %llu, end %llu", static_cast<unsigned long long>(r.gyro.startTimestamp),
+                 static_cast<unsigned long long>(r.gyro.endTimestamp));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    kvfuzz::InitProcess();
+    const auto c = std::make_unique<Case>();
+    const auto r = std::make_unique<Result>();
+    std::memset(c.get(), 0, sizeof *c);
+    c->enableResult = 1;
+    // 19.2 MHz ticks: one second, 99 microseconds, 0 microseconds.
+    c->count = 3;
+    const uint32_t ticks[3] = {19200000, 1919, 19};
+    for (int i = 0; i < 3; ++i) c->samples[i] = RawSample{0x3F800000u + i, {ticks[i], 0}};
+    Run(*c, *r);
+    KVFUZZ_CHECK(r->gyro.startTimestamp == 1000000 && r->gyro.endTimestamp == 0 &&
+                     r->elements[0].timestamp == 0 && r->elements[1].timestamp == 99 &&
+                     r->elements[2].timestamp == 1000000,
+                 "tick conversion: start %llu, end %llu",
+                 static_cast<unsigned long long>(r->gyro.startTimestamp),
+                 static_cast<unsigned long long>(r->gyro.endTimestamp));
+    kvfuzz::SaveSeed("conversion", *c);
+    // 250 ascending samples: the first 200 are kept.
+    c->count = 250;
+    c->spread = 1;
+    for (uint32_t i = 0; i < 250; ++i) c->samples[i] = RawSample{i, {19200000 + 38400 * i, 0}};
+    Run(*c, *r);
+    kvfuzz::SaveSeed("ascending_250", *c);
+    c->enableResult = 0;
+    kvfuzz::SaveSeed("refused", *c);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const auto r = std::make_unique<Result>();
+    Run(kvfuzz::Input(data, size).Take<Case>(), *r);
     return 0;
 }

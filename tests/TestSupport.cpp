@@ -3,6 +3,8 @@
 #include <ostream>
 #include <tuple>
 
+#include "UtilsLog.h"
+
 namespace kvtest {
 
 std::ostream& operator<<(std::ostream& os, const Line& l) {
@@ -28,6 +30,7 @@ std::vector<Line> PrimaryLines(const kvhost::LogCapture& capture) {
             std::tie(on.level, on.group, on.tag, on.file, on.line, on.format, on.text),
             std::tie(off.level, off.group, off.tag, off.file, off.line, off.format, off.text));
         EXPECT_EQ(on.group, 64u);
+        EXPECT_EQ(on.tag, UtilsSettings_getter()->logTag);
         EXPECT_EQ(on.format.rfind("[%s][%s()]:[%d] ", 0), 0u) << on.format;
 
         // "[file][func()]:[line] message"; the sink's own file and line repeat the prefix's.

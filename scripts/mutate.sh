@@ -1,0 +1,118 @@
+#!/usr/bin/env bash
+# Mutation check of the test suite: applies one-line faults to the library,
+# its hardened checks and the device-dump reader, one at a time, rebuilds and
+# runs the CTest suite, and counts the faults the suite catches. A fault the
+# suite misses is a test the suite lacks (or a fault that cannot change any
+# result; the list keeps none of those knowingly).
+#
+#   scripts/mutate.sh [-k REGEX] [-l]
+#
+#   -k REGEX  only the mutations whose line in scripts/mutations.txt matches
+#   -l        check that every mutation applies (its text found exactly once)
+#             and list them, without building
+#
+# The faults are listed in scripts/mutations.txt, one per line:
+#   tree <TAB> file <TAB> text <TAB> replacement <TAB> what it breaks
+# where tree is "default" or "hardened" (the METAUTILS_HARDENED build, for
+# faults in code that only that build runs) and a "¶" in the texts stands for
+# a line break; a replacement of ";" deletes a statement. The two trees are build-mutate/ and build-mutate-hard/.
+# Prints one line per mutation (caught, with the first failing test, or
+# SURVIVED), then the score; exits non-zero if a mutation did not apply or
+# did not build. Sources are restored after each mutation and on interrupt.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+filter="" list=0
+while getopts "k:l" opt; do
+    case $opt in
+        k) filter=$OPTARG ;;
+        l) list=1 ;;
+        *) sed -n '9,14p' "$0" >&2; exit 2 ;;
+    esac
+done
+
+mutations=scripts/mutations.txt
+# apply <file> <text> <replacement>: replaces the text, which must occur
+# exactly once; a "¶" in either stands for a line break.
+apply() {
+    python3 - "$@" <<'EOF'
+import sys
+path, old, new = sys.argv[1], sys.argv[2].replace("¶", "\n"), sys.argv[3].replace("¶", "\n")
+src = open(path).read()
+if src.count(old) != 1:
+    sys.exit(f"{path}: the text occurs {src.count(old)} times: {old!r}")
+open(path, "w").write(src.replace(old, new))
+EOF
+}
+
+declare -A tree_dir=([default]=build-mutate [hardened]=build-mutate-hard)
+configure() {  # configure <tree>
+    local hardened=OFF
+    [ "$1" = hardened ] && hardened=ON
+    cmake -S . -B "${tree_dir[$1]}" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMETAUTILS_BUILD_TESTS=ON \
+        -DMETAUTILS_HARDENED=$hardened >/dev/null
+    cmake --build "${tree_dir[$1]}" -j2 >/dev/null
+    ctest --test-dir "${tree_dir[$1]}" -j2 >/dev/null ||
+        { echo "the unmutated $1 tree fails its tests" >&2; exit 1; }
+}
+
+saved="" saved_file=""
+restore() { [ -n "$saved_file" ] && cp "$saved" "$saved_file" && saved_file=""; }
+saved=$(mktemp)
+trap 'restore; rm -f "$saved"' EXIT
+trap 'exit 130' INT TERM
+
+declare -A configured=()
+total=0 caught=0 broken=0
+survivors=()
+while IFS=$'\t' read -r -u 3 tree file old new what; do
+    [[ -z "$tree" || "$tree" == \#* ]] && continue
+    line="$tree	$file	$old	$new	$what"
+    [[ -n "$filter" && ! "$line" =~ $filter ]] && continue
+    if [[ -z "${tree_dir[$tree]:-}" || -z "$what" ]]; then
+        echo "malformed mutation: $line" >&2
+        broken=$((broken + 1))
+        continue
+    fi
+    total=$((total + 1))
+    cp "$file" "$saved" && saved_file=$file
+    if ! apply "$file" "$old" "$new"; then
+        broken=$((broken + 1))
+        restore
+        continue
+    fi
+    if ((list)); then
+        printf '%-9s %s: %s\n' "$tree" "$file" "$what"
+        restore
+        continue
+    fi
+    [ -n "${configured[$tree]:-}" ] || { configure "$tree"; configured[$tree]=1; }
+    dir=${tree_dir[$tree]}
+    if ! cmake --build "$dir" -j2 >"$dir/mutant-build.log" 2>&1; then
+        echo "NOT BUILT $file: $what (see $dir/mutant-build.log)"
+        broken=$((broken + 1))
+        restore
+        continue
+    fi
+    if out=$(KVHOST_LOG_ECHO=0 ctest --test-dir "$dir" -j2 --timeout 60 --stop-on-failure 2>&1); then
+        echo "SURVIVED  $file: $what"
+        survivors+=("$file: $what")
+    else
+        by=$(sed -n 's/.*Test *#[0-9]*: \([^ ]*\) .*\*\*\*.*/\1/p; s/.*Test *#[0-9]*: \([^ ]*\) .*Failed.*/\1/p' \
+            <<<"$out" | head -n 1)
+        echo "caught    $file: $what${by:+ (by $by)}"
+        caught=$((caught + 1))
+    fi
+    restore
+done 3<"$mutations"
+
+# Rebuild the restored sources so the trees are left unmutated.
+for tree in "${!configured[@]}"; do cmake --build "${tree_dir[$tree]}" -j2 >/dev/null; done
+
+if ((list)); then
+    echo "$total mutations, $broken not applicable"
+else
+    echo "score: $caught of $total caught"
+    ((broken == 0)) || echo "$broken mutations not applied or not built"
+fi
+((broken == 0))

@@ -4,6 +4,7 @@
 // capture description and device dump.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -31,9 +32,7 @@ struct FrameCase {
     bool inSensorZoom = false;
 };
 
-struct Corners {
-    int32_t left, top, right, bottom;
-};
+using Corners = std::array<int32_t, 4>;  // left, top, right, bottom
 
 int RunPlugin(const FrameCase& c, nearestface::Face* face) {
     nearestface::NearestFace plugin(c.cameraId, c.satCameraId);
@@ -72,7 +71,7 @@ protected:
         }
         std::vector<int32_t> values;
         for (const Corners& f : faces)
-            values.insert(values.end(), {f.left, f.top, f.right, f.bottom, 0, 0, 0, 0, 0});
+            values.insert(values.end(), {f[0], f[1], f[2], f[3], 0, 0, 0, 0, 0});
         if (!faces.empty()) md->putInt32("kovani.bokeh.faceInfo", values);
         return FrameCase{md};
     }
@@ -136,14 +135,6 @@ TEST_F(NearestFaceTest, FailuresLeaveTheFaceAlone) {
     }
 }
 
-// The frame of a file a phone gave, or of a capture description, as a
-// regression test: the loader builds the frame, registers the static
-// metadata and scripts the platform adapter as metautils-inspect does.
-FrameCase Loaded(const kvhost::Capture& c) {
-    return FrameCase{c.frame,      c.cameraId,    c.satCameraId,
-                     c.inputWidth, c.inputHeight, c.isInSensorZoom};
-}
-
 TEST_F(NearestFaceTest, FramesOfTheSamples) {
     const struct {
         const char* file;
@@ -163,7 +154,13 @@ TEST_F(NearestFaceTest, FramesOfTheSamples) {
             kvhost::loadCapture(std::string(SAMPLES_DIR "/") + r.file);
         ASSERT_TRUE(loaded) << loaded.error;
         nearestface::Face face;
-        EXPECT_EQ(RunPlugin(Loaded(*loaded.capture), &face), 0);
+        // The loader built the frame, registered the static metadata and
+        // scripted the platform adapter, as metautils-inspect does.
+        const kvhost::Capture& c = *loaded.capture;
+        EXPECT_EQ(RunPlugin({c.frame, c.cameraId, c.satCameraId, c.inputWidth, c.inputHeight,
+                             c.isInSensorZoom},
+                            &face),
+                  0);
         EXPECT_EQ(Fields(face), r.expected);
     }
 }

@@ -107,7 +107,7 @@ while IFS=$'\t' read -r -u 3 tree file old new what; do
     else
         # Failed CTest entries, and the GoogleTest cases inside them.
         by=$( (sed 's/^[0-9]*://' "$dir/Testing/Temporary/LastTestsFailed.log"
-               sed -n 's/^\[  FAILED  \] \([A-Za-z0-9_/.]*\)\( (.*)\)\?$/\1/p' \
+               sed -n 's/^\[  FAILED  \] \([A-Za-z_][A-Za-z0-9_/.]*\).*$/\1/p' \
                    "$dir/Testing/Temporary/LastTest.log") | sort -u | tr '\n' ' ')
         echo "caught    $file: $what (by $(wc -w <<<"$by") tests: $(cut -d' ' -f1-3 <<<"$by"))"
         printf '%s\t%s\t%s\n' "$file" "$what" "$by" >>"$kills"

@@ -4,6 +4,7 @@
 // dumpsys becomes the frame and static metadata the defaults and options say.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <fstream>
 #include <map>
 #include <string>
@@ -40,18 +41,6 @@ struct FormatCase {
     std::string warning;                                  // in the first warning; "" for none
 };
 
-// Each line of kBlock with `prefix` in front and `suffix` behind.
-std::string eachLine(const std::string& prefix, const std::string& suffix) {
-    std::string out;
-    const std::string text = kBlock;
-    for (size_t at = 0; at < text.size();) {
-        const size_t end = text.find('\n', at);
-        out += prefix + text.substr(at, end - at) + suffix + "\n";
-        at = end + 1;
-    }
-    return out;
-}
-
 class DumpFormat : public ::testing::TestWithParam<FormatCase> {};
 
 TEST_P(DumpFormat, ReadsWhatTheDevicePrinted) {
@@ -71,8 +60,6 @@ TEST_P(DumpFormat, ReadsWhatTheDevicePrinted) {
 const std::map<std::string, std::vector<uint8_t>> kBoth = {{"android.scaler.cropRegion", kCrop},
                                                            {"android.control.afState", kAfState}};
 const std::map<std::string, std::vector<uint8_t>> kAfOnly = {{"android.control.afState", kAfState}};
-const std::map<std::string, std::vector<uint8_t>> kCropOnly = {
-    {"android.scaler.cropRegion", kCrop}};
 
 // Entry `header` followed by the afState entry, in a block.
 std::string withEntry(const std::string& entry) {
@@ -80,21 +67,35 @@ std::string withEntry(const std::string& entry) {
            "\nandroid.control.afState (10020): byte[1]\n[PASSIVE_FOCUSED ]\n";
 }
 
+// `entry`, which does not read whole, before the afState entry: left out with `warning`.
+FormatCase bad(const char* name, const std::string& entry, const std::string& warning) {
+    return FormatCase{name, withEntry(entry), kAfOnly, warning};
+}
+
+// What of a line is read: logcat's prefixes, fences, comments and blanks go.
+TEST(DumpLine, KeepsWhatTheDevicePrinted) {
+    const struct {
+        const char* line;
+        const char* kept;
+    } rows[] = {
+        {"  [1 ]\r", "[1 ]"},
+        {"11-22 10:15:30.123  1234  5678 I CameraService: [1 ]", "[1 ]"},
+        {"2026-11-22 10:15:30.123  1047  1234  5678 F Camera3-Device: [1 ]", "[1 ]"},
+        {"I/CameraService( 1234): [1 ]", "[1 ]"},
+        {"S/CameraService( 1234): [1 ]", "[1 ]"},
+        // A threadtime prefix holds a pid and a tid: this line has none.
+        {"11-22 10:15:30.123  1234 I Tag: [1 ]", "11-22 10:15:30.123  1234 I Tag: [1 ]"},
+        {"[1 ]  // noted", "[1 ]"},
+        {"```text", ""},
+        {"~~~", ""},
+    };
+    for (const auto& r : rows) EXPECT_EQ(cleanDumpLine(r.line), r.kept) << r.line;
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Variations, DumpFormat,
     ::testing::Values(
         FormatCase{"AsPrinted", kBlock, kBoth, ""},
-        FormatCase{"LeadingBlanksStripped", eachLine("", ""), kBoth, ""},
-        FormatCase{"Indented", eachLine("        ", ""), kBoth, ""},
-        FormatCase{"CrLf", eachLine("", "\r"), kBoth, ""},
-        FormatCase{"MarkdownFence", "```text\n" + std::string(kBlock) + "```\n", kBoth, ""},
-        FormatCase{"LogcatThreadtime",
-                   eachLine("11-22 10:15:30.123  1234  5678 I CameraService: ", ""), kBoth, ""},
-        FormatCase{"LogcatThreadtimeWithYear",
-                   eachLine("2026-11-22 10:15:30.123  1047  1234  5678 D Camera3-Device: ", ""),
-                   kBoth, ""},
-        FormatCase{"LogcatBrief", eachLine("I/CameraService( 1234): ", ""), kBoth, ""},
-        FormatCase{"CommentsAfterRows", eachLine("", "  // noted"), kBoth, ""},
         FormatCase{"NewerBlockLine",
                    "Dumping camera metadata array: 2 / 2 entries\n" +
                        std::string(kBlock).substr(std::string(kBlock).find('\n') + 1),
@@ -130,39 +131,33 @@ INSTANTIATE_TEST_SUITE_P(
                    withEntry("android.scaler.cropRegion (d0000): int32[0]"),
                    {{"android.scaler.cropRegion", {}}, {"android.control.afState", kAfState}},
                    ""},
+        // Rows after an elision have lost their entry: skipped, the entries around kept.
         FormatCase{"ElidedEntries",
-                   "Dumping camera metadata array: 9 / 9 entries\n...\n[1 2 ]\n...\n" +
-                       std::string(kBlock).substr(std::string(kBlock).find("  android")),
+                   withEntry("...\n[1 2 ]\nandroid.scaler.cropRegion (d0000): int32[4]\n"
+                             "[400 300 3200 2400 ]\n...\n[5 6 ]"),
                    kBoth, ""},
         // What cannot be read whole is left out, with a warning naming line and tag.
-        FormatCase{"ElidedRows",
-                   withEntry("android.scaler.cropRegion (d0000): int32[12]\n[1 2 3 4 ]\n...\n[9 "
-                             "10 11 12 ]"),
-                   kAfOnly,
-                   "dump.txt:2: android.scaler.cropRegion: shows 4 of its 12 values, the "
-                   "others elided"},
-        FormatCase{"FewerValuesThanCount",
-                   withEntry("android.scaler.cropRegion (d0000): int32[40]\n[1 2 3 4 ]"), kAfOnly,
-                   "dump.txt:2: android.scaler.cropRegion: shows 4 of its 40 values"},
-        FormatCase{"MoreValuesThanCount",
-                   withEntry("android.scaler.cropRegion (d0000): int32[2]\n[1 2 3 4 ]"), kAfOnly,
-                   "shows 4 of its 2 values"},
-        FormatCase{"HeaderWithoutValues", withEntry("android.scaler.cropRegion (d0000): int32[4]"),
-                   kAfOnly, "shows 0 of its 4 values"},
-        FormatCase{"UnknownEnumName",
-                   withEntry("android.control.afMode (10007): byte[1]\n[SOMETIMES ]"), kAfOnly,
-                   "dump.txt:3: android.control.afMode: \"SOMETIMES\" is neither a number nor a "
-                   "value name"},
-        FormatCase{"ByteOutOfRange", withEntry("android.control.afMode (10007): byte[1]\n[300 ]"),
-                   kAfOnly, "out of a byte's range"},
-        FormatCase{"UnknownType", withEntry("android.control.afMode (10007): int128[1]\n[1 ]"),
-                   kAfOnly, "unknown type \"int128\""},
-        FormatCase{"UnclosedRow",
-                   withEntry("android.scaler.cropRegion (d0000): int32[4]\n[400 300 3200 2400"),
-                   kAfOnly, "closing"},
-        FormatCase{"BadRational",
-                   withEntry("android.control.aeCompensationStep (10016): rational[1]\n[(1 / x) ]"),
-                   kAfOnly, "not a rational"},
+        bad("ElidedRows", "android.scaler.cropRegion (d0000): int32[12]\n[1 2 3 4 ]\n...\n[9 ]",
+            "dump.txt:2: android.scaler.cropRegion: shows 4 of its 12 values, the others elided"),
+        bad("FewerValuesThanCount", "android.scaler.cropRegion (d0000): int32[40]\n[1 2 3 4 ]",
+            "dump.txt:2: android.scaler.cropRegion: shows 4 of its 40 values"),
+        bad("MoreValuesThanCount", "android.scaler.cropRegion (d0000): int32[2]\n[1 2 3 4 ]",
+            "shows 4 of its 2 values"),
+        bad("HeaderWithoutValues", "android.scaler.cropRegion (d0000): int32[4]",
+            "shows 0 of its 4 values"),
+        bad("UnknownEnumName", "android.control.afMode (10007): byte[1]\n[SOMETIMES ]",
+            "dump.txt:3: android.control.afMode: \"SOMETIMES\" is neither a number nor a value"),
+        bad("ByteOutOfRange", "android.control.afMode (10007): byte[1]\n[256 ]",
+            "256 is out of a byte's range"),
+        bad("Int32OutOfRange", "android.scaler.cropRegion (d0000): int32[1]\n[-2147483649 ]",
+            "-2147483649 is out of int32's range"),
+        bad("UnknownType", "android.control.afMode (10007): int128[1]\n[1 ]",
+            "unknown type \"int128\""),
+        bad("UnclosedRow", "android.control.afMode (10007): byte[1]\n[1", "closing"),
+        bad("TextAfterRow", "android.control.afMode (10007): byte[1]\n[1 ] x",
+            "text after the value row"),
+        bad("BadRational", "android.control.aeCompensationStep (10016): rational[1]\n[(1 / x) ]",
+            "not a rational"),
         FormatCase{"OrphanRows",
                    "Dumping camera metadata array: 2 / 3 entries\n[5 6 7 ]\n" +
                        std::string(kBlock).substr(std::string(kBlock).find("  android")),
@@ -174,24 +169,6 @@ const TagPayload* find(const std::vector<TagPayload>& tags, const char* name) {
         if (p.info->name == name) return &p;
     }
     return nullptr;
-}
-
-// ---- A whole dumpsys -----------------------------------------------------
-
-TEST(DumpsysSample, OptionsOverrideEachChoice) {
-    std::ifstream in(KVTEST_SOURCE_DIR "/samples/dumpsys-camera.txt");
-    const Dump dump = readDump(std::string(std::istreambuf_iterator<char>(in), {}), "d");
-    DumpOptions o;
-    o.camera = 1;
-    o.frame = 6;
-    o.statics[7] = 4;
-    o.input.emplace(1920, 1080);
-    const Capture c = captureFromDump(dump, o);
-    EXPECT_EQ(c.cameraId, 1);
-    EXPECT_EQ(c.inputWidth, 1920);
-    EXPECT_EQ(find(c.frame, "android.control.captureIntent"), nullptr);  // block 6 alone
-    EXPECT_EQ(find(c.frame, "kovani.snapshot.fwkCameraId")->bytes, bytesOf<int32_t>({1}));
-    EXPECT_EQ(c.statics.count(7), 1u);
 }
 
 // ---- Dumps of a few blocks ------------------------------------------------
@@ -210,6 +187,35 @@ TEST(DumpCapture, LastBlockOfNoCameraIsTheFrameAndItsFwkIdTheCamera) {
                                 "kovani.snapshot.fwkCameraId (80020003): int32[1]\n[3 ]\n");
     EXPECT_EQ(c.cameraId, 3);
     EXPECT_EQ(c.frame.size(), 1u);
+}
+
+// The frame is the camera's last result of the current session, the static
+// metadata of a physical camera its first characteristics.
+TEST(DumpCapture, BlocksTheCaptureTakes) {
+    const std::string result =
+        "Latest received frame\nDumping camera metadata array: 1 / 1 entries\n";
+    const std::string af = "android.control.afState (10020): byte[1]\n";
+    const std::string text =
+        "== Camera HAL device device@3.7/internal/0 (v3.7) static information: ==\n"
+        "Dumping camera metadata array: 1 / 1 entries\n"
+        "android.sensor.info.activeArraySize (f0000): int32[4]\n[0 0 0 3000 ]\n"
+        "Physical camera 2 characteristics:\nDumping camera metadata array: 1 / 1 entries\n"
+        "android.sensor.info.activeArraySize (f0000): int32[4]\n[0 0 2000 1500 ]\n"
+        "Physical camera 2 characteristics:\nDumping camera metadata array: 1 / 1 entries\n" +
+        af + "[9 ]\n== Camera device 0 dynamic info: ==\n" + result + af + "[1 ]\n" + result +
+        "kovani.snapshot.fwkCameraId (80100003): int32[0]\n" + af + "[2 ]\n" + af +
+        "[5 ]\nDumpsys from previous open session:\n" + result + af + "[3 ]\n";
+    const Capture c = captureOf(text);
+    EXPECT_EQ(find(c.frame, "android.control.afState")->bytes, bytesOf<uint8_t>({2}));
+    ASSERT_EQ(c.warnings.size(), 1u);
+    EXPECT_NE(c.warnings[0].find("d:23: android.control.afState: given twice in its block"),
+              std::string::npos);
+    // An empty framework camera id names no camera: the chosen one is added.
+    EXPECT_EQ(c.frame.back().info->name, "kovani.snapshot.fwkCameraId");
+    EXPECT_EQ(c.frame.back().bytes, bytesOf<int32_t>({0}));
+    EXPECT_NE(find(c.statics.at(2), "android.sensor.info.activeArraySize"), nullptr);
+    // An active array of no width gives no input size.
+    EXPECT_THROW(captureFromDump(readDump(text, "d"), {}), InputError);
 }
 
 TEST(DumpCapture, UnnamedVendorTagIsNamedByTheVendorList) {
@@ -258,10 +264,9 @@ TEST(DumpCapture, ImpossibleChoicesAreOneError) {
         }
         return std::string("no error");
     };
-    DumpOptions frame;
+    DumpOptions frame, stat;
     frame.frame = 2;
     EXPECT_EQ(message(frame), "d: --frame: no block 2 (the dump has 1)");
-    DumpOptions stat;
     stat.statics[0] = 5;
     stat.input.emplace(1, 1);
     EXPECT_EQ(message(stat), "d: --static: no block 5 (the dump has 1)");
@@ -305,9 +310,16 @@ INSTANTIATE_TEST_SUITE_P(
                     "malformed JSON: nested more than 64 levels deep at line 1"}),
     [](const auto& info) { return std::string(info.param.name); });
 
+TEST(LoadCapture, FilesOver64MiBAreAnError) {
+    const std::string path = "bad-huge.txt";
+    std::ofstream(path) << std::string((size_t{64} << 20) + 1, '\n');
+    EXPECT_EQ(loadCapture(path).error, path + ": larger than 64 MiB, more than any dump");
+    std::remove(path.c_str());
+}
+
 TEST(LoadCapture, DumpOptionsOnACaptureDescriptionAreAnError) {
     const std::string path = "capture-with-options.json";
-    std::ofstream(path) << "{}";
+    std::ofstream(path) << "\xEF\xBB\xBF{}";  // a byte order mark first
     DumpOptions o;
     o.frame = 1;
     EXPECT_EQ(loadCapture(path, o).error,
@@ -331,11 +343,8 @@ TEST(LoadCapture, FailureChangesNothing) {
     std::ofstream(description) << R"({"camera": {"cameraId": 0}, "input": {"width": 2, "height": 2},
               "frame": {"tags": [{"tag": "org.example.failing.other", "type": "byte",
                                   "values": [1]}]}, "static": "none"})";
-    for (const std::string& path : {dump, description}) {
-        const LoadResult loaded = loadCapture(path);  // no input size; a bad section
-        EXPECT_FALSE(loaded) << path;
-        EXPECT_FALSE(loaded.error.empty());
-    }
+    // No input size; a bad section.
+    for (const std::string& path : {dump, description}) EXPECT_FALSE(loadCapture(path)) << path;
     EXPECT_EQ(findTag("org.example.failing.tag"), nullptr);
     EXPECT_EQ(findTag("org.example.failing.other"), nullptr);
     EXPECT_EQ(StaticMetadataWraper::getInstance()->getStaticMetadata(5), stat);

@@ -1,6 +1,6 @@
-// How outcomes read where the golden reports show no example: cut strings,
-// objects that are not rectangles, skipped calls in the JSON report; and the
-// numbers read back from the library's log lines.
+// How outcomes read where the golden reports show no example: cut strings and
+// objects that are not rectangles; and the numbers read back from the
+// library's log lines.
 #include "Report.h"
 
 #include <gtest/gtest.h>
@@ -48,23 +48,6 @@ TEST(LoggedNumbers, ReadsTheWholeMessageOfAPrimaryOrBareLineNotItsPrefix) {
               (std::vector<long long>{0, 0, 4000, 3000}));
     EXPECT_TRUE(loggedNumbers(logs, "allInOneCrop not using zoom eis shift (%d,%d)").empty());
     EXPECT_TRUE(loggedNumbers(logs, "allInOneCrop input crop").empty());
-}
-
-TEST(JsonReport, KeepsResultsInputAndTheReasonOfASkippedCall) {
-    Capture capture;
-    capture.inputWidth = 1920;
-    const Getter getter{"Camera identity", "GetAISPSensorType", Given::Nothing, nullptr};
-    CallRecord call;
-    call.getter = &getter;
-    call.outcome = Outcome{std::nullopt, nullptr, "the platform adapter is absent"};
-    const Json report = jsonReport(capture, {call}, true);
-    ASSERT_EQ(report["calls"].size(), 1u);
-    const Json& out = report["calls"][0];
-    EXPECT_EQ(out["method"], "GetAISPSensorType");
-    EXPECT_TRUE(out["result"].is_null());
-    EXPECT_EQ(out["skipped"], "the platform adapter is absent");
-    EXPECT_TRUE(out["logs"].is_array());
-    EXPECT_EQ(report["input"]["width"], 1920);
 }
 
 }  // namespace

@@ -129,6 +129,7 @@ TEST_F(DebugLogTest, GatesAreCheckedPerPath) {
         size_t online, android, offline;
     } cases[] = {
         {"level above information", {5, 2, 5, 2, 1}, 0, 0, 0, 0},
+        {"level exactly information", {4, 2, 4, 2, 1}, 0, 1, 1, 1},
         {"group bit missing", {0, 0xFD, 0, 0xFD, 1}, 0, 0, 0, 0},
         {"group bit only above the low byte", {0, 0x200, 0, 0x200, 1}, 0, 0, 0, 0},
         {"debug mask 0 stops only offline", {0, 0xFF, 0, 0xFF, 0}, 0, 1, 1, 0},

@@ -7,19 +7,17 @@
 // Checks, for every input:
 // - GetFaceRect: -1 with the whole record cleared, or 0 with the count of
 //   whole faces (at most 10); every face inside the image with even size (a
-//   zero rectangle for an image without area), its centre inside the image
-//   or at its centre, a quarter-turn rotation, the extras of its words, the
+//   zero rectangle for an image without area), the extras of its words, the
 //   largest face index the first face of largest area;
-// - GetFacesNoMap: -1 without whole faces; only count, rectangles and extras
-//   written;
+// - GetFacesNoMap: -1 exactly without whole faces;
 // - GetFaceInfo: GetFaceRect's count and rectangles as inclusive corners,
 //   the face luma and the extras;
 // - GetfocusROI: 0, -1 or -2, the region untouched unless 0, a region count
 //   other than 1 or 2 refused, an accepted region inside the image;
 //   GetfocusTP: the same result and the centre of the region (of a zero one
 //   on failure).
-// Mapped faces and focus regions are checked once at start-up on a
-// hand-worked example.
+// A mapped face (its centre and rotation too) and focus region are checked
+// once at start-up on a hand-worked example.
 #include "FuzzSupport.h"
 
 namespace {

@@ -1,5 +1,7 @@
 // Every getter and setter of kvalgo2::MetaUtils, from one table, on frames and
-// static metadata whose tags have arbitrary element types and lengths.
+// static metadata whose tags have arbitrary element types and lengths. A
+// method's arguments come from its parameter types (Arg): the frame, the
+// input's values and rectangles, poisoned outputs of the sizes it fills.
 //
 // Input: the call arguments (Args), then records until the input ends, each
 // storing one tag of the host table into the frame or into the static

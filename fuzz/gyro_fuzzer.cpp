@@ -11,21 +11,13 @@
 //   timestamps among the elements' and ordered as the first and the last kept
 //   raw sample;
 // - the holder is disabled exactly when it was enabled, the query passed on.
-// The tick conversion is checked once at start-up on a hand-worked example.
-#include <algorithm>
-#include <array>
-#include <cstddef>
-#include <cstdint>
-#include <cstring>
-#include <memory>
-#include <vector>
-
+// The tick conversion and the limit of 200 are checked once at start-up on a
+// hand-worked example.
 #include "FuzzSupport.h"
 
 namespace {
 
 using Element = AIspGyroData::GyroElement;
-using kvhost::AdapterOp;
 
 constexpr size_t kCapacity = 200;
 
@@ -37,131 +29,94 @@ struct RawSample {
 struct Case {
     int32_t query;
     int8_t enableResult;
-    uint8_t spread;  // ticks: any, below 2^40 (16 h of the timer), or 0 to 4
-    uint8_t nullKey;
-    uint8_t unused;
-    uint16_t count;  // % 301
-    uint16_t unused2;
+    uint8_t spread, nullKey, unused;  // ticks: any, below 2^40 (16 h of the timer), or 0 to 4
+    uint16_t count, unused2;          // % 301
     RawSample samples[300];
 };
 
+// On the heap, the 200 elements last: AddressSanitizer reports a write past
+// them.
 struct Result {
-    int rc;
     AIspGyroData gyro;
     Element elements[kCapacity];
 };
 
-adapter::GyroSample Convert(const RawSample& s, uint8_t spread) {
-    adapter::GyroSample out;
-    const uint32_t bits[3] = {s.rates, s.rates * 2654435761u, ~s.rates};
-    std::memcpy(&out.x, bits, sizeof bits);
-    out.reserved = 0x5A5A5A5A;
-    const uint64_t ticks = s.ticks[0] | uint64_t{s.ticks[1]} << 32;
-    out.timestamp = spread % 3 == 1   ? ticks & ((uint64_t{1} << 40) - 1)
-                    : spread % 3 == 2 ? ticks % 5
-                                      : ticks;
-    return out;
-}
-
-std::array<uint32_t, 3> Rates(const float* xyz) {
-    std::array<uint32_t, 3> b;
-    std::memcpy(b.data(), xyz, sizeof b);
-    return b;
-}
-
-void Run(const Case& c, Result& r) {
-    std::vector<adapter::GyroSample> raw;
-    for (size_t i = 0; i < c.count % 301u; ++i) raw.push_back(Convert(c.samples[i], c.spread));
+std::unique_ptr<Result> Run(const Case& c) {
+    std::vector<adapter::GyroSample> raw(c.count % 301u);
+    for (size_t i = 0; i < raw.size(); ++i) {
+        const RawSample& s = c.samples[i];
+        const uint32_t bits[3] = {s.rates, s.rates * 2654435761u, ~s.rates};
+        std::memcpy(&raw[i].x, bits, sizeof bits);
+        const uint64_t ticks = s.ticks[0] | uint64_t{s.ticks[1]} << 32;
+        raw[i].timestamp = c.spread % 3 == 1   ? ticks & ((uint64_t{1} << 40) - 1)
+                           : c.spread % 3 == 2 ? ticks % 5
+                                               : ticks;
+    }
     kvhost::AdapterScript script;
     script.gyroEnableResult = c.enableResult;
     script.gyroSamples = raw;
     kvhost::setAdapterScript(script);
     const kvhost::AdapterRecorder recorder;  // this input's calls only
 
-    kvfuzz::Poison(r, 0x11);
-    const auto before = std::make_unique<Result>();
-    std::memcpy(before.get(), &r, sizeof r);
-    // Exactly the 200 places the method may fill.
-    std::unique_ptr<Element[]> elements(new Element[kCapacity]);
-    std::memcpy(elements.get(), r.elements, sizeof r.elements);
-    kvalgo2::MetaUtils utils;
-    r.rc = utils.GetGyroData(nullptr, r.gyro, elements.get(), c.query,
-                             c.nullKey & 1 ? nullptr : "gyro.fuzz");
-    std::memcpy(r.elements, elements.get(), sizeof r.elements);
+    auto r = std::make_unique<Result>(), before = std::make_unique<Result>();
+    *before = kvfuzz::Poison(*r, 0x11);
+    const int rc = kvalgo2::MetaUtils().GetGyroData(nullptr, r->gyro, r->elements, c.query,
+                                                    c.nullKey & 1 ? nullptr : "gyro.fuzz");
 
     const bool enabled = c.enableResult != 0;
-    const auto queries = recorder.calls(AdapterOp::GetGyroData);
-    KVFUZZ_CHECK(recorder.calls(AdapterOp::DisableGyro).size() == (enabled ? 1u : 0u) &&
+    const auto queries = recorder.calls(kvhost::AdapterOp::GetGyroData);
+    KVFUZZ_CHECK(recorder.calls(kvhost::AdapterOp::DisableGyro).size() == (enabled ? 1u : 0u) &&
                      queries.size() == (enabled ? 1u : 0u) &&
                      (!enabled || queries[0].arg1 == c.query),
                  "holder calls for enable result %d", c.enableResult);
-    if (!enabled || raw.empty()) {
-        KVFUZZ_CHECK(r.rc == -1, "result %d without samples", r.rc);
-        KVFUZZ_CHECK(std::memcmp(&r.gyro, &before->gyro, sizeof r.gyro) == 0 &&
-                         std::memcmp(r.elements, before->elements, sizeof r.elements) == 0,
-                     "written without samples");
-        return;
-    }
-    const size_t n = std::min(raw.size(), kCapacity);
-    KVFUZZ_CHECK(r.rc == 0 && r.gyro.count == static_cast<int32_t>(n),
-                 "result %d, count %d for %zu samples", r.rc, r.gyro.count, raw.size());
+    const size_t n = enabled ? std::min(raw.size(), kCapacity) : 0;
+    KVFUZZ_CHECK(rc == (n == 0 ? -1 : 0) && (n == 0 ? kvfuzz::SameBytes(r->gyro, before->gyro)
+                                                    : r->gyro.count == int32_t(n)),
+                 "result %d, count %d for %zu samples", rc, r->gyro.count, raw.size());
     KVFUZZ_CHECK(
-        std::memcmp(r.elements + n, before->elements + n, (kCapacity - n) * sizeof(Element)) == 0,
+        std::memcmp(r->elements + n, before->elements + n, (kCapacity - n) * sizeof(Element)) == 0,
         "elements past %zu written", n);
-    std::vector<std::array<uint32_t, 3>> want, got;
+    if (n == 0) return r;
+    std::vector<uint32_t> want, got;  // the rates' first words, as a multiset
     bool start = false, end = false;
     for (size_t i = 0; i < n; ++i) {
-        const Element& e = r.elements[i];
-        KVFUZZ_CHECK(i == 0 || r.elements[i - 1].timestamp <= e.timestamp,
-                     "element %zu out of order", i);
-        start |= e.timestamp == r.gyro.startTimestamp;
-        end |= e.timestamp == r.gyro.endTimestamp;
-        want.push_back(Rates(&raw[i].x));
-        got.push_back(Rates(&e.x));
+        const Element& e = r->elements[i];
+        uint32_t bits[3];
+        std::memcpy(bits, &e.x, sizeof bits);
+        KVFUZZ_CHECK((i == 0 || r->elements[i - 1].timestamp <= e.timestamp) &&
+                         bits[1] == bits[0] * 2654435761u && bits[2] == ~bits[0],
+                     "element %zu out of order or not a sample's rates", i);
+        start |= e.timestamp == r->gyro.startTimestamp;
+        end |= e.timestamp == r->gyro.endTimestamp;
+        want.push_back(c.samples[i].rates);
+        got.push_back(bits[0]);
     }
     std::sort(want.begin(), want.end());
     std::sort(got.begin(), got.end());
     KVFUZZ_CHECK(want == got, "elements are not the first %zu raw samples", n);
     const uint64_t first = raw[0].timestamp, last = raw[n - 1].timestamp;
-    KVFUZZ_CHECK(start && end && (first > last || r.gyro.startTimestamp <= r.gyro.endTimestamp) &&
-                     (first < last || r.gyro.startTimestamp >= r.gyro.endTimestamp),
-                 "start %llu, end %llu", static_cast<unsigned long long>(r.gyro.startTimestamp),
-                 static_cast<unsigned long long>(r.gyro.endTimestamp));
+    const uint64_t from = r->gyro.startTimestamp, to = r->gyro.endTimestamp;
+    KVFUZZ_CHECK(start && end && (first > last || from <= to) && (first < last || from >= to),
+                 "start or end timestamp");
+    return r;
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    kvfuzz::InitProcess();
-    const auto c = std::make_unique<Case>();
-    const auto r = std::make_unique<Result>();
-    std::memset(c.get(), 0, sizeof *c);
+void Examples() {
+    const auto c = std::make_unique<Case>();  // all zeros
+    // 250 samples of a 19.2 MHz timer: 1919 ticks (99 microseconds), then
+    // from one second on every 2 ms and 19 ticks (under a microsecond); the
+    // first 200 are kept.
     c->enableResult = 1;
-    // 19.2 MHz ticks: one second, 99 microseconds, 0 microseconds.
-    c->count = 3;
-    const uint32_t ticks[3] = {19200000, 1919, 19};
-    for (int i = 0; i < 3; ++i) c->samples[i] = RawSample{0x3F800000u + i, {ticks[i], 0}};
-    Run(*c, *r);
-    KVFUZZ_CHECK(r->gyro.startTimestamp == 1000000 && r->gyro.endTimestamp == 0 &&
-                     r->elements[0].timestamp == 0 && r->elements[1].timestamp == 99 &&
-                     r->elements[2].timestamp == 1000000,
-                 "tick conversion: start %llu, end %llu",
-                 static_cast<unsigned long long>(r->gyro.startTimestamp),
-                 static_cast<unsigned long long>(r->gyro.endTimestamp));
-    kvfuzz::SaveSeed("conversion", *c);
-    // 250 ascending samples: the first 200 are kept.
     c->count = 250;
-    c->spread = 1;
-    for (uint32_t i = 0; i < 250; ++i) c->samples[i] = RawSample{i, {19200000 + 38400 * i, 0}};
-    Run(*c, *r);
-    kvfuzz::SaveSeed("ascending_250", *c);
-    c->enableResult = 0;
-    kvfuzz::SaveSeed("refused", *c);
-    return 0;
+    c->samples[0] = RawSample{0, {1919, 0}};
+    for (uint32_t i = 1; i < 250; ++i)
+        c->samples[i] = RawSample{i, {19200019 + 38400 * (i - 1), 0}};
+    const auto r = Run(*c);
+    const uint64_t got[5] = {uint64_t(r->gyro.count), r->gyro.startTimestamp, r->gyro.endTimestamp,
+                             r->elements[0].timestamp, r->elements[1].timestamp};
+    kvfuzz::Example("ticks_250", *c, got, {200, 99, 1396000, 99, 1000000});
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const auto r = std::make_unique<Result>();
-    Run(kvfuzz::Input(data, size).Take<Case>(), *r);
-    return 0;
-}
+KVFUZZ_TARGET(Case, Run, Examples)

@@ -5,9 +5,6 @@
 // or of the reference region), and the destination is untouched then;
 // otherwise the result is 0 and the rectangle lies inside the image with even
 // width and height. Hand-worked mappings are checked once at start-up.
-#include <cstddef>
-#include <cstdint>
-
 #include "FuzzSupport.h"
 
 namespace {
@@ -15,66 +12,38 @@ namespace {
 using kvalgo2::ChiRect;
 
 struct Case {
-    ChiRect src;
-    ChiRect refer;
-    int32_t width;
-    int32_t height;
+    ChiRect src, refer;
+    int32_t width, height;
     ChiRect sensor;
 };
 
-int Map(const Case& c, __UtilsImage_Rect& dst) {
-    kvalgo2::MetaUtils utils;
-    kvfuzz::Poison(dst, 0x3C);
-    const __UtilsImage_Rect before = dst;
-    const int rc = utils.MapRectToInput(c.src, c.refer, c.width, c.height, c.sensor, &dst);
+__UtilsImage_Rect Map(const Case& c) {
+    __UtilsImage_Rect dst;
+    const __UtilsImage_Rect before = kvfuzz::Poison(dst, 0x3C);
+    const int rc =
+        kvalgo2::MetaUtils().MapRectToInput(c.src, c.refer, c.width, c.height, c.sensor, &dst);
     const bool refused = c.width < 1 || c.height < 1 || c.src.width == 0 || c.src.height == 0 ||
                          c.refer.width == 0 || c.refer.height == 0;
     KVFUZZ_CHECK(rc == (refused ? -1 : 0), "result %d, arguments %s", rc,
                  refused ? "refused" : "valid");
-    if (refused) {
-        KVFUZZ_CHECK(kvfuzz::SameBytes(dst, before), "a refused call wrote its destination");
-    } else {
-        KVFUZZ_CHECK(kvfuzz::InsideImage(dst, c.width, c.height),
-                     "rect (%u, %u, %u, %u) not inside image %dx%d with even size", dst.left,
-                     dst.top, dst.width, dst.height, c.width, c.height);
-    }
-    return rc;
+    KVFUZZ_CHECK(
+        refused ? kvfuzz::SameBytes(dst, before) : kvfuzz::InsideImage(dst, c.width, c.height),
+        "result %d, rect (%u, %u, %u, %u) in image %dx%d", rc, dst.left, dst.top, dst.width,
+        dst.height, c.width, c.height);
+    return dst;
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    kvfuzz::InitProcess();
+void Examples() {
     // 4000x3000 onto 1920x1080: the width fills at scale 0.48, 375 reference
     // lines are cut above and below.
     const ChiRect full{0, 0, 4000, 3000};
-    const ChiRect face{1000, 1000, 400, 400};
-    const struct {
-        const char* name;
-        Case c;
-        __UtilsImage_Rect want;
-    } examples[] = {
-        {"worked_example", {face, full, 1920, 1080, full}, {480, 300, 192, 192}},
-        {"corner_in_top_margin",
-         {{1000, 200, 400, 400}, full, 1920, 1080, full},
-         {480, 0, 192, 192}},
-        // Cut at the right border, 91 pixels made even.
-        {"past_right_edge", {{3810, 1000, 400, 400}, full, 1920, 1080, full}, {1829, 300, 90, 192}},
-        // A ratio that is not a number: the height fills at scale 0.36.
-        {"zero_sensor_height", {face, full, 1920, 1080, {0, 0, 4000, 0}}, {360, 360, 144, 144}},
-    };
-    for (const auto& e : examples) {
-        __UtilsImage_Rect dst;
-        KVFUZZ_CHECK(Map(e.c, dst) == 0 && kvfuzz::SameBytes(dst, e.want),
-                     "%s: (%u, %u, %u, %u), expected (%u, %u, %u, %u)", e.name, dst.left, dst.top,
-                     dst.width, dst.height, e.want.left, e.want.top, e.want.width, e.want.height);
-        kvfuzz::SaveSeed(e.name, e.c);
-    }
-    return 0;
+    const Case worked{{1000, 1000, 400, 400}, full, 1920, 1080, full};
+    kvfuzz::Example("worked_example", worked, Map(worked), {480, 300, 192, 192});
+    // Cut at the right border, 91 pixels made even.
+    const Case right{{3810, 1000, 400, 400}, full, 1920, 1080, full};
+    kvfuzz::Example("past_right_edge", right, Map(right), {1829, 300, 90, 192});
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    __UtilsImage_Rect dst;
-    Map(kvfuzz::Input(data, size).Take<Case>(), dst);
-    return 0;
-}
+KVFUZZ_TARGET(Case, Map, Examples)

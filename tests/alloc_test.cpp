@@ -105,11 +105,8 @@ const std::vector<kvtest::Invoke>& Getters() {
         Bind(&MetaUtils::GetBurstInfoBpsIspGainShort),
         Bind(&MetaUtils::GetBokehCapsInfo),
         Bind(&MetaUtils::GetSceneDetectedAIResult),
-        Bind(&MetaUtils::GetSceneDetectedIndoor),
         Bind(&MetaUtils::GetCropRegion),
-        Bind(&MetaUtils::GetAndroidCropRegion),
         Bind(&MetaUtils::GetActiveArraySize),
-        Bind(&MetaUtils::GetStaticActiveArraySize),
         Bind(&MetaUtils::GetActiveArraySizeMain),
         Bind(&MetaUtils::GetSensorBayerPatten),
         // Special getters.

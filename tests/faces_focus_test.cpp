@@ -375,6 +375,8 @@ TEST_F(FocusTest, TouchPointIsTheRegionCentreAndAlwaysWritten) {
     // (10, 20) to (40, 61): mapped (10, 20, 30, 40) after the even alignment.
     AfRegion({3, 1, 10, 20, 40, 61});
     EXPECT_EQ(touch(0), (std::vector<int>{25, 40}));
+    AfRegion({3, 1, 0, 20, 1, 61});  // width 1 -> 0: the centre has x 0, not y
+    EXPECT_EQ(touch(0), (std::vector<int>{0, 40}));
     AfRegion({3, 4, 10, 20, 40, 61});  // region fails: centre of a zero region
     EXPECT_EQ(touch(-1), (std::vector<int>{0, 0}));
     md->erase(0xD0000u);

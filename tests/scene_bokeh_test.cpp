@@ -10,7 +10,7 @@ namespace {
 
 TEST_F(MetaTest, MotionCaptureAnchorNeedsBandingAndDeflicker) {
     auto line = [](const char* m) { return L(2, kMU, "GetMotionCaptureAnchorOrder", m); };
-    const Line banding1 = line("zslMcBandingType: 0x1, isZslFlkMotionCap: 1");
+    const Line banding1 = line("zslMcBandingType: 0x10, isZslFlkMotionCap: 1");
     const LineList noLowByte = {line("zslMcBandingType: 0x100, isZslFlkMotionCap: 0")};
     const LineList succeeded = {banding1, line("anchorInfo: 0x1ff, isDeflickerSuccess: 1")};
     const LineList failed = {banding1, line("anchorInfo: 0xff, isDeflickerSuccess: 0")};
@@ -24,9 +24,9 @@ TEST_F(MetaTest, MotionCaptureAnchorNeedsBandingAndDeflicker) {
         int order;
         const LineList& lines;
     } cases[] = {{0x100, 0x1FF, -1, 77, noLowByte},
-                 {0x01, 0x1FF, 0, 255, succeeded},
-                 {0x01, 0x0FF, -1, 77, failed},
-                 {0x01, -1, -2, 77, absent}};
+                 {0x10, 0x1FF, 0, 255, succeeded},
+                 {0x10, 0x0FF, -1, 77, failed},
+                 {0x10, -1, -2, 77, absent}};
     for (const auto& c : cases) {
         SCOPED_TRACE(::testing::Message() << c.banding << " " << c.anchor);
         capture.clear();

@@ -84,6 +84,10 @@ const ShortCase kCases[] = {
      Short("com.kovani.camera.sensorpolicy.cropregions", 108, 112),
      [](Metadata& m) { m.putInt32("com.kovani.camera.sensorpolicy.cropregions", OtherCameras(3)); },
      16, kFinalCrop, 0},
+    {"CropEntryShortOfItsHeight", "operator()",
+     Short("com.kovani.camera.sensorpolicy.cropregions", 32, 36),
+     [](Metadata& m) { m.putInt32("com.kovani.camera.sensorpolicy.cropregions", {2, 0, 0, 0, 0, 1, 1, 8}); },
+     16, kFinalCrop, kNotRun},
     {"ShiftOfFourBytes", "operator()", Short("kovani.sat.output.shift", 4, 16),
      [](Metadata& m) {
          std::vector<int32_t> table = OtherCameras(4);
@@ -114,12 +118,21 @@ const ShortCase kCases[] = {
      [](Metadata& m) { PutBytes(m, "kovani.snapshot.imageName", {'a', 'b', 'c'}); }, 128,
      kImageName, 0},
     {"ImageNameLongerThanTheCallersArray", "GetImageName",
-     "kovani.snapshot.imageName too long: 201 bytes with its NUL, room for 128",
+     "kovani.snapshot.imageName too long: 129 bytes with its NUL, room for 128",
      [](Metadata& m) {
-         std::vector<uint8_t> name(201, 'n');
+         std::vector<uint8_t> name(129, 'n');
          name.back() = 0;
          PutBytes(m, "kovani.snapshot.imageName", name);
      }, 128, kImageName, kNotRun},
+    {"AwbGainsOfThreeFloats", "GetAWBGain", Short("tag 0x2", 12, 16),
+     [](Metadata& m) { m.putFloat(0x2u, {2, 1, 1}); }, sizeof(kvalgo2::AWBGain),
+     [](MetaUtils& u, std::shared_ptr<KvMetadata> m, void* out) {
+         bool valid = false;
+         return u.GetAWBGain(std::move(m), *static_cast<kvalgo2::AWBGain*>(out), valid);
+     }, 0},
+    {"GtmCurveShortOfItsLastWord", "GetGTMTable", Short("kovani.hdr.gtm.curve", 1152, 1156),
+     [](Metadata& m) { m.putInt32("kovani.hdr.gtm.curve", std::vector<int32_t>(288, 1)); }, 4,
+     Bind(&MetaUtils::GetGTMTable), kNotRun},
     {"SlaveAnchorFrameOfOneByte", "GetSlaveAnchorFrame", Short("tag 0x80040006", 1, 4),
      [](Metadata& m) { ASSERT_EQ(m.putAnyType(0x80040006u, TagType::Byte, "\x05", 1), 0); }, 4,
      Bind(&MetaUtils::GetSlaveAnchorFrame), 0},

@@ -89,23 +89,6 @@ protected:
     std::shared_ptr<kvhost::Metadata> stat;
 };
 
-TEST_F(FinalCrop, ShiftQueryRecordIsFullyInitialised) {
-    SatCrop(kCentre);
-    Script([](kvhost::AdapterScript& s) { s.roleMap = kvhost::makeRoleMap({{kSat, 20}}); });
-    Run();
-    const auto calls = adapterCalls.calls(AdapterOp::GetShift);
-    ASSERT_EQ(calls.size(), 1u);
-    adapter::ShiftData expected;
-    std::memset(&expected, 0, sizeof expected);
-    expected.timestamp = kTs;
-    expected.reserved1 = 1.0;
-    expected.reserved2 = 1.0;
-    expected.cameraId = kSat;
-    expected.nodeType = 2;  // role 20 with zoom ratio 2.0 >= 1.5
-    EXPECT_EQ(Bytes(calls[0].shift), Bytes(expected));
-    EXPECT_EQ(calls[0].tolerance, 1500000000);
-}
-
 TEST_F(FinalCrop, NodeTypeFromRoleAndZoom) {
     const float nan = std::nanf("");
     const struct {

@@ -1,6 +1,5 @@
-// MapRectToInput: hand-computed cases for every rule of the mapping, then a
-// fixed-seed sweep over generated arguments checked against invariants.
-#include <algorithm>
+// MapRectToInput: hand-computed cases for every rule of the mapping (the
+// map_rect fuzz target checks its invariants on arbitrary arguments).
 #include <climits>
 #include <string>
 #include <vector>
@@ -135,81 +134,6 @@ TEST_F(MetaTest, MapRectRejectsArguments) {
     capture.clear();
     EXPECT_EQ(utils.MapRectToInput(kFace, kFull, 1920, 1080, kFull, nullptr), -1);
     EXPECT_EQ(Lines(), (LineList{kArgErr}));
-}
-
-// ---- Sweep ------------------------------------------------------------------------
-
-// splitmix64: the same sequence on every platform and standard library.
-class Generator {
-public:
-    uint64_t Next() {
-        uint64_t z = (state_ += 0x9E3779B97F4A7C15ull);
-        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-        return z ^ (z >> 31);
-    }
-    uint32_t Below(uint32_t n) { return static_cast<uint32_t>(Next() % n); }
-    // Mostly plausible pixel values, with zeros, small values and values near
-    // the 31- and 32-bit limits mixed in.
-    uint32_t Coordinate() {
-        const uint32_t kinds[] = {0, Below(16), 0x7FFFFFF8u + Below(16), ~Below(16),
-                                  static_cast<uint32_t>(Next())};
-        const uint32_t k = Below(8);
-        return k < 5 ? kinds[k] : Below(12000);
-    }
-    int ImageSize() {
-        const int kinds[] = {-static_cast<int>(Below(5000)), 1 + static_cast<int>(Below(4)),
-                             INT_MAX - static_cast<int>(Below(4))};
-        const uint32_t k = Below(10);
-        return k < 3 ? kinds[k] : 1 + static_cast<int>(Below(9000));
-    }
-    ChiRect AnyRect() { return Rect(Coordinate(), Coordinate(), Coordinate(), Coordinate()); }
-
-private:
-    uint64_t state_ = 0x5EED0001;
-};
-
-TEST_F(MetaTest, MapRectSweepKeepsItsInvariants) {
-    Generator gen;
-    int accepted = 0;
-    for (int i = 0; i < 6000; ++i) {
-        const ChiRect src = gen.AnyRect(), refer = gen.AnyRect(), sensor = gen.AnyRect();
-        const int width = gen.ImageSize(), height = gen.ImageSize();
-        SCOPED_TRACE(::testing::Message() << "#" << i);
-        capture.clear();
-        __UtilsImage_Rect dst = kUntouched;
-        const int rc = utils.MapRectToInput(src, refer, width, height, sensor, &dst);
-        if (width < 1 || height < 1 || src.width == 0 || src.height == 0 || refer.width == 0 ||
-            refer.height == 0) {
-            ASSERT_EQ(rc, -1);
-            ASSERT_EQ(Fields(dst), Fields(kUntouched));
-            ASSERT_EQ(Lines(), (LineList{kArgErr}));
-            continue;
-        }
-        ++accepted;
-        ASSERT_EQ(rc, 0);
-        ASSERT_EQ(Lines().size(), 1u);
-        // Inside the image, sizes even.
-        ASSERT_LT(dst.left, static_cast<uint32_t>(width));
-        ASSERT_LE(uint64_t{dst.left} + dst.width, static_cast<uint64_t>(width));
-        ASSERT_LT(dst.top, static_cast<uint32_t>(height));
-        ASSERT_LE(uint64_t{dst.top} + dst.height, static_cast<uint64_t>(height));
-        ASSERT_EQ(dst.width % 2, 0u);
-        ASSERT_EQ(dst.height % 2, 0u);
-        // The sensor's position takes no part, and a corner before the
-        // reference region maps like the reference's own corner.
-        ChiRect moved = sensor, clamped = src;
-        moved.left = ~sensor.left;
-        moved.top = sensor.top + 12345;
-        clamped.left = std::max(src.left, refer.left);
-        clamped.top = std::max(src.top, refer.top);
-        __UtilsImage_Rect again = kUntouched;
-        ASSERT_EQ(utils.MapRectToInput(clamped, refer, width, height, moved, &again), 0);
-        ASSERT_EQ(Fields(again), Fields(dst));
-    }
-    // Both outcomes are exercised substantially.
-    EXPECT_GT(accepted, 2000);
-    EXPECT_LT(accepted, 5500);
 }
 
 }  // namespace

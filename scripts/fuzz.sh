@@ -21,7 +21,7 @@ if ! [[ "$seconds" =~ ^[0-9]+$ ]] || ((seconds < 1)); then
 fi
 
 build="build-fuzz"
-targets=(map_rect final_crop faces_focus gyro dump_reader capture_reader)
+targets=(map_rect final_crop faces_focus dump_reader capture_reader)
 cxx=${FUZZ_CXX:-clang++-14}
 
 cmake -S fuzz -B "$build" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null

@@ -58,7 +58,12 @@ configure() {  # configure <tree>
 }
 
 saved="" saved_file=""
-restore() { [ -n "$saved_file" ] && cp "$saved" "$saved_file" && saved_file=""; }
+restore() {
+    if [ -n "$saved_file" ]; then
+        cp "$saved" "$saved_file"
+        saved_file=""
+    fi
+}
 saved=$(mktemp)
 trap 'restore; rm -f "$saved"' EXIT
 trap 'exit 130' INT TERM

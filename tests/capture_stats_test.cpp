@@ -1,7 +1,6 @@
 // Burst exposure, colour and tone, HDR and anchor flags: the getters that do
 // more than one read and convert.
-#include <cmath>
-#include <cstring>
+#include <algorithm>
 #include <vector>
 
 #include "TestSupport.h"
@@ -71,16 +70,10 @@ TEST_F(MetaTest, AdrcGainAndTheSafeExposureFlag) {
     }
 }
 
-TEST_F(MetaTest, LinearGainIsSensorTimesIspGain) {
+// The product itself is checked by the samples' goldens.
+TEST_F(MetaTest, LinearGainNeedsTheIspGain) {
     md->putInt32(0x80060010u, {2048});
-    md->putInt32(0x80060011u, {8192});
-    float gain = 0.0f;
-    EXPECT_EQ(utils.GetBurstInfoLinearGain(md, &gain, 3), 0);
-    EXPECT_EQ(gain, 4.0f);
-
-    md->erase(0x80060011u);
-    gain = -1.0f;
-    capture.clear();
+    float gain = -1.0f;
     EXPECT_EQ(utils.GetBurstInfoLinearGain(md, &gain, 3), -2);
     EXPECT_EQ(gain, -1.0f);
     EXPECT_EQ(Lines(), (LineList{kLookupMiss,
@@ -117,17 +110,15 @@ TEST_F(MetaTest, GtmTableOnlyLogs) {
 TEST_F(MetaTest, PlatformGammaKnotsFollowTheirSteps) {
     AIspGammaTbl tbl{};
     EXPECT_EQ(utils.GetPlatFormGamma(nullptr, tbl), 0);
-    EXPECT_EQ(tbl.count, 257);
-    // Steps of 2 over 128 intervals, 4 over 64, 8 over 63, then 7 to 1023.
-    EXPECT_EQ(tbl.x[0], 0.0f);
+    // Steps of 2 over 128 intervals, 4 over 64, 8 over 63, then 7 to 1023
+    // (the first knots, the last and the count are in the samples' goldens).
     for (int i = 1; i < 257; ++i) {
         const float step = i <= 128 ? 2.0f : i <= 192 ? 4.0f : i <= 255 ? 8.0f : 7.0f;
         EXPECT_EQ(tbl.x[i] - tbl.x[i - 1], step) << i;
         EXPECT_GT(tbl.y[i], tbl.y[i - 1]) << i;
     }
-    const std::vector<float> spots = {tbl.y[0],   tbl.y[1],   tbl.y[16],
-                                      tbl.y[128], tbl.y[255], tbl.y[256]};
-    EXPECT_EQ(spots, (std::vector<float>{0, 26, 198, 550, 1020, 1023}));
+    EXPECT_EQ((std::vector<float>{tbl.y[16], tbl.y[128], tbl.y[255]}),
+              (std::vector<float>{198, 550, 1020}));
 }
 
 TEST_F(MetaTest, BpsGammaOutputConvertsTheSupernightCurve) {
@@ -148,13 +139,9 @@ TEST_F(MetaTest, BpsGammaOutputConvertsTheSupernightCurve) {
 
 TEST_F(MetaTest, PreviewBrightnessSumsChannelsWithWrapAround) {
     std::vector<int32_t> stats(1024);
-    for (int bin = 0; bin < 256; ++bin) {
-        for (int ch = 0; ch < 4; ++ch) stats[4 * bin + ch] = bin + ch;
-    }
-    stats[4 * 9] = -1;  // 0xFFFFFFFF + 2 + 0 + 0
-    stats[4 * 9 + 1] = 2;
-    stats[4 * 9 + 2] = 0;
-    stats[4 * 9 + 3] = 0;
+    for (int i = 0; i < 1024; ++i) stats[i] = i / 4 + i % 4;  // bin + channel
+    const int32_t wrapping[4] = {-1, 2, 0, 0};                // 0xFFFFFFFF + 2 + 0 + 0
+    std::copy(wrapping, wrapping + 4, stats.begin() + 4 * 9);
     md->putInt32("kovani.histogram.stats", stats);
     kvalgo2::PreviewBrightnessInfo info{};
     EXPECT_EQ(utils.GetPreviewBrightnessInfo(md, &info), 0);
@@ -229,15 +216,12 @@ TEST_F(MetaTest, HdrEnabledPrefersTheRawFlag) {
 }
 
 TEST_F(MetaTest, TeleFusionFlagIsTheResult) {
-    EXPECT_EQ(utils.GetTeleFusionEnable(md), 0);
-    const uint8_t two = 2, zero = 0;
+    EXPECT_EQ(utils.GetTeleFusionEnable(md), 0);  // absent
+    const uint8_t two = 2;
     md->putBytes("kovani.telefusion.enabled", &two, 1);
     EXPECT_EQ(utils.GetTeleFusionEnable(md), 1);
-    md->putBytes("kovani.telefusion.enabled", &zero, 1);
-    EXPECT_EQ(utils.GetTeleFusionEnable(md), 0);
-    const Line off = L(2, kMtk, "GetTeleFusionEnable", "isFusionEnable = 0");
-    EXPECT_EQ(Lines(),
-              (LineList{off, L(2, kMtk, "GetTeleFusionEnable", "isFusionEnable = 1"), off}));
+    EXPECT_EQ(Lines(), (LineList{L(2, kMtk, "GetTeleFusionEnable", "isFusionEnable = 0"),
+                                 L(2, kMtk, "GetTeleFusionEnable", "isFusionEnable = 1")}));
 }
 
 TEST_F(MetaTest, SlaveAnchorFrame) {
@@ -252,8 +236,7 @@ TEST_F(MetaTest, SlaveAnchorFrame) {
               (LineList{L(4, kMtk, "GetSlaveAnchorFrame", "mdata is null"),
                         L(3, kMtk, "GetSlaveAnchorFrame", "find kovani.bokeh.AuxAnchorFrame fail"),
                         L(4, kMtk, "SetSlaveAnchorFrame", "arg err")}));
-
-    capture.clear();
+    // The read's line is in the tele sample's golden log.
     int seven = 7;
     EXPECT_EQ(utils.SetSlaveAnchorFrame(md, &seven), 0);
     EXPECT_EQ(utils.GetSlaveAnchorFrame(md, &frame), 0);
@@ -261,9 +244,6 @@ TEST_F(MetaTest, SlaveAnchorFrame) {
     EXPECT_EQ(utils.SetSlaveAnchorFrame(md, 12), 0);
     EXPECT_EQ(utils.GetSlaveAnchorFrame(md, &frame), 0);
     EXPECT_EQ(frame, 12);
-    EXPECT_EQ(Lines(),
-              (LineList{L(0, kMtk, "GetSlaveAnchorFrame", "count:1 slaveAnchorFrame[0]:7"),
-                        L(0, kMtk, "GetSlaveAnchorFrame", "count:1 slaveAnchorFrame[0]:12")}));
 }
 
 }  // namespace

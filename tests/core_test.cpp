@@ -106,8 +106,6 @@ protected:
         kvhost::setDebugInterceptResult(0);
         MetaTest::TearDown();
     }
-    static void Emit(int size) { KV_DLOG_I("get Gyro from holder, gyros size: %d", size); }
-    size_t Count(LogSink sink) const { return capture.records(sink).size(); }
 
 private:
     Gates saved_{kvdebug::gKvCamLogLevel, kvdebug::gKvCamLogGroup, kvdebug::gKvCamOfflineLogLevel,
@@ -134,10 +132,10 @@ TEST_F(DebugLogTest, GatesAreCheckedPerPath) {
         capture.clear();
         Set(c.gates);
         kvhost::setDebugInterceptResult(c.intercept);
-        Emit(1);
-        EXPECT_EQ(Count(LogSink::DebugIntercept), c.online);
-        EXPECT_EQ(Count(LogSink::Android), c.android);
-        EXPECT_EQ(Count(LogSink::DebugOffline), c.offline);
+        KV_DLOG_I("get Gyro from holder, gyros size: %d", 1);
+        EXPECT_EQ(capture.records(LogSink::DebugIntercept).size(), c.online);
+        EXPECT_EQ(capture.records(LogSink::Android).size(), c.android);
+        EXPECT_EQ(capture.records(LogSink::DebugOffline).size(), c.offline);
     }
 }
 

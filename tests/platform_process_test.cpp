@@ -235,12 +235,10 @@ TEST(FreshProcess, ConcurrentFirstUse) {
                 ++failures;
             }
             int role = 0;
-            if (utils.GetCameraRoleId(kSat, &role) != 0 || role != 20) ++failures;
             std::vector<int> roles;
-            if (utils.GetMultiCameraPhyCameraRoleIds(9, roles) != 0 ||
-                roles != std::vector<int>{20, 0}) {
+            if (utils.GetCameraRoleId(kSat, &role) != 0 || role != 20 ||
+                utils.GetMultiCameraPhyCameraRoleIds(9, roles) != 0 || roles != std::vector{20, 0})
                 ++failures;
-            }
         }
     };
     std::vector<std::thread> threads;

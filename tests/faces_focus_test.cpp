@@ -277,7 +277,6 @@ TEST_F(FaceTest, NoMapWithoutActiveArrayOrFaces) {
 
 TEST_F(FaceTest, FaceInfoGivesInclusiveCorners) {
     Identity();
-    InSensorZoom(1);  // never applied here
     // Mapped to (10, 20, 100, 50), and a zero-width face that the mapping rejects.
     Faces({{10, 20, 110, 70, 0, 1, 2}, {300, 300, 300, 400, 0, 3, 4}});
     AIspFaceInfo info;

@@ -78,15 +78,8 @@ TEST_F(FaceTest, HolderPointsIntoTheContainer) {
     EXPECT_EQ(utils.GetFacesInfoHolder(md, &faces, &count), 0);
     EXPECT_EQ(count, 2u);
     EXPECT_EQ(faces, md->find("kovani.bokeh.faceInfo").data.i32);
-
-    md->erase("kovani.bokeh.faceInfo");
     EXPECT_EQ(utils.GetFacesInfoHolder(md, nullptr, &count), -2);
-    EXPECT_EQ(utils.GetFacesInfoHolder(md, &faces, &count), -2);
-    EXPECT_EQ(count, 2u);
-    EXPECT_EQ(
-        Lines(),
-        (LineList{L(4, kMtk, "GetFacesInfoHolder", "arg err"), kLookupMiss,
-                  L(3, kMtk, "GetFacesInfoHolder", "GetMetadata kovani.bokeh.faceInfo err")}));
+    EXPECT_EQ(Lines(), (LineList{L(4, kMtk, "GetFacesInfoHolder", "arg err")}));
 }
 
 // ---- GetFaceRect ------------------------------------------------------------------------
@@ -133,8 +126,8 @@ TEST_F(FaceTest, RejectedAndEdgeFacesGetTheImageCentre) {
     EXPECT_EQ(utils.GetFaceRect(md, 1921, 1081, info, 0), 0);
     EXPECT_EQ(Rects(info, 3), "0 0 0 0; 0 500 0 100; 500 0 100 0");
     for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(info.faces[i].centerX, 960) << i;
-        EXPECT_EQ(info.faces[i].centerY, 540) << i;
+        EXPECT_EQ(std::make_pair(info.faces[i].centerX, info.faces[i].centerY),
+                  std::make_pair(960, 540));
     }
     EXPECT_EQ(info.faces[0].rotation, 270);  // written although the mapping failed
     EXPECT_EQ(info.largestFaceIndex, 0);     // every area is 0
@@ -185,60 +178,46 @@ TEST_F(FaceTest, NoConversionWithoutPermissionOrStatusNoDoublingAtTheLimits) {
         InSensorZoom(c[0]);
         KVFaceInfo info = Filled();
         EXPECT_EQ(utils.GetFaceRect(md, c[2], c[3], info, c[1]), 0);
-        EXPECT_EQ(Messages("MapRectToInput").size(), 2u);
-        for (const std::string& m : Messages("MapRectToInput")) {
-            EXPECT_NE(m.find("SrcRect[2000,1500,200,200]"), std::string::npos) << m;
-            EXPECT_NE(m.find("SensorSize[0,0,4000,3000]"), std::string::npos) << m;
-        }
+        EXPECT_EQ(SensorSizes(), (std::vector<std::string>(2, "[0,0,4000,3000]")));
+        for (const std::string& m : Messages("MapRectToInput"))
+            EXPECT_EQ(m.substr(0, 26), "SrcRect[2000,1500,200,200]");
     }
 }
 
 TEST_F(FaceTest, MoreThanTenFacesStayInsideTheRecord) {
     Identity();
     std::vector<Face> faces;
-    for (int i = 0; i < 12; ++i) {
-        faces.push_back({10 * i, 20 * i, 12 * i + 2, 20 * i + 40, 0, 100 + i, 200 + i});
-    }
-    Faces(std::vector<Face>(faces.begin(), faces.begin() + 10));
-    KVFaceInfo ten = Filled();
-    EXPECT_EQ(utils.GetFaceRect(md, 1921, 1081, ten, 0), 0);
-
+    for (int i = 0; i < 12; ++i)
+        faces.push_back({10 * i, 20 * i, 12 * i + 2, 20 * i + 40, 0, 100 + i});
+    Faces(faces);
     // The record followed by guard bytes: nothing may be written past it.
     struct {
         KVFaceInfo info;
         unsigned char guard[256];
     } out;
-    const std::vector<uint8_t> guard(sizeof out.guard, 0xA5);
-    Faces(faces);
-    std::memset(&out, 0xA5, sizeof out);
-    EXPECT_EQ(utils.GetFaceRect(md, 1921, 1081, out.info, 0), 0);
-    EXPECT_EQ(Bytes(out.info), Bytes(ten));  // the first ten as before, count 10
-    EXPECT_EQ(out.info.largestFaceIndex, 9);
-    EXPECT_EQ(Bytes(out.guard), guard);
-
-    std::memset(&out, 0xA5, sizeof out);
-    EXPECT_EQ(utils.GetFacesNoMap(md, 1921, 1081, out.info), 0);
-    EXPECT_EQ(out.info.faceCount, 10);
-    EXPECT_EQ(out.info.faceExtra[9][0], 109);
-    EXPECT_EQ(Bytes(out.guard), guard);
+    for (bool noMap : {false, true}) {
+        std::memset(&out, 0xA5, sizeof out);
+        EXPECT_EQ(noMap ? utils.GetFacesNoMap(md, 1921, 1081, out.info)
+                        : utils.GetFaceRect(md, 1921, 1081, out.info, 0),
+                  0);
+        EXPECT_EQ(out.info.faceCount, 10);
+        EXPECT_EQ(out.info.faceExtra[9][0], 109);  // the first ten
+        EXPECT_EQ(Bytes(out.guard), std::vector<uint8_t>(sizeof out.guard, 0xA5));
+        EXPECT_EQ(out.info.largestFaceIndex, noMap ? static_cast<int32_t>(0xA5A5A5A5) : 9);
+    }
 }
 
 TEST_F(FaceTest, FaceRectFailuresLeaveAClearedRecord) {
-    // No crop region: the active array is still read, then the common message.
-    StaticFor(0)->putInt32(0xF0000u, {0, 0, 4000, 3000});
-    Faces({{100, 100, 200, 200}});
-    KVFaceInfo info = Filled();
-    EXPECT_EQ(utils.GetFaceRect(md, 1920, 1080, info, 0), -1);
-    EXPECT_EQ(Bytes(info), Bytes(KVFaceInfo{}));
-    EXPECT_EQ(Lines(), (LineList{kLookupMiss, L(3, kMU, "GetAndroidCropRegion", "GetMetadata err"),
-                                 L(3, kMtk, "GetFaceRect", "get active/crop size err")}));
     auto expectFailure = [&](const char* message) {
         capture.clear();
-        info = Filled();
+        KVFaceInfo info = Filled();
         EXPECT_EQ(utils.GetFaceRect(md, 1920, 1080, info, 0), -1);
         EXPECT_EQ(Bytes(info), Bytes(KVFaceInfo{}));
         EXPECT_EQ(Messages("GetFaceRect"), (std::vector<std::string>{message}));
     };
+    StaticFor(0)->putInt32(0xF0000u, {0, 0, 4000, 3000});
+    Faces({{100, 100, 200, 200}});
+    expectFailure("get active/crop size err");  // no crop region
     md->putInt32(0xD0000u, {0, 0, 4000, 3000});
     md->erase("kovani.snapshot.fwkCameraId");  // no active array
     expectFailure("get active/crop size err");
@@ -298,7 +277,6 @@ TEST_F(FaceTest, NoMapWithoutActiveArrayOrFaces) {
 
 TEST_F(FaceTest, FaceInfoGivesInclusiveCorners) {
     Identity();
-    InSensorZoom(1);  // never applied here
     // Mapped to (10, 20, 100, 50), and a zero-width face that the mapping rejects.
     Faces({{10, 20, 110, 70, 0, 1, 2}, {300, 300, 300, 400, 0, 3, 4}});
     AIspFaceInfo info;

@@ -2,7 +2,6 @@
 // and the role statics of the sensor type. Each scenario runs alone in a
 // fresh process: `platform_process_tests <Scenario>`.
 #include <dlfcn.h>
-#include <link.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -171,14 +170,6 @@ TEST(FreshProcess, MissingLibrary) {
     static const fs::path dir = dirEnv;
     static const fs::path adapterCopy = dir / KVTEST_ADAPTER_NAME;
 
-    // The product library in use is the private copy.
-    void* product = dlopen(KVTEST_METAUTILS_SONAME, RTLD_NOW | RTLD_NOLOAD);
-    ASSERT_NE(product, nullptr);
-    link_map* map = nullptr;
-    ASSERT_EQ(dlinfo(product, RTLD_DI_LINKMAP, &map), 0);
-    EXPECT_EQ(fs::path(map->l_name).parent_path(), dir);
-    dlclose(product);
-
     // Registered before the client exists, so it runs after the client's
     // destructor: the adapter copy, opened only by the client, must be gone.
     std::atexit([] {
@@ -194,7 +185,6 @@ TEST(FreshProcess, MissingLibrary) {
     kvhost::LogCapture capture;  // keeps the console quiet
     adapter::AdapterClient& client = adapter::AdapterClient::getInstance();
     EXPECT_EQ(client.Load(), -1);
-    EXPECT_EQ(client.getPlatformInfoHolder(), nullptr);
     EXPECT_EQ(client.getPlatformInfoHolder(), nullptr);
 
     // A copy, not the linked stand-in: the client's handle is its only one.
@@ -245,12 +235,10 @@ TEST(FreshProcess, ConcurrentFirstUse) {
                 ++failures;
             }
             int role = 0;
-            if (utils.GetCameraRoleId(kSat, &role) != 0 || role != 20) ++failures;
             std::vector<int> roles;
-            if (utils.GetMultiCameraPhyCameraRoleIds(9, roles) != 0 ||
-                roles != std::vector<int>{20, 0}) {
+            if (utils.GetCameraRoleId(kSat, &role) != 0 || role != 20 ||
+                utils.GetMultiCameraPhyCameraRoleIds(9, roles) != 0 || roles != std::vector{20, 0})
                 ++failures;
-            }
         }
     };
     std::vector<std::thread> threads;

@@ -284,26 +284,10 @@ TEST_F(FinalCrop, MetadataShiftLines) {
             << r.text;
     }
     EXPECT_TRUE(found);
-    EXPECT_TRUE(
-        Logged("allInOneCrop zoom shift (12,-7) timestamp = 1000000000 cameraId = 2 "
-               "anchorTimeStamp = 1000000000 subTimestamp = 0 isIsz = 1 isFromMeta = 1 "
-               "shiftData.nodeType = 1 zoomEisEffective = 1.500000 zoomRatio = 2.000000"));
     md->putFloat(kMetaShift, {12.0f, -7.0f, 0.0f});
     capture.clear();
     Run();
     EXPECT_TRUE(Logged("allInOneCrop get shift failed size = 3, from kovani.sr.shift.value..."));
-}
-
-TEST_F(FinalCrop, WithoutHolderTheRecordStaysEmpty) {
-    SatCrop(kCentre);
-    Script([](kvhost::AdapterScript& s) { s.holderAvailable = false; });
-    Run();
-    EXPECT_TRUE(
-        Logged("allInOneCrop zoom shift (0,0) timestamp = 0 cameraId = 2 anchorTimeStamp = "
-               "1000000000 subTimestamp = 1000000000 isIsz = 0 isFromMeta = 0 shiftData.nodeType "
-               "= 0 zoomEisEffective = 1.500000 zoomRatio = 2.000000"));
-    EXPECT_EQ(adapterCalls.calls(AdapterOp::GetHolder).size(), 1u);
-    EXPECT_TRUE(adapterCalls.calls(AdapterOp::GetShift).empty());
 }
 
 TEST_F(FinalCrop, WithoutTimestampNoShiftAndItsCode) {

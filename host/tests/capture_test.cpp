@@ -94,15 +94,6 @@ INSTANTIATE_TEST_SUITE_P(
                  2, bytesOf<int32_t>({0, 3})}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(RecordsToJson, AfRegionsKeepTheirHeader) {
-    const int32_t elements[] = {3, 1, 100, 200, 300, 400, 0};
-    const Json back = recordsToJson("MTK_3A_FEATURE_AF_REGION", elements, 7);
-    EXPECT_EQ(back["afType"], 3);
-    EXPECT_EQ(back["count"], 1);
-    ASSERT_EQ(back["regions"].size(), 1u);
-    EXPECT_EQ(back["regions"][0]["bottom"], 400);
-}
-
 // Each case of data/bad-captures.txt fails with its one message.
 TEST(BadInput, IsOneMessageNamingFileAndPosition) {
     std::ifstream cases(KVTEST_SOURCE_DIR "/host/tests/data/bad-captures.txt");

@@ -1,17 +1,8 @@
-# Runs metautils-inspect from the source tree and checks what it did.
-#
-#   cmake -DTOOL=<program> [-DEMULATOR=<runner>] -DSOURCE_DIR=<repository> -DARGS=<a|b|...>
-#         (-DGOLDEN=<file> [-DOUTPUT=<file>] | -DEXPECT_OUTPUT=<text|text...>
-#          | -DEXPECT_ERROR=<text>) -P RunReport.cmake
-#
-# GOLDEN: the run must succeed, and what it printed (or wrote to OUTPUT) must
-# equal the golden file, log line numbers masked so that editing the library
-# does not break the comparison. With INSPECT_UPDATE_GOLDEN=1 in the
-# environment the golden file is rewritten instead: review the difference
-# before committing it.
-# EXPECT_OUTPUT: the run must succeed and print each "|"-separated text.
-# EXPECT_ERROR: the run must fail, print nothing on standard output and
-# print the text on standard error.
+# One run of metautils-inspect from the source tree, checked as inspect_run
+# (CMakeLists.txt here) asks: against a golden file, with log line numbers
+# masked (INSPECT_UPDATE_GOLDEN=1 in the environment rewrites the golden
+# instead: review the difference before committing it), for texts in the
+# report, or for a failure with a text on standard error and no report.
 string(REPLACE "|" ";" ARGS "${ARGS}")
 execute_process(COMMAND ${EMULATOR} ${TOOL} ${ARGS}
   WORKING_DIRECTORY ${SOURCE_DIR}

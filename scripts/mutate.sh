@@ -15,11 +15,14 @@
 #   tree <TAB> file <TAB> text <TAB> replacement <TAB> what it breaks
 # where tree is "default" or "hardened" (the METAUTILS_HARDENED build, for
 # faults in code that only that build runs) and a "¶" in the texts stands for
-# a line break; a replacement of ";" deletes a statement. The two trees are build-mutate/ and build-mutate-hard/.
+# a line break; a replacement of ";" deletes a statement. The two trees are
+# build-mutate/ and build-mutate-hard/.
+#
 # Prints one line per mutation (caught, with the tests that caught it, or
-# SURVIVED), then the score, and writes every fault with the tests that catch
-# it to build-mutate-kills.tsv (a test no fault needs is a candidate to go);
-# exits non-zero if a mutation did not apply or did not build. Sources are restored after each mutation and on interrupt.
+# SURVIVED), then the score, and writes every fault with all the tests that
+# catch it to build-mutate-kills.tsv (a test that is the only one to catch a
+# fault must stay). Exits non-zero if a mutation did not apply or did not
+# build. Sources are restored after each mutation and on interrupt.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -28,7 +31,7 @@ while getopts "k:l" opt; do
     case $opt in
         k) filter=$OPTARG ;;
         l) list=1 ;;
-        *) sed -n '9,14p' "$0" >&2; exit 2 ;;
+        *) sed -n '8,12p' "$0" >&2; exit 2 ;;
     esac
 done
 

@@ -211,22 +211,22 @@ std::string appendToken(OpenEntry& e, std::string_view token) {
 
 // "(numerator / denominator)" at s[p].
 bool appendRational(std::string_view s, size_t& p, OpenEntry& e) {
+    size_t q = p;
+    // An optionally signed int32 between blanks.
+    const auto number = [&](int32_t* v) {
+        skipBlanks(s, q);
+        const size_t start = q;
+        skipChar(s, q, '-');
+        if (!skipDigits(s, q) || !parseNumber(s.substr(start, q - start), v)) return false;
+        skipBlanks(s, q);
+        return true;
+    };
     int32_t n = 0;
     int32_t d = 0;
-    size_t q = p;
-    if (!skipChar(s, q, '(')) return false;
-    skipBlanks(s, q);
-    const size_t nStart = q;
-    skipChar(s, q, '-');
-    if (!skipDigits(s, q) || !parseNumber(s.substr(nStart, q - nStart), &n)) return false;
-    skipBlanks(s, q);
-    if (!skipChar(s, q, '/')) return false;
-    skipBlanks(s, q);
-    const size_t dStart = q;
-    skipChar(s, q, '-');
-    if (!skipDigits(s, q) || !parseNumber(s.substr(dStart, q - dStart), &d)) return false;
-    skipBlanks(s, q);
-    if (!skipChar(s, q, ')')) return false;
+    if (!skipChar(s, q, '(') || !number(&n) || !skipChar(s, q, '/') || !number(&d) ||
+        !skipChar(s, q, ')')) {
+        return false;
+    }
     append(e.entry.bytes, n);
     append(e.entry.bytes, d);
     p = q;

@@ -142,15 +142,24 @@ std::shared_ptr<kvhost::Metadata> makeMetadata(const std::vector<TagPayload>& ta
 
 namespace {
 
+std::vector<std::string> strings(const Node& node) {
+    std::vector<std::string> out;
+    for (size_t i = 0; i < node.array().size(); ++i) out.push_back(node[i].string());
+    return out;
+}
+
 Capture parseOnce(const std::string& text, const std::string& file) {
     try {
         const Json json = parseJson(text);
         Capture c;
         c.file = file;
         Fields top(Node(json, ""));
-        top.only({"description", "camera", "input", "arguments", "frame", "static", "adapter"},
+        top.only({"description", "notes", "warnings", "camera", "input", "arguments", "frame",
+                  "static", "adapter"},
                  "section");
         if (const auto d = top.take("description")) c.description = d->string();
+        if (const auto n = top.take("notes")) c.notes = strings(*n);
+        if (const auto w = top.take("warnings")) c.warnings = strings(*w);
         readCamera(top.need("camera"), c);
         readInput(top.need("input"), c);
         if (const auto arguments = top.take("arguments")) readArguments(*arguments, c);
@@ -187,9 +196,16 @@ std::string captureText(const Capture& c) {
         }
         return out + "\n" + std::string(indent).substr(2) + "]";
     };
-    std::string description = c.description;
-    for (const std::string& note : c.notes) description += "; " + note;
-    std::string out = "{\n  \"description\": " + Json(description).dump() + ",\n";
+    const auto lines = [](const std::vector<std::string>& texts) {
+        std::string out = "[";
+        for (size_t i = 0; i < texts.size(); ++i) {
+            out += (i == 0 ? "\n    " : ",\n    ") + Json(texts[i]).dump();
+        }
+        return out + (texts.empty() ? "]" : "\n  ]");
+    };
+    std::string out = "{\n  \"description\": " + Json(c.description).dump() + ",\n";
+    out += "  \"notes\": " + lines(c.notes) + ",\n";
+    out += "  \"warnings\": " + lines(c.warnings) + ",\n";
     out +=
         "  \"camera\": " + Json{{"cameraId", c.cameraId}, {"satCameraId", c.satCameraId}}.dump() +
         ",\n";

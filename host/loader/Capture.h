@@ -29,10 +29,11 @@ struct Capture : CaptureInfo {
 // InputError whose text starts with `file`. (Load.h reads files.)
 Capture parseCapture(const std::string& text, const std::string& file);
 
-// The description (with the notes), camera ids, input size, frame and static
+// The description, notes, warnings, camera ids, input size, frame and static
 // metadata of a capture as a capture description, one tag a line (the
 // arguments and adapter answers are left at their defaults): what a dump's
-// capture is saved as.
+// capture is saved as. Read back, it gives the same report but for the
+// file's name.
 std::string captureText(const Capture& c);
 
 // The capture's containers built, its static metadata registered with the

@@ -1,6 +1,11 @@
 #include "Load.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -62,6 +67,40 @@ Capture loadText(const std::string& text, const std::string& path, const DumpOpt
     return captureFromDump(readDump(text, path), options);
 }
 
+void writeFileAtomically(const std::string& path, const std::string& text) {
+    // A device or a pipe (/dev/stdout, a FIFO) is written in place: it cannot
+    // be replaced, and is not left half-written on a disk.
+    struct stat existing {};
+    const bool inPlace = ::stat(path.c_str(), &existing) == 0 && !S_ISREG(existing.st_mode) &&
+                         !S_ISDIR(existing.st_mode);
+    const std::string temporary = inPlace ? path : path + ".tmp-" + std::to_string(::getpid());
+    const auto fail = [&](const char* what, int error) {
+        if (!inPlace) ::unlink(temporary.c_str());
+        throw InputError(path + ": " + what + ": " + std::strerror(error));
+    };
+    const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) fail("cannot write", errno);
+    for (size_t done = 0; done < text.size();) {
+        const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            const int error = n < 0 ? errno : EIO;
+            ::close(fd);
+            fail("cannot write", error);
+        }
+        done += static_cast<size_t>(n);
+    }
+    // A full disk may only show when the data reaches it.
+    if (::fsync(fd) != 0 && errno != EINVAL) {
+        const int error = errno;
+        ::close(fd);
+        fail("cannot write", error);
+    }
+    if (::close(fd) != 0) fail("cannot write", errno);
+    if (!inPlace && std::rename(temporary.c_str(), path.c_str()) != 0)
+        fail("cannot replace", errno);
+}
+
 }  // namespace loader
 
 std::shared_ptr<Metadata> Capture::staticOf(int cameraId) const {
@@ -80,12 +119,7 @@ LoadResult loadCapture(const std::string& path, const DumpOptions& options,
                                      "is saved");
         }
         loader::Capture capture = loader::loadText(text, path, options);
-        if (!saveAs.empty()) {
-            std::ofstream out(saveAs, std::ios::binary);
-            out << loader::captureText(capture);
-            out.close();
-            if (!out) throw loader::InputError(saveAs + ": cannot write");
-        }
+        if (!saveAs.empty()) loader::writeFileAtomically(saveAs, loader::captureText(capture));
         result.warnings = capture.warnings;
         result.capture = loader::install(std::move(capture));
     } catch (const loader::InputError& e) {

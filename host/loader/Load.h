@@ -26,5 +26,11 @@ bool isCaptureDescription(std::string_view text);
 // errors as values on top of this.
 Capture loadText(const std::string& text, const std::string& path, const DumpOptions& options);
 
+// Writes `text` to `path` whole or not at all: into a temporary file beside
+// it, renamed over `path` once every byte is written. Throws InputError
+// naming `path` with the system's reason ("cannot write: No space left on
+// device"); the temporary file is removed then.
+void writeFileAtomically(const std::string& path, const std::string& text);
+
 }  // namespace loader
 }  // namespace kvhost

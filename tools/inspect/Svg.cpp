@@ -72,11 +72,36 @@ void drawRect(std::ostream& out, const Rect& r, const Style& s) {
     out << "/>\n";
 }
 
+// The drawing reads the outputs of calls that may have failed or written
+// only part of a record: every read goes through these, and what is not
+// there is null or empty, never an exception.
+const Json& member(const Json& v, const char* key) {
+    static const Json kNone;
+    if (!v.is_object()) return kNone;
+    const auto it = v.find(key);
+    return it == v.end() ? kNone : *it;
+}
+
+std::optional<double> number(const Json& v, const char* key) {
+    const Json& m = member(v, key);
+    if (!m.is_number()) return std::nullopt;
+    return m.get<double>();
+}
+
 // A rectangle of a call's output: {"left", "top", "width", "height"}.
 std::optional<Rect> rectOf(const Json& v) {
-    if (!v.is_object() || !v.contains("left") || !v.contains("height")) return std::nullopt;
-    return Rect{v["left"].get<double>(), v["top"].get<double>(), v["width"].get<double>(),
-                v["height"].get<double>()};
+    const auto l = number(v, "left"), t = number(v, "top");
+    const auto w = number(v, "width"), h = number(v, "height");
+    if (!l || !t || !w || !h) return std::nullopt;
+    return Rect{*l, *t, *w, *h};
+}
+
+// A face of the frame's face record, given by its corners.
+std::optional<Rect> cornersOf(const Json& v) {
+    const auto l = number(v, "left"), t = number(v, "top");
+    const auto r = number(v, "right"), b = number(v, "bottom");
+    if (!l || !t || !r || !b) return std::nullopt;
+    return Rect{*l, *t, *r - *l, *b - *t};
 }
 
 // The output of a call that succeeded, or null.
@@ -85,6 +110,31 @@ const Json& outputOf(const std::vector<CallRecord>& calls, const char* method) {
     const CallRecord* call = findCall(calls, method);
     return call != nullptr && call->outcome.result == 0 ? call->outcome.output : kNone;
 }
+
+// What the picture lacks and why: "final crop (GetFinalCropRegion -2)".
+class Absent {
+public:
+    Absent(const std::vector<CallRecord>& calls) : calls_(calls) {}
+
+    void add(const std::string& what, const char* method) {
+        std::string why;
+        if (const CallRecord* call = findCall(calls_, method)) {
+            const Outcome& o = call->outcome;
+            why = o.result ? std::to_string(*o.result) : o.skipped.empty() ? "" : "not called";
+        }
+        items_.push_back(what + (why.empty() ? "" : " (" + std::string(method) + " " + why + ")"));
+    }
+
+    std::string text() const {
+        std::string out;
+        for (const std::string& item : items_) out += (out.empty() ? "" : ", ") + item;
+        return out.empty() ? "" : "not in this capture: " + out;
+    }
+
+private:
+    const std::vector<CallRecord>& calls_;
+    std::vector<std::string> items_;
+};
 
 // One panel: a coordinate space of `extent` drawn scaled into a box.
 class Panel {
@@ -162,26 +212,27 @@ Rect visibleBand(const Rect& crop, const Rect& sensor, double inputW, double inp
             crop.height};
 }
 
-// The capture's description under the title, wrapped to the picture's width;
-// `bottom` receives the height it takes.
-std::string description(const std::string& text, double width, double& bottom) {
+// Text wrapped to the picture's width, its first line at `y`; `y` receives
+// the baseline of its last line.
+std::string wrapped(const std::string& text, double width, double& y, const char* colour) {
     const size_t perLine = static_cast<size_t>((width - 2 * kMargin) / 7);
     std::string out;
     std::string line;
-    double y = 44;
+    const auto flush = [&] {
+        out += "<text x=\"" + fmt(kMargin) + "\" y=\"" + fmt(y) + "\" fill=\"" + colour + "\">" +
+               escaped(line) + "</text>\n";
+    };
     std::istringstream words(text);
     for (std::string word; words >> word;) {
         if (!line.empty() && line.size() + word.size() + 1 > perLine) {
-            out += "<text x=\"" + fmt(kMargin) + "\" y=\"" + fmt(y) + "\" fill=\"#444444\">" +
-                   escaped(line) + "</text>\n";
+            flush();
             line.clear();
             y += 16;
         }
         line += (line.empty() ? "" : " ") + word;
     }
-    bottom = y + 40;
-    return out + "<text x=\"" + fmt(kMargin) + "\" y=\"" + fmt(y) + "\" fill=\"#444444\">" +
-           escaped(line) + "</text>\n";
+    flush();
+    return out;
 }
 
 std::string described(const char* what, const Json& rect) {
@@ -192,29 +243,38 @@ std::string described(const char* what, const Json& rect) {
 
 std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& calls) {
     const double width = kMargin * 4 + kPanelWidth * 2;
-    double top = 0;  // of the panels, below the title and the description
+    // The capture's description under the title, the panels below it.
+    double top = 44;
     std::ostringstream body;
-    body << description(capture.description, width, top);
+    body << wrapped(capture.description, width, top, "#444444");
+    top += 40;
     std::vector<LegendItem> left;
     std::vector<LegendItem> right;
+    Absent absent(calls);
 
     // ---- Sensor coordinates ----
     const Json& finalCrop = outputOf(calls, "GetFinalCropRegion");
-    std::optional<Rect> array = rectOf(outputOf(calls, "GetActiveArraySize"));
-    if (!array && finalCrop.contains("sensorSize")) {
-        array = Rect{0, 0, finalCrop["sensorSize"]["width"].get<double>(),
-                     finalCrop["sensorSize"]["height"].get<double>()};
+    const Json& activeArray = outputOf(calls, "GetActiveArraySize");
+    std::optional<Rect> array = rectOf(activeArray);
+    if (!array) {
+        const Json& size = member(finalCrop, "sensorSize");
+        const auto w = number(size, "width"), h = number(size, "height");
+        if (w && h) array = Rect{0, 0, *w, *h};
     }
     const double sensorX = kMargin;
     double legendY = top + kPanelHeight + 40;
+    const Json& androidCrop = outputOf(calls, "GetAndroidCropRegion");
+    const Json& stages = member(finalCrop, "stages");
+    const Json& faces = member(outputOf(calls, "GetFacesInfoHolder"), "faces");
+    const Json& focus = outputOf(calls, "GetfocusROI");
     if (array && array->width > 0 && array->height > 0) {
         Panel sensor(body, sensorX, top, *array);
         sensor.rect(*array, kArray);
         sensor.text(sensorX, top - 8,
-                    "sensor: active array " + inlineText(outputOf(calls, "GetActiveArraySize")),
+                    activeArray.is_null() ? "sensor: the final crop's sensor size"
+                                          : "sensor: active array " + inlineText(activeArray),
                     "#333333", "bold");
-        left.push_back({&kArray, "active array"});
-        const Json& androidCrop = outputOf(calls, "GetAndroidCropRegion");
+        left.push_back({&kArray, activeArray.is_null() ? "sensor size" : "active array"});
         if (const auto crop = rectOf(androidCrop)) {
             sensor.rect(visibleBand(*crop, *array, capture.inputWidth, capture.inputHeight),
                         kVisible);
@@ -222,20 +282,22 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
         }
         // The crops from the request to the final one. They often coincide:
         // drawn widest stroke first, and the legend says which are equal.
-        const Json stages = finalCrop.value("stages", Json::object());
         const struct {
             const char* name;
             const Style* style;
-            Json rect;
+            const Json& rect;
         } crops[] = {
             {"Android crop region", &kAndroidCrop, androidCrop},
-            {"sensor-policy crop", &kPolicyCrop, stages.value("sensorPolicy", Json())},
-            {"final crop before the shift", &kBeforeShift, stages.value("aspectCorrected", Json())},
-            {"final crop", &kFinalCrop, finalCrop.value("crop", Json())},
+            {"sensor-policy crop", &kPolicyCrop, member(stages, "sensorPolicy")},
+            {"final crop before the shift", &kBeforeShift, member(stages, "aspectCorrected")},
+            {"final crop", &kFinalCrop, member(finalCrop, "crop")},
         };
         for (auto it = std::rbegin(crops); it != std::rend(crops); ++it) {
             if (const auto r = rectOf(it->rect)) sensor.rect(*r, *it->style);
         }
+        const bool converted =
+            !member(stages, "afterInSensorZoom").is_null() &&
+            member(stages, "afterInSensorZoom") != member(stages, "sensorPolicy");
         for (size_t i = 0; i < std::size(crops); ++i) {
             if (!rectOf(crops[i].rect)) continue;
             std::string text = described(crops[i].name, crops[i].rect);
@@ -245,41 +307,41 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
                     break;
                 }
             }
-            const bool converted =
-                stages.contains("afterInSensorZoom") &&
-                stages["afterInSensorZoom"] != stages.value("sensorPolicy", Json());
             if (crops[i].style != &kAndroidCrop && crops[i].style != &kPolicyCrop && converted) {
                 text += ", in in-sensor-zoom readout coordinates";
             }
-            if (crops[i].style == &kFinalCrop && stages.contains("shift")) {
-                const Json& shift = stages["shift"];
-                text += ", shift (" + shift["x"].dump() + ", " + shift["y"].dump() + ") from " +
-                        shift["from"].get<std::string>() +
-                        (shift["applied"].get<bool>() ? "" : ", not applied");
+            const Json& shift = member(stages, "shift");
+            if (crops[i].style == &kFinalCrop && shift.is_object()) {
+                const Json& from = member(shift, "from");
+                text += ", shift (" + member(shift, "x").dump() + ", " + member(shift, "y").dump() +
+                        ") from " + (from.is_string() ? from.get<std::string>() : from.dump()) +
+                        (member(shift, "applied") == Json(false) ? ", not applied" : "");
             }
             left.push_back({crops[i].style, text});
         }
-        const Json& faces = outputOf(calls, "GetFacesInfoHolder");
-        if (faces.contains("faces")) {
-            for (size_t i = 0; i < faces["faces"].size(); ++i) {
-                const Json& f = faces["faces"][i];
-                const double l = f["left"].get<double>(), t = f["top"].get<double>();
-                sensor.rect({l, t, f["right"].get<double>() - l, f["bottom"].get<double>() - t},
-                            kFace, std::to_string(i));
-            }
-            left.push_back({&kFace, std::to_string(faces["faces"].size()) + " faces (numbered)"});
+        size_t drawn = 0;
+        for (const Json& f : faces.is_array() ? faces : Json::array()) {
+            if (const auto box = cornersOf(f)) sensor.rect(*box, kFace, std::to_string(drawn));
+            ++drawn;
         }
-        const Json& focus = outputOf(calls, "GetfocusROI");
-        if (const auto af = rectOf(focus.value("sensorRect", Json()))) {
+        if (faces.is_array()) {
+            left.push_back({&kFace, std::to_string(drawn) + " faces (numbered)"});
+        }
+        if (const auto af = rectOf(member(focus, "sensorRect"))) {
             sensor.rect(*af, kFocus, "AF", true);
             left.push_back({&kFocus, described("AF region", focus["sensorRect"])});
         }
         legendY = std::max(legendY, sensor.bottom() + 40);
     } else {
+        absent.add("active array", "GetActiveArraySize");
         Panel(body, sensorX, top, {0, 0, 1, 1})
             .text(sensorX, top + 20, "no active array: nothing to draw in sensor coordinates",
                   "#333333");
     }
+    if (!rectOf(androidCrop)) absent.add("Android crop region", "GetAndroidCropRegion");
+    if (!rectOf(member(finalCrop, "crop"))) absent.add("final crop", "GetFinalCropRegion");
+    if (!faces.is_array()) absent.add("faces", "GetFacesInfoHolder");
+    if (!rectOf(member(focus, "sensorRect"))) absent.add("AF region", "GetfocusROI");
 
     // ---- Input image ----
     const double inputX = kMargin * 3 + kPanelWidth;
@@ -293,26 +355,29 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
                "#333333", "bold");
     right.push_back({&kArray, "input image"});
     const Json& mapped = outputOf(calls, "GetFaceRect");
-    if (mapped.contains("faces")) {
-        const int largest = mapped["largestFaceIndex"].get<int>();
-        for (size_t i = 0; i < mapped["faces"].size(); ++i) {
-            const Json& f = mapped["faces"][i];
-            const bool isLargest = static_cast<int>(i) == largest;
-            image.rect(*rectOf(f["rect"]), isLargest ? kLargestFace : kFace,
-                       std::to_string(i) + (isLargest ? " largest" : ""));
-            image.cross(f["center"]["x"].get<double>(), f["center"]["y"].get<double>(),
-                        kFace.stroke);
+    if (member(mapped, "faces").is_array()) {
+        const int largest = static_cast<int>(number(mapped, "largestFaceIndex").value_or(-1));
+        int i = 0;
+        for (const Json& f : mapped["faces"]) {
+            const bool isLargest = i == largest;
+            if (const auto r = rectOf(member(f, "rect"))) {
+                image.rect(*r, isLargest ? kLargestFace : kFace,
+                           std::to_string(i) + (isLargest ? " largest" : ""));
+            }
+            const auto x = number(member(f, "center"), "x"), y = number(member(f, "center"), "y");
+            if (x && y) image.cross(*x, *y, kFace.stroke);
+            ++i;
         }
         right.push_back({&kFace, "mapped faces with centres (+); thick: the largest, face " +
                                      std::to_string(largest)});
     }
-    const Json& focus = outputOf(calls, "GetfocusROI");
-    if (const auto roi = rectOf(focus.value("roi", Json()))) {
+    if (const auto roi = rectOf(member(focus, "roi"))) {
         image.rect(*roi, kFocus, "focus", true);
         std::string text = described("focus region", focus["roi"]);
         const Json& point = outputOf(calls, "GetfocusTP");
-        if (point.contains("x")) {
-            image.dot(point["x"].get<double>(), point["y"].get<double>(), kFocus.stroke);
+        const auto x = number(point, "x"), y = number(point, "y");
+        if (x && y) {
+            image.dot(*x, *y, kFocus.stroke);
             text += ", touch point (o) " + inlineText(point);
         }
         right.push_back({&kFocus, text});
@@ -321,7 +386,12 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
 
     legend(body, sensorX, legendY, left);
     legend(body, inputX, legendY, right);
-    const double height = legendY + 18.0 * std::max(left.size(), right.size()) + kMargin;
+    double height = legendY + 18.0 * std::max(left.size(), right.size()) + kMargin;
+    if (const std::string missing = absent.text(); !missing.empty()) {
+        double y = height - kMargin + 8;
+        body << wrapped(missing, width, y, "#a01010");
+        height = y + kMargin;
+    }
 
     std::ostringstream svg;
     svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << fmt(width) << "\" height=\""

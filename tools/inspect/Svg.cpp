@@ -197,6 +197,13 @@ void legend(std::ostringstream& out, double x, double y, const std::vector<Legen
     }
 }
 
+// The smallest rectangle holding both.
+Rect bounds(const Rect& a, const Rect& b) {
+    const double left = std::min(a.left, b.left), top = std::min(a.top, b.top);
+    return {left, top, std::max(a.left + a.width, b.left + b.width) - left,
+            std::max(a.top + a.height, b.top + b.height) - top};
+}
+
 // The part of the reference region that the input image shows: the region
 // fills the input's width or height, as the sensor's aspect picks, and is
 // cut on the other axis (the rule the face and focus mapping follows).
@@ -267,31 +274,52 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
     const Json& stages = member(finalCrop, "stages");
     const Json& faces = member(outputOf(calls, "GetFacesInfoHolder"), "faces");
     const Json& focus = outputOf(calls, "GetfocusROI");
-    if (array && array->width > 0 && array->height > 0) {
-        Panel sensor(body, sensorX, top, *array);
-        sensor.rect(*array, kArray);
+    // The crops from the request to the final one. They often coincide:
+    // drawn widest stroke first, and the legend says which are equal.
+    const struct {
+        const char* name;
+        const Style* style;
+        const Json& rect;
+    } crops[] = {
+        {"Android crop region", &kAndroidCrop, androidCrop},
+        {"sensor-policy crop", &kPolicyCrop, member(stages, "sensorPolicy")},
+        {"final crop before the shift", &kBeforeShift, member(stages, "aspectCorrected")},
+        {"final crop", &kFinalCrop, member(finalCrop, "crop")},
+    };
+    std::vector<Rect> faceBoxes;
+    for (const Json& f : faces.is_array() ? faces : Json::array()) {
+        faceBoxes.push_back(cornersOf(f).value_or(Rect{0, 0, -1, -1}));
+    }
+    // Without an active array the panel spans what there is to draw.
+    std::optional<Rect> extent = array;
+    if (!extent) {
+        std::vector<Rect> shown = faceBoxes;
+        for (const auto& c : crops) {
+            if (const auto r = rectOf(c.rect)) shown.push_back(*r);
+        }
+        if (const auto af = rectOf(member(focus, "sensorRect"))) shown.push_back(*af);
+        for (const Rect& r : shown) {
+            if (r.width <= 0 || r.height <= 0) continue;
+            extent = !extent ? r : bounds(*extent, r);
+        }
+    }
+    if (extent && extent->width > 0 && extent->height > 0) {
+        Panel sensor(body, sensorX, top, *extent);
+        if (array) {
+            sensor.rect(*array, kArray);
+            left.push_back({&kArray, activeArray.is_null() ? "sensor size" : "active array"});
+        }
         sensor.text(sensorX, top - 8,
-                    activeArray.is_null() ? "sensor: the final crop's sensor size"
-                                          : "sensor: active array " + inlineText(activeArray),
+                    array ? activeArray.is_null()
+                                ? "sensor: the final crop's sensor size"
+                                : "sensor: active array " + inlineText(activeArray)
+                          : "sensor coordinates: no active array, the panel spans what is drawn",
                     "#333333", "bold");
-        left.push_back({&kArray, activeArray.is_null() ? "sensor size" : "active array"});
         if (const auto crop = rectOf(androidCrop)) {
-            sensor.rect(visibleBand(*crop, *array, capture.inputWidth, capture.inputHeight),
+            sensor.rect(visibleBand(*crop, *extent, capture.inputWidth, capture.inputHeight),
                         kVisible);
             left.push_back({&kVisible, "part of the crop region the input image shows"});
         }
-        // The crops from the request to the final one. They often coincide:
-        // drawn widest stroke first, and the legend says which are equal.
-        const struct {
-            const char* name;
-            const Style* style;
-            const Json& rect;
-        } crops[] = {
-            {"Android crop region", &kAndroidCrop, androidCrop},
-            {"sensor-policy crop", &kPolicyCrop, member(stages, "sensorPolicy")},
-            {"final crop before the shift", &kBeforeShift, member(stages, "aspectCorrected")},
-            {"final crop", &kFinalCrop, member(finalCrop, "crop")},
-        };
         for (auto it = std::rbegin(crops); it != std::rend(crops); ++it) {
             if (const auto r = rectOf(it->rect)) sensor.rect(*r, *it->style);
         }
@@ -319,13 +347,11 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
             }
             left.push_back({crops[i].style, text});
         }
-        size_t drawn = 0;
-        for (const Json& f : faces.is_array() ? faces : Json::array()) {
-            if (const auto box = cornersOf(f)) sensor.rect(*box, kFace, std::to_string(drawn));
-            ++drawn;
+        for (size_t i = 0; i < faceBoxes.size(); ++i) {
+            sensor.rect(faceBoxes[i], kFace, std::to_string(i));
         }
         if (faces.is_array()) {
-            left.push_back({&kFace, std::to_string(drawn) + " faces (numbered)"});
+            left.push_back({&kFace, std::to_string(faceBoxes.size()) + " faces (numbered)"});
         }
         if (const auto af = rectOf(member(focus, "sensorRect"))) {
             sensor.rect(*af, kFocus, "AF", true);
@@ -333,11 +359,10 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
         }
         legendY = std::max(legendY, sensor.bottom() + 40);
     } else {
-        absent.add("active array", "GetActiveArraySize");
         Panel(body, sensorX, top, {0, 0, 1, 1})
-            .text(sensorX, top + 20, "no active array: nothing to draw in sensor coordinates",
-                  "#333333");
+            .text(sensorX, top + 20, "nothing to draw in sensor coordinates", "#333333");
     }
+    if (!array) absent.add("active array", "GetActiveArraySize");
     if (!rectOf(androidCrop)) absent.add("Android crop region", "GetAndroidCropRegion");
     if (!rectOf(member(finalCrop, "crop"))) absent.add("final crop", "GetFinalCropRegion");
     if (!faces.is_array()) absent.add("faces", "GetFacesInfoHolder");

@@ -1,0 +1,270 @@
+// Every output of metautils-inspect, alone and together, on every dump and
+// capture description in the tree: a whole output, or one error line naming
+// the file and nothing else. Each run is a child process, as each run of the
+// program is: the stand-ins start afresh, and an abort shows as a signal.
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Report.h"
+#include "Run.h"
+
+namespace inspect {
+namespace {
+
+std::string readText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+std::set<std::string> filesIn(const std::string& dir) {
+    std::set<std::string> names;
+    if (DIR* d = opendir(dir.c_str())) {
+        while (const dirent* e = readdir(d)) {
+            if (e->d_name[0] != '.') names.insert(e->d_name);
+        }
+        closedir(d);
+    }
+    return names;
+}
+
+struct Ran {
+    int status = -1;  // the exit status; -1 when the run ended by a signal
+    std::string out, err;
+};
+
+// One run from the source tree, as RunReport.cmake runs the program.
+Ran runTool(const std::vector<std::string>& args, const std::string& scratch) {
+    const std::string outPath = scratch + "/.stdout", errPath = scratch + "/.stderr";
+    const pid_t pid = fork();
+    if (pid == 0) {
+        std::vector<const char*> argv{"metautils-inspect"};
+        for (const std::string& a : args) argv.push_back(a.c_str());
+        std::ostringstream out, err;
+        int status = 2;
+        if (chdir(SOURCE_DIR) == 0) {
+            status = run(static_cast<int>(argv.size()), argv.data(), out, err);
+        }
+        std::ofstream(outPath, std::ios::binary) << out.str();
+        std::ofstream(errPath, std::ios::binary) << err.str();
+        _exit(status);
+    }
+    int wstatus = 0;
+    waitpid(pid, &wstatus, 0);
+    Ran ran;
+    ran.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
+    ran.out = readText(outPath);
+    ran.err = readText(errPath);
+    unlink(outPath.c_str());
+    unlink(errPath.c_str());
+    return ran;
+}
+
+// The drawing's line of what is absent, its wrapped parts joined.
+std::string absentText(const std::string& svg) {
+    std::string text;
+    bool inTag = false;
+    for (size_t i = svg.find("not in this capture: "); i < svg.size(); ++i) {
+        if (svg[i] == '<' || svg[i] == '>') {
+            inTag = svg[i] == '<';
+        } else if (!inTag) {
+            text += svg[i] == '\n' ? ' ' : svg[i];
+        }
+    }
+    return text.substr(0, text.find_last_not_of(' ') + 1);
+}
+
+// The report as JSON without the name of the file it came from.
+Json reportOf(const std::string& text) {
+    Json report = Json::parse(text);
+    report.erase("capture");
+    return report;
+}
+
+struct FileCase {
+    std::string path;               // from the source tree
+    std::vector<std::string> args;  // options the file needs
+    std::string error;   // the one line every mode gives, after "metautils-inspect: "; "" when read
+    std::string absent;  // the drawing's "not in this capture" line; "" when nothing is absent
+};
+
+std::ostream& operator<<(std::ostream& os, const FileCase& c) {
+    return os << c.path;
+}
+
+class EveryOutput : public ::testing::TestWithParam<FileCase> {
+protected:
+    void SetUp() override {
+        std::string pattern = ::testing::TempDir() + "inspect-outputs-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        scratch_ = pattern;
+    }
+    void TearDown() override {
+        for (const std::string& name : filesIn(scratch_)) unlink((scratch_ + "/" + name).c_str());
+        rmdir(scratch_.c_str());
+    }
+
+    std::string scratch_;
+};
+
+TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
+    const FileCase& c = GetParam();
+    const std::string svg = scratch_ + "/geometry.svg", saved = scratch_ + "/saved.json";
+    const bool description = c.path.size() > 5 && c.path.substr(c.path.size() - 5) == ".json";
+    const struct {
+        std::vector<std::string> options;
+        bool dumpOnly;  // a refusal on a capture description
+    } modes[] = {
+        {{}, false},
+        {{"--json"}, false},
+        {{"--logs"}, false},
+        {{"--svg", svg}, false},
+        {{"--json", "--logs", "--svg", svg, "--save-capture", saved}, true},
+        {{"--list"}, true},
+        {{"--save-capture", saved}, true},
+    };
+    std::string json;  // the JSON report, to compare the saved capture's with
+    for (const auto& mode : modes) {
+        std::vector<std::string> args{c.path};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        const bool listing = mode.options == std::vector<std::string>{"--list"};
+        // --list takes none of the frame's options: the blocks are the file's.
+        if (listing) args.resize(1);
+        args.insert(args.end(), mode.options.begin(), mode.options.end());
+        std::string call;
+        for (const std::string& a : args) call += " " + a;
+        SCOPED_TRACE("metautils-inspect" + call);
+        const Ran ran = runTool(args, scratch_);
+        ASSERT_NE(ran.status, -1) << "ended by a signal; standard error:\n" << ran.err;
+        std::string refusal = c.error;
+        if (description && mode.dumpOnly) {
+            refusal = c.path + (listing ? ": a capture description, not a dump"
+                                        : ": a capture description; only a dump's capture "
+                                          "is saved");
+        }
+        if (!refusal.empty()) {
+            EXPECT_EQ(ran.status, 1);
+            EXPECT_EQ(ran.out, "");
+            EXPECT_EQ(ran.err, "metautils-inspect: " + refusal + "\n");
+            EXPECT_EQ(filesIn(scratch_), std::set<std::string>{});
+            continue;
+        }
+        ASSERT_EQ(ran.status, 0) << ran.err;
+        EXPECT_NE(ran.out, "");
+        EXPECT_EQ(ran.err.find("metautils-inspect:"), std::string::npos) << ran.err;
+        std::set<std::string> written;
+        for (size_t i = 1; i < mode.options.size(); ++i) {
+            if (mode.options[i - 1] == "--svg") written.insert("geometry.svg");
+            if (mode.options[i - 1] == "--save-capture") written.insert("saved.json");
+        }
+        EXPECT_EQ(filesIn(scratch_), written);  // and no temporary file left beside them
+        if (std::find(args.begin(), args.end(), "--json") != args.end()) {
+            EXPECT_NO_THROW(Json::parse(ran.out));
+            if (mode.options.size() == 1) json = ran.out;
+        }
+        if (written.count("geometry.svg")) {
+            const std::string drawing = readText(svg);
+            EXPECT_EQ(drawing.rfind("<svg xmlns=", 0), 0u);
+            EXPECT_EQ(drawing.substr(drawing.size() - 7), "</svg>\n");
+            EXPECT_EQ(absentText(drawing), c.absent);
+        }
+        if (written.count("saved.json")) {
+            // Read back, the saved capture reports as the file did.
+            const Ran again = runTool({saved, "--json"}, scratch_);
+            ASSERT_EQ(again.status, 0) << again.err;
+            EXPECT_EQ(reportOf(again.out), reportOf(json));
+        }
+        for (const std::string& name : written) unlink((scratch_ + "/" + name).c_str());
+    }
+}
+
+const char* const kAbsentGeometry =
+    "not in this capture: Android crop region (GetAndroidCropRegion -2), faces "
+    "(GetFacesInfoHolder -2), AF region (GetfocusROI -2)";
+const char* const kNoArray =
+    "not in this capture: active array (GetActiveArraySize -2), final crop (GetFinalCropRegion "
+    "-2), faces (GetFacesInfoHolder -2), AF region (GetfocusROI -2)";
+
+const char* const kNothing =
+    "not in this capture: active array (GetActiveArraySize -2), Android crop region "
+    "(GetAndroidCropRegion -2), final crop (GetFinalCropRegion -2), faces (GetFacesInfoHolder "
+    "-2), AF region (GetfocusROI -2)";
+
+const FileCase kFiles[] = {
+    {"samples/main-faces.json", {}, "", ""},
+    {"samples/isz-zoom.json", {}, "", ""},
+    {"samples/tele-shift.json", {}, "", ""},
+    {"samples/dumpsys-camera.txt", {}, "", ""},
+    {"tools/inspect/tests/captures/no-adapter.json", {}, "", kAbsentGeometry},
+    {"tools/inspect/tests/captures/shading-map.json", {}, "", kNothing},
+    {"tools/inspect/tests/captures/short-shading-map.json", {}, "", kNothing},
+    // An emulator's bugreport: static characteristics, every camera closed.
+    {"tools/inspect/tests/dumps/static-only.txt", {}, "", kAbsentGeometry},
+    // A HAL's log of one result: no static metadata, no input size.
+    {"tools/inspect/tests/dumps/frame-only.txt", {"--input", "1920x1080"}, "", kNoArray},
+    {"tools/inspect/tests/dumps/no-geometry.txt", {}, "", kAbsentGeometry},
+    {"tools/inspect/tests/dumps/no-active-array.txt",
+     {"--input", "4000x3000"},
+     "",
+     "not in this capture: active array (GetActiveArraySize -2), final crop (GetFinalCropRegion "
+     "-2), AF region (GetfocusROI -2)"},
+    // CRLF, logcat's brief prefix, elided rows, a row cut off at the end.
+    {"tools/inspect/tests/dumps/elided-crlf.txt", {"--input", "4000x3000"}, "", kNoArray},
+    {"tools/inspect/tests/dumps/usb-camera.txt",
+     {},
+     "",
+     "not in this capture: faces (GetFacesInfoHolder -2), AF region (GetfocusROI -1)"},
+    {"tools/inspect/tests/bad/malformed.json",
+     {},
+     "tools/inspect/tests/bad/malformed.json: malformed JSON: parse error at line 4, column 9: "
+     "syntax error while parsing object - unexpected string literal; expected '}'",
+     ""},
+    {"tools/inspect/tests/bad/wrong-type.json",
+     {},
+     "tools/inspect/tests/bad/wrong-type.json: frame.tags[1] \"kovani.flash.mode\": values[0]: "
+     "expected int32 values, got \"on\"",
+     ""},
+    {"tools/inspect/tests/bad/no-block.txt",
+     {},
+     "tools/inspect/tests/bad/no-block.txt: neither a capture description nor a camera metadata "
+     "dump: no \"Dumping camera metadata array\" line",
+     ""},
+    {"tools/inspect/tests/bad/absent.txt",
+     {},
+     "tools/inspect/tests/bad/absent.txt: cannot open: No such file or directory",
+     ""},
+    {"/dev/zero",
+     {},
+     "/dev/zero: binary data, neither a capture description nor a camera "
+     "metadata dump",
+     ""},
+};
+
+INSTANTIATE_TEST_SUITE_P(Files, EveryOutput, ::testing::ValuesIn(kFiles));
+
+// A file added to the samples or the test data has its row above.
+TEST(OutputTable, HasARowForEveryFileInTheTree) {
+    std::set<std::string> rows;
+    for (const FileCase& c : kFiles) rows.insert(c.path);
+    for (const char* dir : {"samples", "tools/inspect/tests/captures", "tools/inspect/tests/dumps",
+                            "tools/inspect/tests/bad"}) {
+        for (const std::string& name : filesIn(std::string(SOURCE_DIR) + "/" + dir)) {
+            EXPECT_EQ(rows.count(std::string(dir) + "/" + name), 1u) << dir << "/" << name;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace inspect

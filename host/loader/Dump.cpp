@@ -1,8 +1,11 @@
 #include "Dump.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <optional>
+#include <set>
+#include <utility>
 
 #include "JsonReader.h"
 #include "TagPayload.h"
@@ -12,6 +15,9 @@ namespace loader {
 namespace {
 
 using kvhost::TagType;
+
+constexpr std::string_view kBlockLine = "Dumping camera metadata array";
+constexpr uint32_t kPhysicalIds = 0x1A0000;  // android.logicalMultiCamera.physicalIds
 
 bool isDigit(char c) {
     return c >= '0' && c <= '9';
@@ -265,25 +271,102 @@ std::string readRow(std::string_view row, OpenEntry& e) {
     }
 }
 
+// Calls `f` with each line of `text`, cleaned, until it returns false.
+template <typename F>
+void forEachLine(std::string_view text, F&& f) {
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t end = text.find('\n', start);
+        if (end == std::string_view::npos) end = text.size();
+        if (!f(cleanDumpLine(text.substr(start, end - start)))) return;
+        start = end + 1;
+    }
+}
+
+bool opensBlock(std::string_view s) {
+    return startsWith(s, kBlockLine);
+}
+
+// A physical id list as some devices print it: its characters, one a value,
+// without the NUL that ends each id ("[5 8 5 6 ]" for the ids 58 and 56).
+bool isPrintedIdList(const DumpEntry& e) {
+    return e.id == kPhysicalIds && e.type == TagType::Byte && !e.bytes.empty() &&
+           e.bytes.size() < e.count &&
+           std::all_of(e.bytes.begin(), e.bytes.end(), [](uint8_t c) { return c <= 9; });
+}
+
+// The ways to cut the digits `chars` into `count` ids of `cameras`; the
+// first two, which is enough to tell one from many. A logical camera lists
+// each of its physical cameras once, so no more ids than cameras.
+std::vector<std::vector<std::string>> splitIds(const std::string& chars, size_t count,
+                                               const std::set<std::string>& cameras) {
+    std::vector<std::vector<std::string>> splits;
+    std::set<size_t> lengths;
+    for (const std::string& c : cameras) lengths.insert(c.size());
+    const size_t n = chars.size();
+    if (count == 0 || count > cameras.size() || n > count * *lengths.rbegin()) return splits;
+    // ways[i * w + j]: the cuts of chars[i..] into j ids, counted up to 2.
+    const size_t w = count + 1;
+    std::vector<uint8_t> ways((n + 1) * w);
+    ways[n * w] = 1;
+    const auto isId = [&](size_t i, size_t len) {
+        return len <= n - i && cameras.count(chars.substr(i, len)) != 0;
+    };
+    for (size_t i = n; i-- > 0;) {
+        for (const size_t len : lengths) {
+            if (!isId(i, len)) continue;
+            for (size_t j = 1; j <= count; ++j) {
+                ways[i * w + j] = std::min(2, ways[i * w + j] + ways[(i + len) * w + j - 1]);
+            }
+        }
+    }
+    // Only cuts that lead to a whole split are followed.
+    std::vector<std::string> ids;
+    const auto follow = [&](const auto& self, size_t i, size_t j) -> void {
+        if (j == 0) return splits.push_back(ids);
+        for (const size_t len : lengths) {
+            if (splits.size() == 2 || !isId(i, len) || ways[(i + len) * w + j - 1] == 0) continue;
+            ids.push_back(chars.substr(i, len));
+            self(self, i + len, j - 1);
+            ids.pop_back();
+        }
+    };
+    if (ways[count] != 0) follow(follow, 0, count);
+    return splits;
+}
+
 class Reader {
 public:
     Reader(std::string_view text, const std::string& file) : text_(text) { dump_.file = file; }
 
     Dump read() {
-        size_t start = 0;
-        while (start < text_.size()) {
-            size_t end = text_.find('\n', start);
-            if (end == std::string_view::npos) end = text_.size();
+        // Text with no block line is a fragment pasted from the middle of a dump.
+        fragment_ = true;
+        forEachLine(text_, [&](std::string_view s) {
+            if (opensBlock(s)) fragment_ = false;
+            return fragment_;
+        });
+        forEachLine(text_, [&](std::string_view s) {
             ++lineNumber_;
-            readLine(cleanDumpLine(text_.substr(start, end - start)));
-            start = end + 1;
-        }
+            readLine(s);
+            return true;
+        });
         closeBlock();
+        rebuildIdLists();
         if (dump_.blocks.empty()) {
             throw InputError(dump_.file +
-                             ": neither a capture description nor a camera metadata dump: no "
-                             "\"Dumping camera metadata array\" line");
+                             ": neither a capture description nor a camera metadata dump: no \"" +
+                             std::string(kBlockLine) + "\" line");
         }
+        if (fragment_ && valueRows_ == 0) {
+            const size_t headers = dump_.blocks[0].declaredEntries;
+            throw InputError(dump_.file + ": " + std::to_string(headers) + " entry line" +
+                             (headers == 1 ? "" : "s") +
+                             " and no values (as grep prints them); no metadata to read");
+        }
+        std::stable_sort(warnings_.begin(), warnings_.end(),
+                         [](const auto& a, const auto& b) { return a.first < b.first; });
+        for (auto& w : warnings_) dump_.warnings.push_back(std::move(w.second));
         return std::move(dump_);
     }
 
@@ -291,15 +374,21 @@ private:
     enum class Section { None, Static, Dynamic, VendorTags };
 
     void warn(const std::string& message, std::string_view tag = {}) {
-        std::string text = dump_.file + ":" + std::to_string(lineNumber_) + ": ";
+        warnAt(lineNumber_, message, tag);
+    }
+
+    // A warning about `line`, counted for the open block.
+    void warnAt(size_t line, const std::string& message, std::string_view tag) {
+        std::string text = dump_.file + ":" + std::to_string(line) + ": ";
         if (!tag.empty()) text += std::string(tag) + ": ";
-        dump_.warnings.push_back(text + message);
+        warnings_.emplace_back(line, text + message);
         if (block_ != nullptr) ++block_->warnings;
     }
 
     void readLine(std::string_view s) {
         if (s.empty()) return;
-        if (startsWith(s, "Dumping camera metadata array")) return openBlock(s);
+        if (opensBlock(s)) return openBlock(s);
+        if (Header h; block_ == nullptr && fragment_ && parseHeader(s, h)) openFragment();
         if (block_ != nullptr && readBlockLine(s)) return;
         closeBlock();
         readContext(s);
@@ -338,6 +427,7 @@ private:
             orphansWarned_ = true;
             return;
         }
+        ++valueRows_;
         if (entry_->bad || entry_->elided) return;
         const std::string problem = readRow(row, *entry_);
         if (!problem.empty()) {
@@ -354,6 +444,7 @@ private:
         e.name = std::string(h.name);
         e.id = h.id;
         e.count = h.count;
+        if (block_->fragment) ++block_->declaredEntries;
         if (!kvhost::parseTypeName(h.typeText, &e.type)) {
             warn("unknown type \"" + std::string(h.typeText) + "\"; the entry is left out", h.name);
             entry_->bad = true;
@@ -369,25 +460,74 @@ private:
         if (!e.bad) {
             const std::string shown = "shows " + std::to_string(e.values) + " of its " +
                                       std::to_string(e.entry.count) + " values";
-            const size_t at = lineNumber_;
-            lineNumber_ = e.entry.line;  // the warning points at the entry's header
+            // The warnings point at the entry's header.
             if (e.elided) {
-                warn(shown + ", the others elided; the entry is left out", e.entry.name);
-            } else if (e.values != e.entry.count) {
-                warn(shown + "; the entry is left out", e.entry.name);
-            } else {
+                warnAt(e.entry.line, shown + ", the others elided; the entry is left out",
+                       e.entry.name);
+            } else if (e.values == e.entry.count) {
                 block_->entries.push_back(std::move(e.entry));
+            } else if (isPrintedIdList(e.entry)) {
+                // Rebuilt once every camera id of the dump is known.
+                idLists_.emplace_back(block_->number - 1, block_->entries.size());
+                block_->entries.push_back(std::move(e.entry));
+            } else {
+                warnAt(e.entry.line, shown + "; the entry is left out", e.entry.name);
             }
-            lineNumber_ = at;
         }
         entry_.reset();
     }
 
+    // Each physical id list printed as its characters becomes the ids that
+    // its characters and byte count allow, when the dump's cameras allow
+    // exactly one cut; else it is left out.
+    void rebuildIdLists() {
+        // From the last, so that leaving one out keeps the others' places.
+        for (auto list = idLists_.rbegin(); list != idLists_.rend(); ++list) {
+            block_ = &dump_.blocks[list->first];
+            DumpEntry& e = block_->entries[list->second];
+            std::string chars;
+            std::string shown;
+            for (const uint8_t c : e.bytes) {
+                chars += static_cast<char>('0' + c);
+                shown += (shown.empty() ? "" : " ") + chars.substr(chars.size() - 1);
+            }
+            // Each id takes its characters and a NUL: the NULs count the ids.
+            const auto splits = splitIds(chars, e.count - chars.size(), cameras_);
+            if (splits.size() == 1) {
+                e.bytes.clear();
+                for (const std::string& id : splits[0]) {
+                    e.bytes.insert(e.bytes.end(), id.begin(), id.end());
+                    e.bytes.push_back(0);
+                }
+                e.rebuiltIds = splits[0];
+                continue;
+            }
+            const std::string split =
+                " of the characters " + shown + " into camera ids of the dump give" +
+                (splits.empty() ? "s " : " ") + std::to_string(e.count) + " bytes";
+            if (splits.empty()) {
+                warnAt(e.line, "no split" + split + "; the entry is left out", e.name);
+            } else {
+                std::string found;
+                for (const auto& ids : splits) {
+                    std::string one;
+                    for (const std::string& id : ids) one += (one.empty() ? "" : ", ") + id;
+                    found += (found.empty() ? "" : " and ") + one;
+                }
+                warnAt(e.line,
+                       "2 or more splits" + split + " (" + found +
+                           "): ambiguous; the entry is left out",
+                       e.name);
+            }
+            block_->entries.erase(block_->entries.begin() +
+                                  static_cast<std::ptrdiff_t>(list->second));
+        }
+        block_ = nullptr;
+    }
+
     void openBlock(std::string_view s) {
         closeBlock();
-        DumpBlock block;
-        block.number = static_cast<int>(dump_.blocks.size()) + 1;
-        block.line = lineNumber_;
+        DumpBlock& block = addBlock();
         block.camera = camera_;
         block.previousSession = previousSession_;
         block.kind = section_ == Section::Static ? BlockKind::Static : BlockKind::Other;
@@ -397,6 +537,7 @@ private:
         }
         next_.reset();
         nextCamera_.clear();
+        if (!block.camera.empty()) cameras_.insert(block.camera);
         // "Dumping camera metadata array: 12 / 14 entries, ..."
         const size_t colon = s.find(':');
         size_t p = colon == std::string_view::npos ? s.size() : colon + 1;
@@ -405,9 +546,29 @@ private:
         if (skipDigits(s, p)) {
             parseNumber(s.substr(numberStart, p - numberStart), &block.declaredEntries);
         }
+    }
+
+    // The one block of a fragment: opened at its first entry, taken up again
+    // by entries after other text.
+    void openFragment() {
+        if (!dump_.blocks.empty()) {
+            block_ = &dump_.blocks.back();
+            return;
+        }
+        addBlock().fragment = true;
+        warn("the text has no \"" + std::string(kBlockLine) +
+             "\" line: its entries are read as one block of unknown kind (a pasted fragment)");
+    }
+
+    // A new block at this line, open.
+    DumpBlock& addBlock() {
+        DumpBlock block;
+        block.number = static_cast<int>(dump_.blocks.size()) + 1;
+        block.line = lineNumber_;
         dump_.blocks.push_back(std::move(block));
         block_ = &dump_.blocks.back();
         orphansWarned_ = false;
+        return *block_;
     }
 
     void closeBlock() {
@@ -465,6 +626,13 @@ private:
             setNext(BlockKind::PhysicalStatic, wordAfter(s, "Physical camera "));
         } else if (startsWith(s, "API2 camera characteristics")) {
             setNext(BlockKind::Static);
+        } else if (startsWith(s, "Device ") && contains(s, " maps to \"")) {
+            // The service's camera list: "Device 0 maps to \"0\"".
+            const size_t open = s.find('"');
+            const size_t close = s.find('"', open + 1);
+            if (close != std::string_view::npos && close > open + 1) {
+                cameras_.emplace(s.substr(open + 1, close - open - 1));
+            }
         } else if (section_ == Section::VendorTags && startsWith(s, "0x")) {
             readVendorTag(s);
         } else if (Header h; parseHeader(s, h)) {
@@ -509,6 +677,11 @@ private:
     DumpBlock* block_ = nullptr;  // the open block, in dump_.blocks
     std::optional<OpenEntry> entry_;
     bool orphansWarned_ = false;
+    bool fragment_ = false;  // no line of the text opens a block
+    size_t valueRows_ = 0;
+    std::set<std::string> cameras_;                         // every camera id the dump names
+    std::vector<std::pair<size_t, size_t>> idLists_;        // printed id lists: block, entry index
+    std::vector<std::pair<size_t, std::string>> warnings_;  // by line
 };
 
 }  // namespace

@@ -7,6 +7,11 @@
 // sections say of it), entries (a header and its value rows) and typed
 // payloads. Nothing is guessed: an entry that does not read whole is left out
 // with a warning naming its line and tag, and the rest is kept.
+//
+// Text with entries but no "Dumping camera metadata array" line, pasted from
+// the middle of a dump, is one block of unknown kind. A physical id list that
+// a device printed as its characters without the NUL after each id is
+// rebuilt when the camera ids that the dump names allow exactly one reading.
 #pragma once
 
 #include <cstddef>
@@ -28,6 +33,8 @@ struct DumpEntry {
     kvhost::TagType type = kvhost::TagType::Byte;
     size_t count = 0;            // elements
     std::vector<uint8_t> bytes;  // count elements, little-endian
+    // The ids of a physical id list rebuilt from its printed characters.
+    std::vector<std::string> rebuiltIds;
 };
 
 enum class BlockKind {
@@ -47,7 +54,8 @@ struct DumpBlock {
     BlockKind kind = BlockKind::Other;
     std::string camera;            // the camera the dump files it under; "" when none
     bool previousSession = false;  // under "Dumpsys from previous open session"
-    size_t declaredEntries = 0;    // the count its first line gives
+    size_t declaredEntries = 0;    // the count its first line gives; a fragment's entry lines
+    bool fragment = false;         // entries of a text with no block line
     std::vector<DumpEntry> entries;
     size_t warnings = 0;  // warnings about this block's lines
 };
@@ -67,7 +75,7 @@ struct Dump {
 };
 
 // Reads the dump text of `file`. Throws InputError naming the file when the
-// text holds no metadata block.
+// text holds no metadata block, or entry lines without any value.
 Dump readDump(std::string_view text, const std::string& file);
 
 // The dump's line cleaned of what copying adds, "" for a line that carries

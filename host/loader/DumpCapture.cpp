@@ -47,6 +47,7 @@ public:
         chooseStatics();
         completeFrame();
         chooseInput();
+        noteRebuiltEntries();
         c_.satCameraId = c_.cameraId;
         c_.description = "camera metadata dump, " + std::to_string(dump_.blocks.size()) +
                          " blocks; camera " + std::to_string(c_.cameraId);
@@ -223,6 +224,20 @@ private:
              " has no active array size in the dump; give one with --input WxH");
     }
 
+    // The reader's readings of what a device printed lossily.
+    void noteRebuiltEntries() {
+        for (const DumpBlock& b : dump_.blocks) {
+            for (const DumpEntry& e : b.entries) {
+                if (e.rebuiltIds.empty()) continue;
+                std::string ids;
+                for (const std::string& id : e.rebuiltIds) ids += (ids.empty() ? "" : ", ") + id;
+                c_.notes.push_back(e.name + " of block " + std::to_string(b.number) + " (line " +
+                                   std::to_string(e.line) +
+                                   "): rebuilt from the printed characters as the ids " + ids);
+            }
+        }
+    }
+
     // The host tag table's tag for an entry; null, with a warning, when there
     // is none. Android's tags are known by id. Vendor tags are known by name,
     // since their ids differ from device to device, except those the library
@@ -328,8 +343,9 @@ std::string listBlocks(const Dump& dump) {
     for (const DumpBlock& b : dump.blocks) {
         const std::string entries =
             std::to_string(b.entries.size()) + " of " + std::to_string(b.declaredEntries);
-        const std::string what =
-            std::string(blockKindName(b.kind)) + (b.previousSession ? " (previous)" : "");
+        const std::string what = std::string(blockKindName(b.kind)) +
+                                 (b.fragment ? " (pasted fragment)" : "") +
+                                 (b.previousSession ? " (previous)" : "");
         std::snprintf(row, sizeof row, "%5d %6zu  %-32s %-7s %-12s %zu\n", b.number, b.line,
                       what.c_str(), b.camera.empty() ? "-" : b.camera.c_str(), entries.c_str(),
                       b.warnings);

@@ -14,6 +14,7 @@
 #include "KvMetadata.h"
 #include "Load.h"
 #include "LoaderTestSupport.h"
+#include "MetaUtils.h"
 #include "kvhost/Adapter.h"
 #include "kvhost/Capture.h"
 
@@ -38,7 +39,7 @@ struct FormatCase {
     const char* name;
     std::string text;
     std::map<std::string, std::vector<uint8_t>> entries;  // of block 1, by name
-    std::string warning;                                  // in the first warning; "" for none
+    std::string warning;                                  // in a warning; "" for none
 };
 
 class DumpFormat : public ::testing::TestWithParam<FormatCase> {};
@@ -49,11 +50,12 @@ TEST_P(DumpFormat, ReadsWhatTheDevicePrinted) {
     std::map<std::string, std::vector<uint8_t>> entries;
     for (const DumpEntry& e : dump.blocks[0].entries) entries[e.name] = e.bytes;
     EXPECT_EQ(entries, GetParam().entries);
+    std::string warnings;
+    for (const std::string& w : dump.warnings) warnings += w + "\n";
     if (GetParam().warning.empty()) {
-        EXPECT_TRUE(dump.warnings.empty()) << dump.warnings[0];
+        EXPECT_EQ(warnings, "");
     } else {
-        ASSERT_FALSE(dump.warnings.empty());
-        EXPECT_NE(dump.warnings[0].find(GetParam().warning), std::string::npos) << dump.warnings[0];
+        EXPECT_NE(warnings.find(GetParam().warning), std::string::npos) << warnings;
     }
 }
 
@@ -71,6 +73,23 @@ std::string withEntry(const std::string& entry) {
 FormatCase bad(const char* name, const std::string& entry, const std::string& warning) {
     return FormatCase{name, withEntry(entry), kAfOnly, warning};
 }
+
+// The afState entry and `entry` pasted without their block's line.
+std::string fragment(const std::string& entry) {
+    return "android.control.afState (10020): byte[1]\n[PASSIVE_FOCUSED ]\n" + entry;
+}
+
+// The camera service's list of its cameras.
+std::string cameraList(std::initializer_list<const char*> ids) {
+    std::string list = "Number of camera devices: " + std::to_string(ids.size()) + "\n";
+    int n = 0;
+    for (const char* id : ids) {
+        list += "    Device " + std::to_string(n++) + " maps to \"" + std::string(id) + "\"\n";
+    }
+    return list;
+}
+
+const char* const kPhysicalIds = "android.logicalMultiCamera.physicalIds (1a0000): ";
 
 // What of a line is read: logcat's prefixes, fences, comments and blanks go.
 TEST(DumpLine, KeepsWhatTheDevicePrinted) {
@@ -158,6 +177,45 @@ INSTANTIATE_TEST_SUITE_P(
             "text after the value row"),
         bad("BadRational", "android.control.aeCompensationStep (10016): rational[1]\n[(1 / x) ]",
             "not a rational"),
+        // A pasted fragment is one block, whatever text lies between its entries;
+        // an entry cut off at its end is left out.
+        FormatCase{"Fragment",
+                   "Latest received frame:\n" +
+                       fragment("In-flight requests:\n  android.scaler.cropRegion (d0000): "
+                                "int32[4]\n    [400 300 3200 2400 ]\n"),
+                   kBoth,
+                   "dump.txt:2: the text has no \"Dumping camera metadata array\" line: its "
+                   "entries are read as one block of unknown kind (a pasted fragment)"},
+        FormatCase{"FragmentCutInARow", fragment("android.scaler.cropRegion (d0000): int32[4]\n[1"),
+                   kAfOnly, "dump.txt:4: android.scaler.cropRegion: value row without its closing"},
+        FormatCase{"FragmentCutAfterARow",
+                   fragment("android.scaler.cropRegion (d0000): int32[4]\n[1 2 ]"), kAfOnly,
+                   "dump.txt:3: android.scaler.cropRegion: shows 2 of its 4 values"},
+        // Where the dump has blocks, an entry outside them is not a fragment.
+        FormatCase{"EntryOutsideBlocks",
+                   "android.control.afMode (10007): byte[1]\n[1 ]\n" + std::string(kBlock), kBoth,
+                   "dump.txt:1: android.control.afMode: entry outside a metadata block is skipped"},
+        // A physical id list printed as its characters, without the NUL after
+        // each id, is read back when one cut into the cameras named gives its count.
+        FormatCase{"PhysicalIdsAsCharacters",
+                   withEntry(kPhysicalIds + std::string("byte[12]\n[5 8 5 6 ]\n[5 2 5 4 ]\n")) +
+                       cameraList({"0", "5", "2", "58", "56", "52", "54"}),
+                   {{"android.logicalMultiCamera.physicalIds",
+                     {'5', '8', 0, '5', '6', 0, '5', '2', 0, '5', '4', 0}},
+                    {"android.control.afState", kAfState}},
+                   ""},
+        FormatCase{"PhysicalIdsCutTwoWays",
+                   cameraList({"2", "21", "15", "5"}) +
+                       withEntry(kPhysicalIds + std::string("byte[5]\n[2 1 5 ]")),
+                   kAfOnly,
+                   "dump.txt:7: android.logicalMultiCamera.physicalIds: 2 or more splits of the "
+                   "characters 2 1 5 into camera ids of the dump give 5 bytes (2, 15 and 21, 5): "
+                   "ambiguous"},
+        bad("PhysicalIdsOfNoCamera", kPhysicalIds + std::string("byte[4]\n[5 8 ]"),
+            "dump.txt:2: android.logicalMultiCamera.physicalIds: no split of the characters 5 8 "
+            "into camera ids of the dump gives 4 bytes"),
+        bad("PhysicalIdsShortAsNumbers", kPhysicalIds + std::string("byte[6]\n[53 56 0 ]"),
+            "shows 3 of its 6 values"),
         FormatCase{"OrphanRows",
                    "Dumping camera metadata array: 2 / 3 entries\n[5 6 7 ]\n" +
                        std::string(kBlock).substr(std::string(kBlock).find("  android")),
@@ -216,6 +274,30 @@ TEST(DumpCapture, BlocksTheCaptureTakes) {
     EXPECT_NE(find(c.statics.at(2), "android.sensor.info.activeArraySize"), nullptr);
     // An active array of no width gives no input size.
     EXPECT_THROW(captureFromDump(readDump(text, "d"), {}), InputError);
+}
+
+// Physical ids printed as characters, read back through the cameras of the
+// dump's blocks: the library finds the roles of the physical cameras.
+TEST(DumpCapture, RebuiltPhysicalIdsGiveTheRoles) {
+    std::string text =
+        "== Camera HAL device device@3.7/internal/0 (v3.7) static information: ==\n"
+        "Dumping camera metadata array: 1 / 1 entries\n" +
+        std::string(kPhysicalIds) + "byte[8]\n[2 5 6 7 ]\n";
+    for (const char* id : {"2", "5", "6", "7"}) {
+        text += "Physical camera " + std::string(id) +
+                " characteristics:\nDumping camera metadata array: 1 / 1 entries\n"
+                "com.kovani.cameraid.role.cameraId (80080000): int32[1]\n[" +
+                id + "0 ]\n";
+    }
+    Capture c = captureOf(text);
+    EXPECT_EQ(c.notes.back(),
+              "android.logicalMultiCamera.physicalIds of block 1 (line 3): rebuilt from the "
+              "printed characters as the ids 2, 5, 6, 7");
+    install(std::move(c));
+    std::vector<int> roles;
+    EXPECT_EQ(kvalgo2::MetaUtils().GetMultiCameraPhyCameraRoleIds(0, roles), 0);
+    EXPECT_EQ(roles, (std::vector<int>{20, 50, 60, 70}));
+    clearStaticMetadata();
 }
 
 TEST(DumpCapture, UnnamedVendorTagIsNamedByTheVendorList) {
@@ -307,7 +389,12 @@ INSTANTIATE_TEST_SUITE_P(
                     "binary data, neither a capture description nor a camera metadata dump"},
         BadFileCase{"DeepJson", "bad-deep.json",
                     "{\"a\": " + std::string(100000, '[') + std::string(100000, ']') + "}",
-                    "malformed JSON: nested more than 64 levels deep at line 1"}),
+                    "malformed JSON: nested more than 64 levels deep at line 1"},
+        // What `dumpsys media.camera | grep control` prints.
+        BadFileCase{"EntryLinesAlone", "bad-grep.txt",
+                    "  android.control.aeMode (10001): byte[1]\n"
+                    "  android.control.afMode (10007): byte[1]\n",
+                    "2 entry lines and no values (as grep prints them); no metadata to read"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(LoadCapture, FilesOver64MiBAreAnError) {

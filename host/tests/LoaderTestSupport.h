@@ -1,9 +1,15 @@
 // Helpers of the capture and dump readers' tests.
 #pragma once
 
+#include <gtest/gtest.h>
+#include <unistd.h>
+
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <initializer_list>
+#include <string>
 #include <vector>
 
 namespace kvhost {
@@ -16,6 +22,20 @@ std::vector<uint8_t> bytesOf(std::initializer_list<T> values) {
     std::memcpy(out.data(), values.begin(), out.size());
     return out;
 }
+
+// A file of the test's, in the temporary directory (tests write nowhere
+// else), removed when it goes out of scope.
+struct ScratchFile {
+    ScratchFile(const std::string& name, const std::string& content)
+        : path(::testing::TempDir() + "kvhost-" + std::to_string(::getpid()) + "-" + name) {
+        std::ofstream(path, std::ios::binary) << content;
+    }
+    ~ScratchFile() { std::remove(path.c_str()); }
+    ScratchFile(const ScratchFile&) = delete;
+    ScratchFile& operator=(const ScratchFile&) = delete;
+
+    const std::string path;
+};
 
 }  // namespace loader
 }  // namespace kvhost

@@ -4,9 +4,8 @@
 // dumpsys becomes the frame and static metadata the defaults and options say.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -361,8 +360,8 @@ TEST(DumpCapture, ImpossibleChoicesAreOneError) {
 
 struct BadFileCase {
     const char* name;
-    std::string path;
-    std::string content;  // written to `path` first, unless it is the root directory
+    std::string file;     // a scratch file's name; "/" for the root directory
+    std::string content;  // written to the scratch file
     std::string error;
 };
 
@@ -370,10 +369,12 @@ class BadFile : public ::testing::TestWithParam<BadFileCase> {};
 
 TEST_P(BadFile, IsOneErrorNamingTheFile) {
     const BadFileCase& bad = GetParam();
-    if (bad.path != "/") std::ofstream(bad.path, std::ios::binary) << bad.content;
-    const LoadResult loaded = loadCapture(bad.path);
+    std::optional<ScratchFile> scratch;
+    if (bad.file != "/") scratch.emplace(bad.file, bad.content);
+    const std::string path = scratch ? scratch->path : bad.file;
+    const LoadResult loaded = loadCapture(path);
     EXPECT_FALSE(loaded);
-    EXPECT_EQ(loaded.error, bad.path + ": " + bad.error);
+    EXPECT_EQ(loaded.error, path + ": " + bad.error);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -398,19 +399,16 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(LoadCapture, FilesOver64MiBAreAnError) {
-    const std::string path = "bad-huge.txt";
-    std::ofstream(path) << std::string((size_t{64} << 20) + 1, '\n');
-    EXPECT_EQ(loadCapture(path).error, path + ": larger than 64 MiB, more than any dump");
-    std::remove(path.c_str());
+    const ScratchFile huge("huge.txt", std::string((size_t{64} << 20) + 1, '\n'));
+    EXPECT_EQ(loadCapture(huge.path).error, huge.path + ": larger than 64 MiB, more than any dump");
 }
 
 TEST(LoadCapture, DumpOptionsOnACaptureDescriptionAreAnError) {
-    const std::string path = "capture-with-options.json";
-    std::ofstream(path) << "\xEF\xBB\xBF{}";  // a byte order mark first
+    const ScratchFile description("with-options.json", "\xEF\xBB\xBF{}");  // a byte order mark
     DumpOptions o;
     o.frame = 1;
-    EXPECT_EQ(loadCapture(path, o).error,
-              path +
+    EXPECT_EQ(loadCapture(description.path, o).error,
+              description.path +
                   ": a capture description; --camera, --frame, --static and --input apply to "
                   "dumps");
 }
@@ -423,15 +421,16 @@ TEST(LoadCapture, FailureChangesNothing) {
     AdapterScript script;
     script.shiftX = 17;
     setAdapterScript(script);
-    const std::string dump = "failing-dump.txt";
-    std::ofstream(dump) << "Dumping camera metadata array: 1 / 1 entries\n"
-                           "org.example.failing.tag (80440000): int32[1]\n[1 ]\n";
-    const std::string description = "failing-capture.json";
-    std::ofstream(description) << R"({"camera": {"cameraId": 0}, "input": {"width": 2, "height": 2},
-              "frame": {"tags": [{"tag": "org.example.failing.other", "type": "byte",
-                                  "values": [1]}]}, "static": "none"})";
+    const ScratchFile dump("failing-dump.txt",
+                           "Dumping camera metadata array: 1 / 1 entries\n"
+                           "org.example.failing.tag (80440000): int32[1]\n[1 ]\n");
+    const ScratchFile description("failing-capture.json",
+                                  R"({"camera": {"cameraId": 0}, "input": {"width": 2, "height": 2},
+            "frame": {"tags": [{"tag": "org.example.failing.other", "type": "byte",
+                                "values": [1]}]}, "static": "none"})");
     // No input size; a bad section.
-    for (const std::string& path : {dump, description}) EXPECT_FALSE(loadCapture(path)) << path;
+    for (const ScratchFile* f : {&dump, &description})
+        EXPECT_FALSE(loadCapture(f->path)) << f->path;
     EXPECT_EQ(findTag("org.example.failing.tag"), nullptr);
     EXPECT_EQ(findTag("org.example.failing.other"), nullptr);
     EXPECT_EQ(StaticMetadataWraper::getInstance()->getStaticMetadata(5), stat);

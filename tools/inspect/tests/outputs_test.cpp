@@ -222,6 +222,20 @@ const FileCase kFiles[] = {
      "-2), AF region (GetfocusROI -2)"},
     // CRLF, logcat's brief prefix, elided rows, a row cut off at the end.
     {"tools/inspect/tests/dumps/elided-crlf.txt", {"--input", "4000x3000"}, "", kNoArray},
+    // The middle of a dump pasted into a bug report, whole or cut off.
+    {"tools/inspect/tests/dumps/fragment.txt", {"--input", "4000x3000"}, "", kNoArray},
+    {"tools/inspect/tests/dumps/fragment-cut.txt", {"--input", "4000x3000"}, "", kNothing},
+    // What `dumpsys media.camera | grep control` gives: headers, no values.
+    {"tools/inspect/tests/dumps/grep-headers.txt",
+     {},
+     "tools/inspect/tests/dumps/grep-headers.txt: 9 entry lines and no values (as grep prints "
+     "them); no metadata to read",
+     ""},
+    // Physical camera ids printed as characters, rebuilt.
+    {"tools/inspect/tests/dumps/physical-ids.txt",
+     {},
+     "",
+     "not in this capture: faces (GetFacesInfoHolder -2), AF region (GetfocusROI -1)"},
     {"tools/inspect/tests/dumps/usb-camera.txt",
      {},
      "",
@@ -236,10 +250,11 @@ const FileCase kFiles[] = {
      "tools/inspect/tests/bad/wrong-type.json: frame.tags[1] \"kovani.flash.mode\": values[0]: "
      "expected int32 values, got \"on\"",
      ""},
-    {"tools/inspect/tests/bad/no-block.txt",
+    // A log of the camera service without a metadata buffer.
+    {"tools/inspect/tests/bad/no-metadata.txt",
      {},
-     "tools/inspect/tests/bad/no-block.txt: neither a capture description nor a camera metadata "
-     "dump: no \"Dumping camera metadata array\" line",
+     "tools/inspect/tests/bad/no-metadata.txt: neither a capture description nor a camera "
+     "metadata dump: no \"Dumping camera metadata array\" line",
      ""},
     {"tools/inspect/tests/bad/absent.txt",
      {},

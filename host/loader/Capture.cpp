@@ -192,18 +192,18 @@ std::string captureText(const Capture& c) {
     const auto tags = [](const std::vector<TagPayload>& payloads, const char* indent) {
         std::string out = "[";
         for (size_t i = 0; i < payloads.size(); ++i) {
-            out += (i == 0 ? "\n" : ",\n") + std::string(indent) + tagToJson(payloads[i]).dump();
+            out += (i == 0 ? "\n" : ",\n") + std::string(indent) + jsonText(tagToJson(payloads[i]));
         }
         return out + "\n" + std::string(indent).substr(2) + "]";
     };
     const auto lines = [](const std::vector<std::string>& texts) {
         std::string out = "[";
         for (size_t i = 0; i < texts.size(); ++i) {
-            out += (i == 0 ? "\n    " : ",\n    ") + Json(texts[i]).dump();
+            out += (i == 0 ? "\n    " : ",\n    ") + jsonText(texts[i]);
         }
         return out + (texts.empty() ? "]" : "\n  ]");
     };
-    std::string out = "{\n  \"description\": " + Json(c.description).dump() + ",\n";
+    std::string out = "{\n  \"description\": " + jsonText(c.description) + ",\n";
     out += "  \"notes\": " + lines(c.notes) + ",\n";
     out += "  \"warnings\": " + lines(c.warnings) + ",\n";
     out +=

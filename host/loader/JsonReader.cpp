@@ -41,6 +41,10 @@ void checkDepth(const std::string& text) {
 
 }  // namespace
 
+std::string jsonText(const Json& value, int indent) {
+    return value.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
 Json parseJson(const std::string& text) {
     checkDepth(text);
     try {

@@ -24,6 +24,11 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// The JSON text of a value. Bytes that are not UTF-8 (a device's vendor
+// string, a file's name) become U+FFFD: JSON cannot hold them, and an
+// output must not fail on them.
+std::string jsonText(const Json& value, int indent = -1);
+
 // Parses JSON text; a syntax error names its line and column.
 Json parseJson(const std::string& text);
 

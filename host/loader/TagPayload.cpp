@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <optional>
 #include <string>
 
 namespace kvhost {
@@ -57,6 +58,27 @@ T load(const uint8_t* bytes, size_t i) {
     return value;
 }
 
+// JSON has no NaN or infinity: a capture writes them as a dump prints them,
+// "nan", "-nan", "inf" and "-inf".
+std::optional<double> realOf(const Json& v) {
+    if (v.is_number()) return v.get<double>();
+    if (!v.is_string()) return std::nullopt;
+    const std::string& s = v.get_ref<const std::string&>();
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const double inf = std::numeric_limits<double>::infinity();
+    if (s == "nan") return nan;
+    if (s == "-nan") return -nan;
+    if (s == "inf") return inf;
+    if (s == "-inf") return -inf;
+    return std::nullopt;
+}
+
+Json realToJson(double d) {
+    if (std::isnan(d)) return std::signbit(d) ? "-nan" : "nan";
+    if (std::isinf(d)) return d < 0 ? "-inf" : "inf";
+    return d;
+}
+
 // One element of `type` from a JSON value; `what` names the expected values.
 void appendValue(std::vector<uint8_t>& bytes, TagType type, const Node& v, const char* what) {
     switch (type) {
@@ -73,19 +95,20 @@ void appendValue(std::vector<uint8_t>& bytes, TagType type, const Node& v, const
                                     std::numeric_limits<int64_t>::max(), what));
             return;
         case TagType::Float:
-        case TagType::Double:
+        case TagType::Double: {
             // A float must be one: 1e300 is not silently infinity.
-            if (!v.json().is_number() ||
-                (type == TagType::Float &&
-                 std::fabs(v.json().get<double>()) > std::numeric_limits<float>::max())) {
+            const std::optional<double> d = realOf(v.json());
+            if (!d || (type == TagType::Float && std::isfinite(*d) &&
+                       std::fabs(*d) > std::numeric_limits<float>::max())) {
                 v.fail(std::string("expected ") + what + ", got " + describe(v.json()));
             }
             if (type == TagType::Float) {
-                append(bytes, v.json().get<float>());
+                append(bytes, static_cast<float>(*d));
             } else {
-                append(bytes, v.json().get<double>());
+                append(bytes, *d);
             }
             return;
+        }
         case TagType::Rational: {
             if (!v.json().is_array() || v.json().size() != 2) {
                 v.fail(std::string("expected ") + what + ", got " + describe(v.json()));
@@ -434,13 +457,13 @@ Json tagToJson(const TagPayload& p) {
                 values.push_back(load<int32_t>(at, i));
                 break;
             case TagType::Float:
-                values.push_back(shortestDouble(load<float>(at, i)));
+                values.push_back(realToJson(shortestDouble(load<float>(at, i))));
                 break;
             case TagType::Int64:
                 values.push_back(load<int64_t>(at, i));
                 break;
             case TagType::Double:
-                values.push_back(load<double>(at, i));
+                values.push_back(realToJson(load<double>(at, i)));
                 break;
             case TagType::Rational:
                 values.push_back({load<int32_t>(at, 2 * i), load<int32_t>(at, 2 * i + 1)});

@@ -381,21 +381,16 @@ INSTANTIATE_TEST_SUITE_P(
     Inputs, BadFile,
     ::testing::Values(
         BadFileCase{"Directory", "/", "", "cannot open: Is a directory"},
-        BadFileCase{"Empty", "bad-empty.txt", "", "empty file"},
-        BadFileCase{"Blank", "bad-blank.txt", " \r\n\n", "empty file"},
-        BadFileCase{"Binary", "bad-binary.bin",
+        BadFileCase{"Empty", "empty.txt", "", "empty file"},
+        BadFileCase{"Blank", "blank.txt", " \r\n\n", "empty file"},
+        BadFileCase{"Binary", "binary.bin",
                     std::string("\x7f"
                                 "ELF\x02\x01\x01\0\0",
                                 9),
                     "binary data, neither a capture description nor a camera metadata dump"},
-        BadFileCase{"DeepJson", "bad-deep.json",
+        BadFileCase{"DeepJson", "deep.json",
                     "{\"a\": " + std::string(100000, '[') + std::string(100000, ']') + "}",
-                    "malformed JSON: nested more than 64 levels deep at line 1"},
-        // What `dumpsys media.camera | grep control` prints.
-        BadFileCase{"EntryLinesAlone", "bad-grep.txt",
-                    "  android.control.aeMode (10001): byte[1]\n"
-                    "  android.control.afMode (10007): byte[1]\n",
-                    "2 entry lines and no values (as grep prints them); no metadata to read"}),
+                    "malformed JSON: nested more than 64 levels deep at line 1"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(LoadCapture, FilesOver64MiBAreAnError) {

@@ -5,6 +5,7 @@
 #include <exception>
 #include <new>
 
+#include "JsonReader.h"
 #include "Load.h"
 #include "Report.h"
 #include "Svg.h"
@@ -83,8 +84,9 @@ std::string produce(const Arguments& a, std::vector<std::string>& warnings) {
     warnings = loaded.warnings;
     const kvhost::Capture& capture = *loaded.capture;
     const std::vector<CallRecord> calls = runGetters(capture);
-    std::string report = a.json ? jsonReport(capture, calls, a.logs).dump(2) + "\n"
-                                : textReport(capture, calls, a.logs);
+    std::string report =
+        a.json ? kvhost::loader::jsonText(jsonReport(capture, calls, a.logs), 2) + "\n"
+               : textReport(capture, calls, a.logs);
     if (!a.svgPath.empty()) {
         kvhost::loader::writeFileAtomically(a.svgPath, drawGeometry(capture, calls));
     }

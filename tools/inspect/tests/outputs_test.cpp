@@ -96,7 +96,7 @@ Json reportOf(const std::string& text) {
 struct FileCase {
     std::string path;               // from the source tree
     std::vector<std::string> args;  // options the file needs
-    std::string error;   // the one line every mode gives, after "metautils-inspect: "; "" when read
+    std::string error;   // every mode's one line, after "metautils-inspect: PATH: "; "" when read
     std::string absent;  // the drawing's "not in this capture" line; "" when nothing is absent
 };
 
@@ -150,14 +150,13 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
         ASSERT_NE(ran.status, -1) << "ended by a signal; standard error:\n" << ran.err;
         std::string refusal = c.error;
         if (description && mode.dumpOnly) {
-            refusal = c.path + (listing ? ": a capture description, not a dump"
-                                        : ": a capture description; only a dump's capture "
-                                          "is saved");
+            refusal = listing ? "a capture description, not a dump"
+                              : "a capture description; only a dump's capture is saved";
         }
         if (!refusal.empty()) {
             EXPECT_EQ(ran.status, 1);
             EXPECT_EQ(ran.out, "");
-            EXPECT_EQ(ran.err, "metautils-inspect: " + refusal + "\n");
+            EXPECT_EQ(ran.err, "metautils-inspect: " + c.path + ": " + refusal + "\n");
             EXPECT_EQ(filesIn(scratch_), std::set<std::string>{});
             continue;
         }
@@ -202,6 +201,13 @@ const char* const kNothing =
     "(GetAndroidCropRegion -2), final crop (GetFinalCropRegion -2), faces (GetFacesInfoHolder "
     "-2), AF region (GetfocusROI -2)";
 
+const char* const kTwoAbsent =
+    "not in this capture: faces (GetFacesInfoHolder -2), AF region (GetfocusROI -1)";
+
+const std::string kDumps = "tools/inspect/tests/dumps/", kBad = "tools/inspect/tests/bad/";
+const std::vector<std::string> kInput{"--input", "4000x3000"};
+
+// clang-format off
 const FileCase kFiles[] = {
     {"samples/main-faces.json", {}, "", ""},
     {"samples/isz-zoom.json", {}, "", ""},
@@ -211,61 +217,34 @@ const FileCase kFiles[] = {
     {"tools/inspect/tests/captures/shading-map.json", {}, "", kNothing},
     {"tools/inspect/tests/captures/short-shading-map.json", {}, "", kNothing},
     // An emulator's bugreport: static characteristics, every camera closed.
-    {"tools/inspect/tests/dumps/static-only.txt", {}, "", kAbsentGeometry},
+    {kDumps + "static-only.txt", {}, "", kAbsentGeometry},
     // A HAL's log of one result: no static metadata, no input size.
-    {"tools/inspect/tests/dumps/frame-only.txt", {"--input", "1920x1080"}, "", kNoArray},
-    {"tools/inspect/tests/dumps/no-geometry.txt", {}, "", kAbsentGeometry},
-    {"tools/inspect/tests/dumps/no-active-array.txt",
-     {"--input", "4000x3000"},
-     "",
-     "not in this capture: active array (GetActiveArraySize -2), final crop (GetFinalCropRegion "
-     "-2), AF region (GetfocusROI -2)"},
+    {kDumps + "frame-only.txt", {"--input", "1920x1080"}, "", kNoArray},
+    {kDumps + "no-geometry.txt", {}, "", kAbsentGeometry},
+    {kDumps + "no-active-array.txt", kInput, "", "not in this capture: active array "
+     "(GetActiveArraySize -2), final crop (GetFinalCropRegion -2), AF region (GetfocusROI -2)"},
     // CRLF, logcat's brief prefix, elided rows, a row cut off at the end.
-    {"tools/inspect/tests/dumps/elided-crlf.txt", {"--input", "4000x3000"}, "", kNoArray},
+    {kDumps + "elided-crlf.txt", kInput, "", kNoArray},
     // The middle of a dump pasted into a bug report, whole or cut off.
-    {"tools/inspect/tests/dumps/fragment.txt", {"--input", "4000x3000"}, "", kNoArray},
-    {"tools/inspect/tests/dumps/fragment-cut.txt", {"--input", "4000x3000"}, "", kNothing},
+    {kDumps + "fragment.txt", kInput, "", kNoArray},
+    {kDumps + "fragment-cut.txt", kInput, "", kNothing},
     // What `dumpsys media.camera | grep control` gives: headers, no values.
-    {"tools/inspect/tests/dumps/grep-headers.txt",
-     {},
-     "tools/inspect/tests/dumps/grep-headers.txt: 9 entry lines and no values (as grep prints "
-     "them); no metadata to read",
-     ""},
-    // Physical camera ids printed as characters, rebuilt.
-    {"tools/inspect/tests/dumps/physical-ids.txt",
-     {},
-     "",
-     "not in this capture: faces (GetFacesInfoHolder -2), AF region (GetfocusROI -1)"},
-    {"tools/inspect/tests/dumps/usb-camera.txt",
-     {},
-     "",
-     "not in this capture: faces (GetFacesInfoHolder -2), AF region (GetfocusROI -1)"},
-    {"tools/inspect/tests/bad/malformed.json",
-     {},
-     "tools/inspect/tests/bad/malformed.json: malformed JSON: parse error at line 4, column 9: "
-     "syntax error while parsing object - unexpected string literal; expected '}'",
-     ""},
-    {"tools/inspect/tests/bad/wrong-type.json",
-     {},
-     "tools/inspect/tests/bad/wrong-type.json: frame.tags[1] \"kovani.flash.mode\": values[0]: "
-     "expected int32 values, got \"on\"",
-     ""},
+    {kDumps + "grep-headers.txt", {},
+     "9 entry lines and no values (as grep prints them); no metadata to read", ""},
+    // Physical camera ids printed as characters, rebuilt; a USB camera's HAL.
+    {kDumps + "physical-ids.txt", {}, "", kTwoAbsent},
+    {kDumps + "usb-camera.txt", {}, "", kTwoAbsent},
+    {kBad + "malformed.json", {}, "malformed JSON: parse error at line 4, column 9: syntax error "
+     "while parsing object - unexpected string literal; expected '}'", ""},
+    {kBad + "wrong-type.json", {},
+     "frame.tags[1] \"kovani.flash.mode\": values[0]: expected int32 values, got \"on\"", ""},
     // A log of the camera service without a metadata buffer.
-    {"tools/inspect/tests/bad/no-metadata.txt",
-     {},
-     "tools/inspect/tests/bad/no-metadata.txt: neither a capture description nor a camera "
-     "metadata dump: no \"Dumping camera metadata array\" line",
-     ""},
-    {"tools/inspect/tests/bad/absent.txt",
-     {},
-     "tools/inspect/tests/bad/absent.txt: cannot open: No such file or directory",
-     ""},
-    {"/dev/zero",
-     {},
-     "/dev/zero: binary data, neither a capture description nor a camera "
-     "metadata dump",
-     ""},
+    {kBad + "no-metadata.txt", {}, "neither a capture description nor a camera metadata dump: "
+     "no \"Dumping camera metadata array\" line", ""},
+    {kBad + "absent.txt", {}, "cannot open: No such file or directory", ""},
+    {"/dev/zero", {}, "binary data, neither a capture description nor a camera metadata dump", ""},
 };
+// clang-format on
 
 INSTANTIATE_TEST_SUITE_P(Files, EveryOutput, ::testing::ValuesIn(kFiles));
 

@@ -320,7 +320,10 @@ const kvhost::TagInfo* DryRun::add(const std::string& name, TagType type) {
     for (const kvhost::TagInfo& t : tags_) {
         if (t.name == name) return t.type == type ? &t : nullptr;
     }
-    tags_.push_back(kvhost::TagInfo{name, 0, type, false, {}});
+    // An id of its own, as a registered tag would have: a reader tells tags
+    // apart by id. Taken from the top down, where the table has none.
+    while (kvhost::findTag(nextId_) != nullptr) --nextId_;
+    tags_.push_back(kvhost::TagInfo{name, nextId_--, type, false, {}});
     return &tags_.back();
 }
 

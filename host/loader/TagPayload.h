@@ -57,6 +57,7 @@ public:
 
 private:
     std::deque<kvhost::TagInfo> tags_;
+    uint32_t nextId_ = 0xFFFFFFFFu;
     DryRun* outer_;
 };
 

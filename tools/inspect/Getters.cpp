@@ -246,12 +246,15 @@ Outcome finalCrop(Call& c) {
 }
 
 // Android's colour filter arrangements, by value.
+constexpr const char* kColorFilter = "android.sensor.info.colorFilterArrangement";
+
 Outcome bayerPattern(Call& c) {
-    static const char* kNames[] = {"RGGB", "GRBG", "GBRG", "BGGR", "RGB", "MONO", "NIR"};
     unsigned char cfa = 0;
     const int rc = c.utils.GetSensorBayerPatten(c.md, &cfa);
     if (rc != 0) return Outcome{rc, nullptr, ""};
-    return Outcome{rc, Json{{"value", cfa}, {"pattern", cfa < 7 ? kNames[cfa] : "unknown"}}, ""};
+    const kvhost::TagInfo* tag = kvhost::findTag(kColorFilter);
+    const char* name = tag != nullptr ? kvhost::enumName(*tag, cfa) : nullptr;
+    return Outcome{rc, Json{{"value", cfa}, {"pattern", name != nullptr ? name : "unknown"}}, ""};
 }
 
 Outcome shadingMapSize(Call& c) {
@@ -436,6 +439,8 @@ Outcome gyro(Call& c) {
     { subsystem, #name, Given::Frame, plain<&MetaUtils::name> }
 #define PRESENCE(subsystem, name) \
     { subsystem, #name, Given::Frame, presence<&MetaUtils::name> }
+#define NAMED(subsystem, name, tag) \
+    { subsystem, #name, Given::Frame, plain<&MetaUtils::name>, tag }
 
 }  // namespace
 
@@ -467,6 +472,14 @@ std::vector<long long> loggedNumbers(const std::vector<kvhost::LogRecord>& recor
     return {};
 }
 
+const char* valueName(const Getter& getter, const Json& output) {
+    if (getter.namedBy == nullptr || !output.is_number_integer()) return nullptr;
+    const kvhost::TagInfo* tag = kvhost::findTag(getter.namedBy);
+    const int64_t value = output.get<int64_t>();
+    if (tag == nullptr || value < INT32_MIN || value > INT32_MAX) return nullptr;
+    return kvhost::enumName(*tag, static_cast<int32_t>(value));
+}
+
 const std::vector<Getter>& getterTable() {
     static const std::vector<Getter> table = {
         // Scalar and record getters.
@@ -482,10 +495,10 @@ const std::vector<Getter>& getterTable() {
         PLAIN(kCore, GetWhiteBlackRatio),
         PLAIN(kCore, GetSensorDynamicWhiteLevel),
         PLAIN(kCore, GetfocusDistCm),
-        PLAIN(kCore, GetAFState),
-        PLAIN(kCore, GetAFMode),
-        PLAIN(kCore, GetIsZSLEnableReal),
-        PLAIN(kCore, GetANDROIDFlashMode),
+        NAMED(kCore, GetAFState, "android.control.afState"),
+        NAMED(kCore, GetAFMode, "android.control.afMode"),
+        NAMED(kCore, GetIsZSLEnableReal, "android.control.enableZsl"),
+        NAMED(kCore, GetANDROIDFlashMode, "android.flash.mode"),
         PLAIN(kCore, GetVXFlashMode),
         PLAIN(kCore, GetVXPanshotFeatureEnable),
         PLAIN(kCore, GetAndroidZoomRatio),

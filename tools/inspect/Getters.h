@@ -55,9 +55,17 @@ struct Getter {
     const char* method;  // overloads carry their arguments: "GetCameraRoleId(cameraId)"
     Given given;
     Outcome (*call)(Call&);
+    // The Android tag whose value names the result takes ("android.control.afState"),
+    // for getters that hand back an enum's value; null for the others.
+    const char* namedBy = nullptr;
 };
 
 const std::vector<Getter>& getterTable();
+
+// The Android name of an enum-valued getter's output ("PASSIVE_FOCUSED" for
+// GetAFState's 2); null when the getter has none or the value is not one of
+// the tag's.
+const char* valueName(const Getter& getter, const Json& output);
 
 // The numbers of the first log line of `records` whose message is `message`
 // (a format without the "[%s][%s()]:[%d] " prefix), in order; empty when no

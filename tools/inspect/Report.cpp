@@ -275,9 +275,10 @@ std::string textReport(const Capture& capture, const std::vector<CallRecord>& ca
         const std::string lead = "  " + method + "  " + result + "  ";
         const std::string given =
             call.given.empty() || call.given == "frame" ? "" : "  [given the " + call.given + "]";
-        const std::string text = o.skipped.empty()
-                                     ? fitted(outerText(o.output), lead.size() + given.size())
-                                     : "not called: " + o.skipped;
+        std::string text = o.skipped.empty()
+                               ? fitted(outerText(o.output), lead.size() + given.size())
+                               : "not called: " + o.skipped;
+        if (const char* name = valueName(*call.getter, o.output)) text += std::string(" ") + name;
         if (!text.empty() || o.output.is_null()) {
             out << lead << (text.empty() ? "-" : text) << given << "\n";
         } else {

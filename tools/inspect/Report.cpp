@@ -103,11 +103,6 @@ std::string fitted(std::string text, size_t indent) {
     return indent + text.size() <= kLineWidth ? text : "";
 }
 
-// A value on one line; an object without braces at the outer level.
-std::string outerText(const Json& v) {
-    return v.is_object() ? objectText(v, false) : inlineText(v);
-}
-
 // Items after a label, as many to a line as fit.
 void writeWrapped(std::ostringstream& out, const std::string& label, const Json& items) {
     const std::string pad(6 + label.size() + 2, ' ');
@@ -221,6 +216,10 @@ std::string header(const Capture& c) {
 
 }  // namespace
 
+std::string outerText(const Json& v) {
+    return v.is_object() ? objectText(v, false) : inlineText(v);
+}
+
 std::string inlineText(const Json& v) {
     if (v.is_object()) return objectText(v, true);
     if (v.is_array()) return arrayText(v);
@@ -228,17 +227,25 @@ std::string inlineText(const Json& v) {
 }
 
 std::vector<CallRecord> runGetters(const Capture& capture) {
+    std::vector<const Getter*> all;
+    for (const Getter& getter : getterTable()) all.push_back(&getter);
+    return runGetters(capture, all);
+}
+
+std::vector<CallRecord> runGetters(const Capture& capture,
+                                   const std::vector<const Getter*>& getters) {
     kvalgo2::MetaUtils utils;
     utils.SetCameraId(capture.cameraId, capture.satCameraId);
     std::vector<CallRecord> calls;
-    for (const Getter& getter : getterTable()) {
+    calls.reserve(getters.size());
+    for (const Getter* getter : getters) {
         kvhost::LogCapture logs;
         Call call{utils, capture, capture.frame, logs};
         CallRecord record;
-        record.getter = &getter;
-        record.given = call.quietly([&] { return giveMetadata(capture, call, getter.given); });
+        record.getter = getter;
+        record.given = call.quietly([&] { return giveMetadata(capture, call, getter->given); });
         const kvhost::AdapterRecorder adapterCalls;
-        record.outcome = getter.call(call);
+        record.outcome = getter->call(call);
         record.logs = logs.records();
         for (const kvhost::AdapterCall& a : adapterCalls.calls()) {
             record.adapter.push_back(adapterCall(a));
@@ -291,6 +298,24 @@ std::string textReport(const Capture& capture, const std::vector<CallRecord>& ca
     return out.str();
 }
 
+Json callJson(const CallRecord& call, bool withLogs) {
+    Json entry = {{"subsystem", call.getter->subsystem},
+                  {"method", call.getter->method},
+                  {"given", call.given},
+                  {"result", call.outcome.result ? Json(*call.outcome.result) : Json()},
+                  {"output", call.outcome.output}};
+    if (!call.outcome.skipped.empty()) entry["skipped"] = call.outcome.skipped;
+    if (!call.adapter.empty()) entry["adapter"] = call.adapter;
+    if (withLogs) {
+        Json& logs = entry["logs"] = Json::array();
+        for (const kvhost::LogRecord& r : call.logs) {
+            logs.push_back(
+                {{"sink", kvhost::sinkName(r.sink)}, {"level", r.level}, {"text", r.text}});
+        }
+    }
+    return entry;
+}
+
 Json jsonReport(const Capture& capture, const std::vector<CallRecord>& calls, bool withLogs) {
     Json report;
     report["capture"] = capture.file;
@@ -308,23 +333,7 @@ Json jsonReport(const Capture& capture, const std::vector<CallRecord>& calls, bo
         {"gyroKey", capture.gyroKey},
         {"gyroQuery", capture.gyroQuery}};
     Json& list = report["calls"] = Json::array();
-    for (const CallRecord& call : calls) {
-        Json entry = {{"subsystem", call.getter->subsystem},
-                      {"method", call.getter->method},
-                      {"given", call.given},
-                      {"result", call.outcome.result ? Json(*call.outcome.result) : Json()},
-                      {"output", call.outcome.output}};
-        if (!call.outcome.skipped.empty()) entry["skipped"] = call.outcome.skipped;
-        if (!call.adapter.empty()) entry["adapter"] = call.adapter;
-        if (withLogs) {
-            Json& logs = entry["logs"] = Json::array();
-            for (const kvhost::LogRecord& r : call.logs) {
-                logs.push_back(
-                    {{"sink", kvhost::sinkName(r.sink)}, {"level", r.level}, {"text", r.text}});
-            }
-        }
-        list.push_back(std::move(entry));
-    }
+    for (const CallRecord& call : calls) list.push_back(callJson(call, withLogs));
     return report;
 }
 

@@ -20,15 +20,22 @@ struct CallRecord {
 // Calls every getter once, in table order, on a MetaUtils whose camera ids
 // are the capture's.
 std::vector<CallRecord> runGetters(const Capture& capture);
+// The same for the getters given, in their order.
+std::vector<CallRecord> runGetters(const Capture& capture,
+                                   const std::vector<const Getter*>& getters);
 
 // The call of `method` (as the table names it); null when there is none.
 const CallRecord* findCall(const std::vector<CallRecord>& calls, const char* method);
 
 std::string textReport(const Capture& capture, const std::vector<CallRecord>& calls, bool withLogs);
 Json jsonReport(const Capture& capture, const std::vector<CallRecord>& calls, bool withLogs);
+// One call as the JSON report gives it.
+Json callJson(const CallRecord& call, bool withLogs);
 
 // One value on one line when it is short enough ("(480, 240) 240x300" for
 // a rectangle), "" otherwise.
 std::string inlineText(const Json& value);
+// The same without braces around an object: "value 3, pattern BGGR".
+std::string outerText(const Json& value);
 
 }  // namespace inspect

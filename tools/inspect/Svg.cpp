@@ -1,6 +1,7 @@
 #include "Svg.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <iterator>
 #include <sstream>
@@ -425,6 +426,215 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
         << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n"
         << "<text x=\"" << kMargin << "\" y=\"24\" font-size=\"16\" font-weight=\"bold\">"
         << escaped(capture.file) << "</text>\n"
+        << body.str() << "</svg>\n";
+    return svg.str();
+}
+
+namespace {
+
+// One line of a chart: what it is and how it is read off a call's output.
+struct Series {
+    const char* label;
+    const char* method;
+    std::optional<double> (*of)(const Json& output);
+};
+
+struct Chart {
+    const char* title;
+    bool named;  // enum values: a step per change, the values' names on the axis
+    std::vector<Series> series;
+};
+
+std::optional<double> scalar(const Json& v) {
+    if (!v.is_number()) return std::nullopt;
+    return v.get<double>();
+}
+
+std::optional<double> centre(const Json& rect, const char* at, const char* size) {
+    const auto a = number(rect, at), s = number(rect, size);
+    if (!a || !s) return std::nullopt;
+    return *a + *s / 2;
+}
+
+const Chart kCharts[] = {
+    {"zoom ratio", false, {{"zoom ratio", "GetAndroidZoomRatio", scalar}}},
+    {"crop region size",
+     false,
+     {{"width", "GetAndroidCropRegion", [](const Json& v) { return number(v, "width"); }},
+      {"height", "GetAndroidCropRegion", [](const Json& v) { return number(v, "height"); }}}},
+    {"crop region centre",
+     false,
+     {{"x", "GetAndroidCropRegion", [](const Json& v) { return centre(v, "left", "width"); }},
+      {"y", "GetAndroidCropRegion", [](const Json& v) { return centre(v, "top", "height"); }}}},
+    {"final crop",
+     false,
+     {{"width", "GetFinalCropRegion",
+       [](const Json& v) { return number(member(v, "crop"), "width"); }},
+      {"centre x", "GetFinalCropRegion",
+       [](const Json& v) { return centre(member(v, "crop"), "left", "width"); }}}},
+    {"AF state", true, {{"AF state", "GetAFState", scalar}}},
+    {"AF mode", true, {{"AF mode", "GetAFMode", scalar}}},
+    {"sensitivity (ISO)", false, {{"ISO", "GetSensitivity", scalar}}},
+    {"exposure time (ms)",
+     false,
+     {{"ms", "GetSensorExposureTime",
+       [](const Json& v) {
+           return v.is_number() ? std::optional<double>(v.get<double>() / 1e6) : std::nullopt;
+       }}}},
+};
+
+const char* const kSeriesColours[] = {"#1f77b4", "#ff7f0e"};
+constexpr double kChartWidth = 900, kChartHeight = 110, kChartLeft = 190, kChartGap = 60;
+
+const CallRecord* callOf(const FrameCalls& f, const char* method) {
+    return findCall(f.calls, method);
+}
+
+bool failed(const CallRecord* call) {
+    return call != nullptr &&
+           (!call->outcome.skipped.empty() || (call->outcome.result && *call->outcome.result != 0));
+}
+
+}  // namespace
+
+std::string drawTimelines(const std::vector<FrameCalls>& frames, const std::string& title) {
+    std::ostringstream body;
+    double y = 44;
+    const double left = kChartLeft, right = kChartLeft + kChartWidth;
+    double first = 0, last = 1;
+    if (!frames.empty()) {
+        first = static_cast<double>(frames.front().number);
+        last = std::max(first + 1, static_cast<double>(frames.back().number));
+    }
+    const auto px = [&](double frame) {
+        return left + (frame - first) / (last - first) * kChartWidth;
+    };
+    size_t drawn = 0;
+    for (const Chart& chart : kCharts) {
+        if (frames.empty() || callOf(frames.front(), chart.series.front().method) == nullptr)
+            continue;
+        ++drawn;
+        // The values of each series per frame, and their range.
+        std::vector<std::vector<std::optional<double>>> values;
+        double lo = 0, hi = 0;
+        bool any = false;
+        for (const Series& s : chart.series) {
+            values.emplace_back();
+            for (const FrameCalls& f : frames) {
+                const CallRecord* call = callOf(f, s.method);
+                std::optional<double> v;
+                if (call != nullptr && !failed(call)) v = s.of(call->outcome.output);
+                if (v && std::isfinite(*v)) {
+                    lo = any ? std::min(lo, *v) : *v;
+                    hi = any ? std::max(hi, *v) : *v;
+                    any = true;
+                } else {
+                    v.reset();
+                }
+                values.back().push_back(v);
+            }
+        }
+        if (hi - lo < 1e-9) hi = lo + 1;
+        const double top = y + 20, bottom = top + kChartHeight;
+        const auto py = [&](double v) { return bottom - (v - lo) / (hi - lo) * kChartHeight; };
+        body << "<text x=\"" << fmt(kMargin) << "\" y=\"" << fmt(y + 12)
+             << "\" font-weight=\"bold\">" << escaped(chart.title) << "</text>\n";
+        body << "<rect x=\"" << fmt(left) << "\" y=\"" << fmt(top) << "\" width=\""
+             << fmt(kChartWidth) << "\" height=\"" << fmt(kChartHeight)
+             << "\" fill=\"#fafafa\" stroke=\"#bbbbbb\"/>\n";
+        // The axis: the named values, or the range's ends.
+        std::vector<double> ticks;
+        if (chart.named) {
+            for (const auto& series : values) {
+                for (const auto& v : series) {
+                    if (v && std::find(ticks.begin(), ticks.end(), *v) == ticks.end())
+                        ticks.push_back(*v);
+                }
+            }
+        } else if (any) {
+            ticks = {lo, hi};
+        }
+        for (const double t : ticks) {
+            std::string label = fmt(t);
+            if (label.size() > 2 && label.compare(label.size() - 2, 2, ".0") == 0)
+                label.resize(label.size() - 2);
+            if (chart.named) {
+                const Getter* g = callOf(frames.front(), chart.series.front().method)->getter;
+                if (const char* name = valueName(*g, Json(static_cast<int64_t>(t)))) {
+                    label += std::string(" ") + name;
+                }
+            }
+            body << "<text x=\"" << fmt(left - 6) << "\" y=\"" << fmt(py(t) + 4)
+                 << "\" text-anchor=\"end\" font-size=\"11\">" << escaped(label) << "</text>\n";
+        }
+        for (size_t s = 0; s < values.size(); ++s) {
+            const char* colour = kSeriesColours[s % std::size(kSeriesColours)];
+            std::string path;
+            bool open = false;
+            for (size_t i = 0; i < frames.size(); ++i) {
+                const auto& v = values[s][i];
+                if (!v) {
+                    open = false;
+                    continue;
+                }
+                const double x = px(static_cast<double>(frames[i].number)), vy = py(*v);
+                if (!open) {
+                    path += "M" + fmt(x) + " " + fmt(vy);
+                } else if (chart.named) {
+                    path += "H" + fmt(x) + "V" + fmt(vy);  // a state holds until it changes
+                } else {
+                    path += "L" + fmt(x) + " " + fmt(vy);
+                }
+                open = true;
+                body << "<circle cx=\"" << fmt(x) << "\" cy=\"" << fmt(vy) << "\" r=\"2.5\" fill=\""
+                     << colour << "\" data-frame=\"" << frames[i].number << "\"/>\n";
+            }
+            if (!path.empty()) {
+                body << "<path d=\"" << path << "\" fill=\"none\" stroke=\"" << colour
+                     << "\" stroke-width=\"1.5\"/>\n";
+            }
+            if (values.size() > 1) {
+                body << "<text x=\"" << fmt(right + 8) << "\" y=\""
+                     << fmt(top + 14 + 16.0 * static_cast<double>(s)) << "\" fill=\"" << colour
+                     << "\">" << escaped(chart.series[s].label) << "</text>\n";
+            }
+        }
+        // Frames where a getter of the chart failed: a red mark under the chart.
+        for (const FrameCalls& f : frames) {
+            for (const Series& s : chart.series) {
+                if (!failed(callOf(f, s.method))) continue;
+                const double x = px(static_cast<double>(f.number));
+                body << "<path d=\"M" << fmt(x) << " " << fmt(bottom + 3)
+                     << "v8\" stroke=\"#d62728\" "
+                     << "stroke-width=\"2\" data-frame=\"" << f.number << "\"/>\n";
+                break;
+            }
+        }
+        // The frame numbers at the ends.
+        body << "<text x=\"" << fmt(left) << "\" y=\"" << fmt(bottom + 24)
+             << "\" font-size=\"11\">frame " << frames.front().number << "</text>\n<text x=\""
+             << fmt(right) << "\" y=\"" << fmt(bottom + 24)
+             << "\" font-size=\"11\" text-anchor=\"end\">frame " << frames.back().number
+             << "</text>\n";
+        y = bottom + kChartGap - 20;
+    }
+    if (drawn == 0) {
+        body << "<text x=\"" << fmt(kMargin) << "\" y=\"" << fmt(y + 16)
+             << "\">no chart: none of the getters run has a timeline (zoom, crop, final crop, AF, "
+                "sensitivity, exposure)</text>\n";
+        y += 40;
+    }
+    body << "<text x=\"" << fmt(kMargin) << "\" y=\"" << fmt(y + 16)
+         << "\" fill=\"#d62728\">red marks: frames where the getter failed (result not 0, or not "
+            "called)</text>\n";
+    const double width = kChartLeft + kChartWidth + 120, height = y + 40;
+    std::ostringstream svg;
+    svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << fmt(width) << "\" height=\""
+        << fmt(height) << "\" viewBox=\"0 0 " << fmt(width) << " " << fmt(height)
+        << "\" font-family=\"sans-serif\" font-size=\"13\">\n"
+        << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n"
+        << "<text x=\"" << kMargin << "\" y=\"24\" font-size=\"16\" font-weight=\"bold\">"
+        << escaped(title) << " (" << frames.size() << " frames)</text>\n"
         << body.str() << "</svg>\n";
     return svg.str();
 }

@@ -7,10 +7,17 @@
 #include <string>
 #include <vector>
 
+#include "Frames.h"
 #include "Report.h"
 
 namespace inspect {
 
 std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& calls);
+
+// A session's timelines: one small chart per quantity over the frame number
+// (zoom, crop size and centre, final crop, AF state and mode as named steps,
+// sensitivity, exposure), for the getters the frames ran; the frames where a
+// getter failed are marked under its chart.
+std::string drawTimelines(const std::vector<FrameCalls>& frames, const std::string& title);
 
 }  // namespace inspect

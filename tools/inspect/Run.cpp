@@ -5,6 +5,7 @@
 #include <exception>
 #include <new>
 
+#include "Frames.h"
 #include "JsonReader.h"
 #include "Load.h"
 #include "Report.h"
@@ -28,7 +29,8 @@ bool parsePair(const std::string& text, char sep, int* a, int* b) {
 }
 
 struct Arguments {
-    std::string path;
+    std::vector<std::string> files;
+    std::string path;  // the first file, which messages name
     std::string svgPath;
     std::string savePath;
     bool json = false;
@@ -38,6 +40,10 @@ struct Arguments {
     std::optional<int> frame;
     std::vector<std::string> statics;
     std::string input;
+    bool frames = false;
+    bool csv = false;
+    std::string getters;
+    std::string physical;
 };
 
 // A refusal of the run: its message, without the program's name.
@@ -45,8 +51,9 @@ struct Refusal {
     std::string message;
 };
 
-kvhost::DumpOptions dumpOptions(const Arguments& a) {
-    kvhost::DumpOptions options;
+kvhost::SequenceOptions dumpOptions(const Arguments& a) {
+    kvhost::SequenceOptions options;
+    if (!a.physical.empty()) options.physical = a.physical;
     options.camera = a.camera;
     options.frame = a.frame;
     for (const std::string& s : a.statics) {
@@ -68,10 +75,56 @@ kvhost::DumpOptions dumpOptions(const Arguments& a) {
     return options;
 }
 
+std::vector<const Getter*> gettersOf(const Arguments& a) {
+    if (a.getters.empty()) {
+        if (a.frames) return defaultFrameGetters();
+        std::vector<const Getter*> all;
+        for (const Getter& g : getterTable()) all.push_back(&g);
+        return all;
+    }
+    std::string error;
+    std::vector<const Getter*> chosen = chooseGetters(a.getters, &error);
+    if (chosen.empty()) throw Refusal{error};
+    return chosen;
+}
+
+// A session's frames through the chosen getters, and their views.
+std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings) {
+    const std::vector<const Getter*> getters = gettersOf(a);
+    const kvhost::SequenceResult loaded = kvhost::loadSequence(a.files, dumpOptions(a));
+    if (!loaded) throw Refusal{loaded.error};
+    warnings = loaded.warnings;
+    const kvhost::Sequence& sequence = *loaded.sequence;
+    std::vector<FrameCalls> frames;
+    frames.reserve(sequence.frameCount());
+    for (size_t i = 0; i < sequence.frameCount(); ++i) {
+        const kvhost::LoadResult frame = sequence.frame(i);
+        if (!frame) throw Refusal{frame.error};
+        const kvhost::FrameInfo info = sequence.info(i);
+        frames.push_back({info.number, info.timestamp, runGetters(*frame.capture, getters)});
+        // Only the JSON report shows log lines: the others keep none.
+        if (!a.logs) {
+            for (CallRecord& call : frames.back().calls) call.logs.clear();
+        }
+    }
+    if (!a.svgPath.empty()) {
+        kvhost::loader::writeFileAtomically(a.svgPath, drawTimelines(frames, a.path));
+    }
+    if (a.json) return kvhost::loader::jsonText(framesJson(frames, a.logs), 2) + "\n";
+    if (a.csv) return framesCsv(frames);
+    std::string out;
+    for (const std::string& note : sequence.notes()) out += note + "\n";
+    return out + framesTable(frames);
+}
+
 // Everything the run prints on standard output, made whole before any of it
 // is printed; the files it writes, written as they are made. The warnings
 // are collected into `warnings`.
 std::string produce(const Arguments& a, std::vector<std::string>& warnings) {
+    if (a.frames) return produceFrames(a, warnings);
+    if (a.files.size() != 1) {
+        throw Refusal{"one file at a time; several make a session with --frames"};
+    }
     const kvhost::DumpOptions options = dumpOptions(a);
     if (a.list) {
         kvhost::BlockList blocks = kvhost::listDumpBlocks(a.path);
@@ -83,7 +136,7 @@ std::string produce(const Arguments& a, std::vector<std::string>& warnings) {
     if (!loaded) throw Refusal{loaded.error};
     warnings = loaded.warnings;
     const kvhost::Capture& capture = *loaded.capture;
-    const std::vector<CallRecord> calls = runGetters(capture);
+    const std::vector<CallRecord> calls = runGetters(capture, gettersOf(a));
     std::string report =
         a.json ? kvhost::loader::jsonText(jsonReport(capture, calls, a.logs), 2) + "\n"
                : textReport(capture, calls, a.logs);
@@ -102,7 +155,9 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
         "(docs/capture-format.md) or a camera metadata dump, such as the output of "
         "`adb shell dumpsys media.camera` (docs/device-dumps.md)."};
     Arguments a;
-    app.add_option("file", a.path, "capture description (JSON) or camera metadata dump (text)")
+    app.add_option("file", a.files,
+                   "capture description (JSON) or camera metadata dump (text); with --frames, "
+                   "the files of a session, one after the other")
         ->required();
     CLI::Option* json = app.add_flag("--json", a.json, "print the report as JSON");
     CLI::Option* logs = app.add_flag("--logs", a.logs, "show the log lines of each call");
@@ -118,14 +173,29 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     CLI::Option* save =
         app.add_option("--save-capture", a.savePath,
                        "dump: also write the capture built from it as a capture description");
+    CLI::Option* frames = app.add_flag(
+        "--frames", a.frames,
+        "read a session (a tag-monitor log, or many frame blocks) and show every frame");
+    app.add_flag("--csv", a.csv, "--frames: one CSV row per frame, a column per output field")
+        ->needs(frames)
+        ->excludes(json);
+    app.add_option("--getters", a.getters,
+                   "the getters to run, by name (GetAFState,GetSensitivity), or all; default: "
+                   "every getter, or with --frames those a session is usually read for");
+    app.add_option("--physical", a.physical,
+                   "--frames: the events of this physical camera instead of the logical one's")
+        ->needs(frames);
     // The list runs no getter: there is no report, drawing or capture to give.
     app.add_flag("--list", a.list, "dump: list its metadata blocks and run nothing")
         ->excludes(json)
         ->excludes(logs)
         ->excludes(svg)
-        ->excludes(save);
+        ->excludes(save)
+        ->excludes(frames);
+    save->excludes(frames);
     try {
         app.parse(argc, argv);
+        a.path = a.files.front();
     } catch (const CLI::ParseError& e) {
         if (e.get_exit_code() == 0) return app.exit(e, out, err);  // --help
         err << "metautils-inspect: " << e.what() << " (--help lists the options)\n";

@@ -187,6 +187,27 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
         }
         for (const std::string& name : written) unlink((scratch_ + "/" + name).c_str());
     }
+    // A dump is a session too: its frames in every view.
+    if (!c.error.empty() || description) return;
+    const std::vector<std::string> sessions[] = {{"--frames"},
+                                                 {"--frames", "--json", "--logs"},
+                                                 {"--frames", "--csv", "--getters", "all"},
+                                                 {"--frames", "--svg", svg}};
+    for (const std::vector<std::string>& options : sessions) {
+        std::vector<std::string> args{c.path};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        args.insert(args.end(), options.begin(), options.end());
+        SCOPED_TRACE("metautils-inspect " + c.path + " " + options[1]);
+        const Ran ran = runTool(args, scratch_);
+        ASSERT_EQ(ran.status, 0) << ran.err;
+        EXPECT_NE(ran.out, "");
+        if (options[1] == "--json") {
+            EXPECT_FALSE(Json::parse(ran.out)["frames"].empty());
+        } else if (options[1] == "--svg") {
+            EXPECT_EQ(readText(svg).substr(readText(svg).size() - 7), "</svg>\n");
+            unlink(svg.c_str());
+        }
+    }
 }
 
 const char* const kAbsentGeometry =

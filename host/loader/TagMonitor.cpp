@@ -1,7 +1,6 @@
 #include "TagMonitor.h"
 
 #include <algorithm>
-#include <unordered_map>
 #include <utility>
 
 #include "DumpText.h"
@@ -222,7 +221,7 @@ private:
     }
 
     uint32_t tagIndex(std::string_view name) {
-        const auto known = tagIndex_.find(std::string(name));
+        const auto known = tagIndex_.find(name);
         if (known != tagIndex_.end()) return known->second;
         EventTag tag;
         tag.name = std::string(name);
@@ -262,7 +261,7 @@ private:
     size_t sectionStart_ = 0;
     RowFormat format_;  // of the open event
     size_t values_ = 0;
-    std::unordered_map<std::string, uint32_t> tagIndex_;
+    std::map<std::string, uint32_t, std::less<>> tagIndex_;
     std::vector<const kvhost::TagInfo*> names_;  // by tag index
     std::vector<bool> typed_;                    // by tag index
 };

@@ -569,12 +569,16 @@ LoadResult Sequence::frame(size_t i) const {
     return result;
 }
 
+namespace {
+const std::vector<std::string> kNone;
+}  // namespace
+
 const std::vector<std::string>& Sequence::notes() const {
-    return data_->notes;
+    return data_ ? data_->notes : kNone;
 }
 
 const std::vector<std::string>& Sequence::warnings() const {
-    return data_->warnings;
+    return data_ ? data_->warnings : kNone;
 }
 
 SequenceResult loadSequence(const std::vector<std::string>& paths, const SequenceOptions& options) {

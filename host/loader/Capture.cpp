@@ -221,11 +221,23 @@ std::string captureText(const Capture& c) {
     return out + "\n  ]\n}\n";
 }
 
+std::map<uint32_t, std::shared_ptr<kvhost::Metadata>> buildStatics(const Capture& capture) {
+    std::map<uint32_t, std::shared_ptr<kvhost::Metadata>> statics;
+    for (const auto& [camera, tags] : capture.statics) statics[camera] = makeMetadata(tags);
+    return statics;
+}
+
 kvhost::Capture install(Capture&& capture) {
+    auto statics = buildStatics(capture);
+    return install(std::move(capture), std::move(statics));
+}
+
+kvhost::Capture install(Capture&& capture,
+                        std::map<uint32_t, std::shared_ptr<kvhost::Metadata>> statics) {
     kvhost::Capture out;
     static_cast<CaptureInfo&>(out) = std::move(static_cast<CaptureInfo&>(capture));
     // Every container first: a failure here leaves the stand-ins as they were.
-    for (const auto& [camera, tags] : capture.statics) out.statics[camera] = makeMetadata(tags);
+    out.statics = std::move(statics);
     out.frame = makeMetadata(capture.frame);
 
     const AdapterAnswers& a = out.adapter;

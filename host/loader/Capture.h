@@ -41,5 +41,15 @@ std::string captureText(const Capture& c);
 // when a container cannot be built, before anything is registered.
 kvhost::Capture install(Capture&& capture);
 
+// The containers of a capture's static metadata, by camera. Throws
+// InputError when one cannot be built.
+std::map<uint32_t, std::shared_ptr<kvhost::Metadata>> buildStatics(const Capture& capture);
+
+// install() with the static metadata containers built beforehand, as a
+// sequence builds them once for all its frames (which then share them);
+// capture.statics is not read.
+kvhost::Capture install(Capture&& capture,
+                        std::map<uint32_t, std::shared_ptr<kvhost::Metadata>> statics);
+
 }  // namespace loader
 }  // namespace kvhost

@@ -1,14 +1,12 @@
 #include "Dump.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cstring>
 #include <optional>
 #include <set>
 #include <utility>
 
+#include "DumpText.h"
 #include "JsonReader.h"
-#include "TagPayload.h"
 
 namespace kvhost {
 namespace loader {
@@ -18,115 +16,6 @@ using kvhost::TagType;
 
 constexpr std::string_view kBlockLine = "Dumping camera metadata array";
 constexpr uint32_t kPhysicalIds = 0x1A0000;  // android.logicalMultiCamera.physicalIds
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-bool isBlank(char c) {
-    return c == ' ' || c == '\t';
-}
-
-bool startsWith(std::string_view s, std::string_view prefix) {
-    return s.substr(0, prefix.size()) == prefix;
-}
-
-bool contains(std::string_view s, std::string_view part) {
-    return s.find(part) != std::string_view::npos;
-}
-
-std::string_view trim(std::string_view s) {
-    while (!s.empty() && (isBlank(s.front()) || s.front() == '\r')) s.remove_prefix(1);
-    while (!s.empty() && (isBlank(s.back()) || s.back() == '\r')) s.remove_suffix(1);
-    return s;
-}
-
-// Small scanners over a line: each consumes what it matches at `p` and
-// reports whether it matched.
-bool skipDigits(std::string_view s, size_t& p) {
-    const size_t start = p;
-    while (p < s.size() && isDigit(s[p])) ++p;
-    return p > start;
-}
-
-bool skipChar(std::string_view s, size_t& p, char c) {
-    if (p >= s.size() || s[p] != c) return false;
-    ++p;
-    return true;
-}
-
-bool skipBlanks(std::string_view s, size_t& p) {
-    const size_t start = p;
-    while (p < s.size() && isBlank(s[p])) ++p;
-    return p > start;
-}
-
-// A whole number of `s` in `base`; false when anything else is there.
-template <typename T>
-bool parseNumber(std::string_view s, T* value, int base = 10) {
-    if (s.empty()) return false;
-    const char* end = s.data() + s.size();
-    const auto [ptr, ec] = std::from_chars(s.data(), end, *value, base);
-    return ec == std::errc() && ptr == end;
-}
-
-// A float is read as a float, so the printed digits round as the device's did.
-template <typename Real>
-bool parseReal(std::string_view s, Real* value) {
-    if (s.empty()) return false;
-    const char* end = s.data() + s.size();
-    const auto [ptr, ec] = std::from_chars(s.data(), end, *value);
-    return ec == std::errc() && ptr == end;
-}
-
-// ---- Lines ------------------------------------------------------------------
-
-// logcat's time: "MM-DD HH:MM:SS.mmm", or with the year in front.
-bool skipLogTime(std::string_view s, size_t& p) {
-    size_t q = p;
-    if (!skipDigits(s, q) || !skipChar(s, q, '-') || !skipDigits(s, q)) return false;
-    if (skipChar(s, q, '-') && !skipDigits(s, q)) return false;
-    if (!skipBlanks(s, q) || !skipDigits(s, q) || !skipChar(s, q, ':') || !skipDigits(s, q) ||
-        !skipChar(s, q, ':') || !skipDigits(s, q)) {
-        return false;
-    }
-    if (skipChar(s, q, '.') && !skipDigits(s, q)) return false;
-    p = q;
-    return true;
-}
-
-bool isLogLevel(char c) {
-    return c != '\0' && std::strchr("VDIWEFS", c) != nullptr;
-}
-
-// threadtime's "[uid] pid tid L tag: ".
-bool skipThreadTag(std::string_view s, size_t& p) {
-    size_t q = p;
-    int numbers = 0;
-    while (skipDigits(s, q)) {
-        ++numbers;
-        if (!skipBlanks(s, q)) return false;
-    }
-    if (numbers < 2 || q + 1 >= s.size() || !isLogLevel(s[q]) || !isBlank(s[q + 1])) return false;
-    const size_t colon = s.find(": ", q + 2);
-    if (colon == std::string_view::npos) return false;
-    p = colon + 2;
-    return true;
-}
-
-// brief's and time's "L/tag( pid): ".
-bool skipBriefTag(std::string_view s, size_t& p) {
-    if (p + 1 >= s.size() || !isLogLevel(s[p]) || s[p + 1] != '/') return false;
-    const size_t close = s.find("): ", p + 2);
-    if (close == std::string_view::npos) return false;
-    const size_t open = s.rfind('(', close);
-    if (open == std::string_view::npos || open < p + 2) return false;
-    size_t q = open + 1;
-    skipBlanks(s, q);
-    if (!skipDigits(s, q) || q != close) return false;
-    p = close + 3;
-    return true;
-}
 
 // ---- Entries ----------------------------------------------------------------
 
@@ -168,108 +57,11 @@ bool parseHeader(std::string_view s, Header& h) {
 // An entry being read: its payload grows row by row.
 struct OpenEntry {
     DumpEntry entry;
-    const kvhost::TagInfo* names = nullptr;  // the Android tag whose enum names it may print
-    bool bad = false;                        // a warning was given; its rows are skipped
+    RowFormat format;
+    bool bad = false;  // a warning was given; its rows are skipped
     bool elided = false;
     size_t values = 0;
 };
-
-// One value token of a byte, int32, int64, float or double entry.
-std::string appendToken(OpenEntry& e, std::string_view token) {
-    const TagType type = e.entry.type;
-    std::vector<uint8_t>& bytes = e.entry.bytes;
-    if (type == TagType::Float || type == TagType::Double) {
-        float f = 0;
-        double d = 0;
-        const bool read = type == TagType::Float ? parseReal(token, &f) : parseReal(token, &d);
-        if (!read) return "\"" + std::string(token) + "\" is not a number";
-        if (type == TagType::Float) {
-            append(bytes, f);
-        } else {
-            append(bytes, d);
-        }
-        return "";
-    }
-    if (type == TagType::Int64) {
-        int64_t v = 0;
-        if (!parseNumber(token, &v)) return "\"" + std::string(token) + "\" is not an int64 value";
-        append(bytes, v);
-        return "";
-    }
-    int64_t v = 0;
-    if (!parseNumber(token, &v)) {
-        const kvhost::EnumValue* named =
-            e.names != nullptr ? kvhost::findEnum(*e.names, token) : nullptr;
-        if (named == nullptr) {
-            return "\"" + std::string(token) + "\" is neither a number nor a value name of the tag";
-        }
-        v = named->value;
-    }
-    if (type == TagType::Byte) {
-        if (v < 0 || v > 255) return std::string(token) + " is out of a byte's range";
-        append(bytes, static_cast<uint8_t>(v));
-    } else {
-        if (v < INT32_MIN || v > INT32_MAX) return std::string(token) + " is out of int32's range";
-        append(bytes, static_cast<int32_t>(v));
-    }
-    return "";
-}
-
-// "(numerator / denominator)" at s[p].
-bool appendRational(std::string_view s, size_t& p, OpenEntry& e) {
-    size_t q = p;
-    // An optionally signed int32 between blanks.
-    const auto number = [&](int32_t* v) {
-        skipBlanks(s, q);
-        const size_t start = q;
-        skipChar(s, q, '-');
-        if (!skipDigits(s, q) || !parseNumber(s.substr(start, q - start), v)) return false;
-        skipBlanks(s, q);
-        return true;
-    };
-    int32_t n = 0;
-    int32_t d = 0;
-    if (!skipChar(s, q, '(') || !number(&n) || !skipChar(s, q, '/') || !number(&d) ||
-        !skipChar(s, q, ')')) {
-        return false;
-    }
-    append(e.entry.bytes, n);
-    append(e.entry.bytes, d);
-    p = q;
-    return true;
-}
-
-// "[v v v ]": the values go into the entry; "" or what is wrong with the row.
-std::string readRow(std::string_view row, OpenEntry& e) {
-    const size_t close = row.rfind(']');
-    if (row.empty() || row[0] != '[' || close == std::string_view::npos) {
-        return "value row without its closing \"]\"";
-    }
-    if (!trim(row.substr(close + 1)).empty()) return "text after the value row";
-    const std::string_view s = row.substr(1, close - 1);
-    size_t p = 0;
-    while (true) {
-        skipBlanks(s, p);
-        if (p >= s.size()) return "";
-        if (e.entry.type == TagType::Rational) {
-            if (!appendRational(s, p, e)) {
-                return "\"" + std::string(trim(s.substr(p))) + "\" is not a rational (n / d)";
-            }
-        } else if (s[p] == '(') {
-            // A label after a value, "[0 (mode) 1 (transform) ]": not a value.
-            const size_t end = s.find(')', p);
-            if (end == std::string_view::npos) return "unclosed label \"(\"";
-            p = end + 1;
-            continue;
-        } else {
-            const size_t start = p;
-            while (p < s.size() && !isBlank(s[p])) ++p;
-            const std::string problem = appendToken(e, s.substr(start, p - start));
-            if (!problem.empty()) return problem;
-        }
-        ++e.values;
-    }
-}
 
 // Calls `f` with each line of `text`, cleaned, until it returns false.
 template <typename F>
@@ -429,7 +221,8 @@ private:
         }
         ++valueRows_;
         if (entry_->bad || entry_->elided) return;
-        const std::string problem = readRow(row, *entry_);
+        const std::string problem =
+            readRow(row, entry_->format, entry_->entry.bytes, entry_->values);
         if (!problem.empty()) {
             warn(problem + "; the entry is left out", entry_->entry.name);
             entry_->bad = true;
@@ -445,13 +238,14 @@ private:
         e.id = h.id;
         e.count = h.count;
         if (block_->fragment) ++block_->declaredEntries;
-        if (!kvhost::parseTypeName(h.typeText, &e.type)) {
+        if (!kvhost::parseTypeName(h.typeText, &entry_->format.type)) {
             warn("unknown type \"" + std::string(h.typeText) + "\"; the entry is left out", h.name);
             entry_->bad = true;
             return;
         }
+        e.type = entry_->format.type;
         // Enum names are Android's; a dump prints them for Android's tags.
-        if (h.id < 0x80000000u) entry_->names = kvhost::findTag(h.id);
+        if (h.id < 0x80000000u) entry_->format.names = kvhost::findTag(h.id);
     }
 
     void closeEntry() {
@@ -605,9 +399,9 @@ private:
             if (contains(s, "Camera HAL device") && contains(s, "static information")) {
                 section_ = Section::Static;
                 camera_ = halCameraId(s);
-            } else if (contains(s, "Camera device") && contains(s, "dynamic info")) {
+            } else if (const auto camera = dynamicInfoCamera(s)) {
                 section_ = Section::Dynamic;
-                camera_ = wordAfter(s, "Camera device ");
+                camera_ = *camera;
             } else if (contains(s, "Vendor tags")) {
                 section_ = Section::VendorTags;
             }
@@ -702,22 +496,6 @@ const char* blockKindName(BlockKind kind) {
             break;
     }
     return "metadata";
-}
-
-std::string_view cleanDumpLine(std::string_view line) {
-    std::string_view s = trim(line);
-    size_t p = 0;
-    if (skipLogTime(s, p)) {
-        skipBlanks(s, p);
-        if (!skipThreadTag(s, p) && !skipBriefTag(s, p)) p = 0;
-    } else {
-        skipBriefTag(s, p);
-    }
-    s = trim(s.substr(p));
-    if (startsWith(s, "```") || startsWith(s, "~~~")) return {};
-    const size_t comment = s.find("//");
-    if (comment != std::string_view::npos) s = trim(s.substr(0, comment));
-    return s;
 }
 
 Dump readDump(std::string_view text, const std::string& file) {

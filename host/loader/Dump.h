@@ -20,6 +20,7 @@
 #include <string_view>
 #include <vector>
 
+#include "DumpText.h"
 #include "kvhost/Metadata.h"
 
 namespace kvhost {
@@ -77,10 +78,6 @@ struct Dump {
 // Reads the dump text of `file`. Throws InputError naming the file when the
 // text holds no metadata block, or entry lines without any value.
 Dump readDump(std::string_view text, const std::string& file);
-
-// The dump's line cleaned of what copying adds, "" for a line that carries
-// nothing (a fence, a comment). Exposed for tests.
-std::string_view cleanDumpLine(std::string_view line);
 
 }  // namespace loader
 }  // namespace kvhost

@@ -54,6 +54,16 @@ public:
         return std::move(c_);
     }
 
+    // The tags of block `b` as a frame takes them; what is left out is added
+    // to `warnings`.
+    std::vector<TagPayload> tagsOfBlock(const DumpBlock& b, std::vector<std::string>& warnings) {
+        const size_t before = c_.warnings.size();
+        std::vector<TagPayload> tags = tagsOf(b);
+        warnings.insert(warnings.end(), c_.warnings.begin() + static_cast<std::ptrdiff_t>(before),
+                        c_.warnings.end());
+        return tags;
+    }
+
 private:
     [[noreturn]] void fail(const std::string& message) const {
         throw InputError(dump_.file + ": " + message);
@@ -334,6 +344,16 @@ Capture captureFromDump(const Dump& dump, const DumpOptions& options) {
         Builder(dump, options).build();
     }
     return Builder(dump, options).build();
+}
+
+std::vector<std::vector<TagPayload>> blockTags(const Dump& dump,
+                                               const std::vector<const DumpBlock*>& blocks,
+                                               std::vector<std::string>& warnings) {
+    const DumpOptions none;
+    Builder builder(dump, none);
+    std::vector<std::vector<TagPayload>> tags;
+    for (const DumpBlock* b : blocks) tags.push_back(builder.tagsOfBlock(*b, warnings));
+    return tags;
 }
 
 std::string listBlocks(const Dump& dump) {

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "Capture.h"
 #include "Dump.h"
@@ -22,6 +23,14 @@ namespace loader {
 // Resolving tags registers in the host tag table the vendor tags that it
 // does not know.
 Capture captureFromDump(const Dump& dump, const DumpOptions& options);
+
+// The entries of each of `blocks` (of `dump`) as a frame takes them,
+// resolved into the host tag table as captureFromDump resolves them (vendor
+// tags that the table does not know are registered); what is left out is
+// added to `warnings`.
+std::vector<std::vector<TagPayload>> blockTags(const Dump& dump,
+                                               const std::vector<const DumpBlock*>& blocks,
+                                               std::vector<std::string>& warnings);
 
 // The blocks of a dump, one line each: number, line, what it is, camera,
 // entries read of those declared, warnings.

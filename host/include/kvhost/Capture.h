@@ -104,6 +104,68 @@ struct LoadResult {
 LoadResult loadCapture(const std::string& path, const DumpOptions& options = {},
                        const std::string& saveAs = "");
 
+// ---- Sequences: a camera session's frames ---------------------------------
+//
+// What Android's tag monitor logged of a session (`dumpsys media.camera -m
+// <tags>`, `cmd media.camera watch dump`; docs/device-dumps.md, "Sessions"),
+// or a log of many frame metadata blocks, as frames one after the other:
+//
+//   kvhost::SequenceResult s = kvhost::loadSequence({"dumpsys.txt"});
+//   ASSERT_TRUE(s) << s.error;
+//   for (size_t i = 0; i < s.sequence->frameCount(); ++i) {
+//       kvhost::LoadResult f = s.sequence->frame(i);  // installed, as loadCapture installs
+//       utils.GetAndroidZoomRatio(f.capture->frame, &ratio);
+//   }
+
+struct FrameInfo {
+    int64_t number = 0;     // the frame number the device gave it
+    int64_t timestamp = 0;  // ns
+};
+
+// A loaded sequence holds the events of its files and the base capture of
+// each (static metadata, input size, the tags that events do not carry), not
+// its frames: frame(i) builds one. Copies share what they hold.
+class Sequence {
+public:
+    size_t frameCount() const;
+    // Frame i's number and timestamp; zeros for i past the end.
+    FrameInfo info(size_t i) const;
+    // Frame i built and installed into the stand-ins (static metadata,
+    // adapter script) as loadCapture installs a capture; errors as values.
+    // The frames of one file share their static metadata containers.
+    LoadResult frame(size_t i) const;
+    // What the reader chose, and what it left out ("file:line: what").
+    const std::vector<std::string>& notes() const;
+    const std::vector<std::string>& warnings() const;
+
+    struct Data;  // the reader's
+    explicit Sequence(std::shared_ptr<const Data> data) : data_(std::move(data)) {}
+
+private:
+    std::shared_ptr<const Data> data_;
+};
+
+// DumpOptions apply to each file as loadCapture applies them (a file of
+// events takes `camera` as the camera whose events are read); `physical`
+// reads the events of that physical camera of the camera instead of the
+// logical camera's.
+struct SequenceOptions : DumpOptions {
+    std::optional<std::string> physical;
+};
+
+struct SequenceResult {
+    std::optional<Sequence> sequence;   // set when the load succeeded
+    std::string error;                  // "file: what" when it failed
+    std::vector<std::string> warnings;  // as sequence->warnings()
+
+    explicit operator bool() const { return sequence.has_value(); }
+};
+
+// Loads the files at `paths` as one sequence: their frames one after the
+// other, in the order given. A failed load registers nothing.
+SequenceResult loadSequence(const std::vector<std::string>& paths,
+                            const SequenceOptions& options = {});
+
 // The metadata blocks of a dump, one line each: number, line, what it is,
 // camera, entries read of those declared, warnings. Loads nothing.
 struct BlockList {

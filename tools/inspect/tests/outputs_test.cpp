@@ -234,6 +234,10 @@ const FileCase kFiles[] = {
     {"samples/isz-zoom.json", {}, "", ""},
     {"samples/tele-shift.json", {}, "", ""},
     {"samples/dumpsys-camera.txt", {}, "", ""},
+    // Sessions of tag monitor events; the report is of the dump's latest
+    // request and result: no faces, no AF region.
+    {"samples/session-android13.txt", {}, "", kTwoAbsent},
+    {"samples/session-android11.txt", {}, "", kTwoAbsent},
     {"tools/inspect/tests/captures/no-adapter.json", {}, "", kAbsentGeometry},
     {"tools/inspect/tests/captures/shading-map.json", {}, "", kNothing},
     {"tools/inspect/tests/captures/short-shading-map.json", {}, "", kNothing},

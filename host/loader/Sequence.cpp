@@ -1,0 +1,597 @@
+#include "Sequence.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <new>
+#include <optional>
+#include <set>
+#include <utility>
+
+#include "Dump.h"
+#include "DumpCapture.h"
+#include "DumpText.h"
+#include "Load.h"
+
+namespace kvhost {
+namespace loader {
+namespace {
+
+constexpr uint32_t kFrameNumber = 0x170000;  // android.sync.frameNumber
+constexpr uint32_t kTimestamp = 0xE0010;     // android.sensor.timestamp
+constexpr const char* kFwkCameraId = "kovani.snapshot.fwkCameraId";
+
+// A file as read, before any tag is resolved.
+struct FileText {
+    std::string path;
+    std::string text;
+    std::optional<Dump> dump;  // none when the text has no metadata block
+    EventLog log;
+};
+
+bool isNumber(const std::string& s) {
+    int v = 0;
+    const auto [ptr, ec] = std::from_chars(s.data(), s.data() + s.size(), v);
+    return !s.empty() && ec == std::errc() && ptr == s.data() + s.size() && v >= 0;
+}
+
+std::string joined(const std::vector<std::string>& items) {
+    std::string out;
+    for (const std::string& i : items) out += (out.empty() ? "" : ", ") + i;
+    return out;
+}
+
+template <typename T>
+std::optional<T> firstElement(const std::vector<TagPayload>& tags, uint32_t id) {
+    for (const TagPayload& p : tags) {
+        if (p.info->id != id || p.count == 0 || p.bytes.size() < sizeof(T)) continue;
+        T v{};
+        std::memcpy(&v, p.bytes.data(), sizeof v);
+        return v;
+    }
+    return std::nullopt;
+}
+
+FileText readFile(const std::string& path) {
+    FileText f;
+    f.path = path;
+    f.text = readInputFile(path);
+    if (isCaptureDescription(f.text)) {
+        throw InputError(path + ": a capture description; a sequence reads dumps and logs");
+    }
+    try {
+        f.dump = readDump(f.text, path);
+    } catch (const InputError&) {
+        // Watch output holds events and no block: its frames have no base.
+    }
+    EventTyping typing;
+    if (f.dump) {
+        for (const DumpVendorTag& v : f.dump->vendorTags) typing.vendorTypes[v.name] = v.type;
+        for (const DumpBlock& b : f.dump->blocks) {
+            for (const DumpEntry& e : b.entries) typing.counts[e.name] = e.count;
+        }
+    }
+    f.log = readEventLog(f.text, path, typing);
+    if (f.log.events.empty() && !f.dump) {
+        throw InputError(path +
+                         ": neither a tag monitor event log nor a camera metadata dump: no event "
+                         "line and no \"Dumping camera metadata array\" line");
+    }
+    return f;
+}
+
+class PartBuilder {
+public:
+    PartBuilder(const FileText& f, const SequenceOptions& options) : f_(f), options_(options) {}
+
+    SequencePart build(std::vector<std::string>& notes, std::vector<std::string>& warnings) {
+        if (!f_.log.events.empty()) {
+            fromEvents();
+        } else {
+            fromBlocks();
+        }
+        part_.statics = buildStatics(part_.base);
+        for (const std::string& n : part_.base.notes) notes.push_back(f_.path + ": " + n);
+        notes.insert(notes.end(), notes_.begin(), notes_.end());
+        warnings.insert(warnings.end(), part_.base.warnings.begin(), part_.base.warnings.end());
+        warnings.insert(warnings.end(), f_.log.warnings.begin(), f_.log.warnings.end());
+        warnings.insert(warnings.end(), warnings_.begin(), warnings_.end());
+        return std::move(part_);
+    }
+
+private:
+    [[noreturn]] void fail(const std::string& what) const {
+        throw InputError(f_.path + ": " + what);
+    }
+
+    void note(const std::string& what) { notes_.push_back(f_.path + ": " + what); }
+
+    const Dump& dump() {
+        if (f_.dump) return *f_.dump;
+        if (!empty_) {
+            empty_.emplace();
+            empty_->file = f_.path;
+        }
+        return *empty_;
+    }
+
+    // ---- A file with events -------------------------------------------------
+
+    void fromEvents() {
+        const EventLog& log = f_.log;
+        const uint32_t camera = chooseCamera();
+        uint32_t physical = 0;
+        if (options_.physical) {
+            const auto at =
+                std::find(log.physicalIds.begin() + 1, log.physicalIds.end(), *options_.physical);
+            if (at == log.physicalIds.end()) {
+                fail("physical camera " + *options_.physical + ": no event of it in the log");
+            }
+            physical = static_cast<uint32_t>(at - log.physicalIds.begin());
+        }
+        // The base: the blocks' frame and the file's statics and input size.
+        DumpOptions o = options_;
+        const std::string& name = log.cameras[camera];
+        if (!o.camera && isNumber(name)) o.camera = std::stoi(name);
+        part_.base = captureFromDump(dump(), o);
+        part_.base.satCameraId = part_.base.cameraId;
+
+        // The chosen camera's events, in the order of the log.
+        part_.log.file = log.file;
+        part_.log.tags = log.tags;
+        part_.log.cameras = log.cameras;
+        part_.log.physicalIds = log.physicalIds;
+        std::set<std::string> otherPhysical;
+        size_t otherCameras = 0;
+        for (const TagEvent& e : log.events) {
+            if (e.camera != camera) {
+                ++otherCameras;
+            } else if (e.physical != physical) {
+                otherPhysical.insert(log.physicalIds[e.physical].empty()
+                                         ? "the logical camera"
+                                         : log.physicalIds[e.physical]);
+            } else {
+                part_.log.events.push_back(e);
+            }
+        }
+        part_.log.payload = log.payload;
+        const std::string who =
+            "camera " + (name.empty() ? std::string("of the dump") : name) +
+            (physical ? " (physical camera " + log.physicalIds[physical] + ")" : "");
+        note("frames: the tag monitor events of " + who + ", " +
+             std::to_string(part_.log.events.size()) + " of the " +
+             std::to_string(log.events.size()) + " in the file");
+        if (otherCameras) note(std::to_string(otherCameras) + " events of other cameras left out");
+        if (!otherPhysical.empty()) {
+            std::vector<std::string> ids(otherPhysical.begin(), otherPhysical.end());
+            note("events of " + joined(ids) + " left out (--physical reads a physical camera's)");
+        }
+        resolveMonitored(name);
+        frameNumbers();
+    }
+
+    // The camera whose events are read: the one given, else the camera of
+    // the file's first event.
+    uint32_t chooseCamera() {
+        const EventLog& log = f_.log;
+        std::vector<bool> has(log.cameras.size());
+        const TagEvent* first = &log.events[0];
+        for (const TagEvent& e : log.events) {
+            has[e.camera] = true;
+            if (e.line < first->line) first = &e;
+        }
+        if (!options_.camera) return first->camera;
+        const std::string wanted = std::to_string(*options_.camera);
+        const auto at = std::find(log.cameras.begin(), log.cameras.end(), wanted);
+        if (at != log.cameras.end() && has[static_cast<size_t>(at - log.cameras.begin())]) {
+            return static_cast<uint32_t>(at - log.cameras.begin());
+        }
+        if (has[0]) {
+            note("the events name no camera; read as camera " + wanted + "'s");
+            return 0;
+        }
+        std::vector<std::string> with;
+        for (size_t i = 0; i < has.size(); ++i) {
+            if (has[i]) with.push_back(log.cameras[i]);
+        }
+        fail("camera " + wanted + " has no tag monitor event (the log has events of camera" +
+             (with.size() == 1 ? " " : "s ") + joined(with) + ")");
+    }
+
+    // The monitored tags resolved into the host tag table, taken out of the
+    // base frame, and their events sorted into tracks.
+    void resolveMonitored(const std::string& camera) {
+        EventLog& log = part_.log;
+        std::vector<bool> withEvents(log.tags.size());
+        for (const TagEvent& e : log.events) {
+            if (e.tag != TagEvent::kNoTag) withEvents[e.tag] = true;
+        }
+        std::vector<std::string> monitored;
+        const auto listed = f_.log.monitored.find(camera);
+        if (listed != f_.log.monitored.end()) {
+            monitored = listed->second;
+            note("monitored tags: the " + std::to_string(monitored.size()) +
+                 " that the dump lists");
+        } else {
+            for (size_t t = 0; t < log.tags.size(); ++t) {
+                if (withEvents[t]) monitored.push_back(log.tags[t].name);
+            }
+            note("monitored tags: the " + std::to_string(monitored.size()) +
+                 " with events (the file does not list them)");
+        }
+        part_.infos.assign(log.tags.size(), nullptr);
+        std::vector<int> track(log.tags.size(), -1);
+        std::set<const kvhost::TagInfo*> taken;
+        for (const std::string& name : monitored) {
+            const auto at = std::find_if(log.tags.begin(), log.tags.end(),
+                                         [&](const EventTag& t) { return t.name == name; });
+            const size_t t = static_cast<size_t>(at - log.tags.begin());
+            const bool events = at != log.tags.end() && withEvents[t];
+            const kvhost::TagInfo* info = resolve(name, events ? &*at : nullptr);
+            if (info == nullptr) continue;
+            taken.insert(info);
+            if (!events || track[t] >= 0) continue;
+            part_.infos[t] = info;
+            track[t] = static_cast<int>(part_.tracks.size());
+            part_.tracks.emplace_back().info = info;
+        }
+        auto& frame = part_.base.frame;
+        frame.erase(std::remove_if(frame.begin(), frame.end(),
+                                   [&](const TagPayload& p) { return taken.count(p.info) != 0; }),
+                    frame.end());
+        std::set<std::string> unlisted;
+        for (uint32_t i = 0; i < log.events.size(); ++i) {
+            const TagEvent& e = log.events[i];
+            if (e.tag == TagEvent::kNoTag) continue;
+            if (track[e.tag] < 0) {
+                unlisted.insert(log.tags[e.tag].name);
+                continue;
+            }
+            if (!e.removed && !fits(e)) continue;
+            part_.tracks[static_cast<size_t>(track[e.tag])]
+                .sides[static_cast<size_t>(e.side)]
+                .push_back(i);
+        }
+        for (const std::string& name : unlisted) {
+            warnings_.push_back(f_.path + ": " + name +
+                                ": events of a tag the dump does not list as monitored are "
+                                "left out");
+        }
+        for (SequencePart::Track& t : part_.tracks) {
+            for (std::vector<uint32_t>& side : t.sides) {
+                std::stable_sort(side.begin(), side.end(), [&](uint32_t a, uint32_t b) {
+                    return log.events[a].frame < log.events[b].frame;
+                });
+            }
+        }
+    }
+
+    // A monitored tag in the host table: Android's and the table's own by
+    // name, a vendor tag registered from the dump's vendor tag list or from
+    // its events. Null when it has no event to type it by, or cannot be
+    // registered.
+    const kvhost::TagInfo* resolve(const std::string& name, const EventTag* events) {
+        const kvhost::TagInfo* info = kvhost::findTag(name.c_str());
+        if (info != nullptr) return info;
+        if (events == nullptr) return nullptr;
+        uint32_t id = 0;
+        if (f_.dump) {
+            for (const DumpVendorTag& v : f_.dump->vendorTags) {
+                if (v.name == name) id = v.id;
+            }
+        }
+        int rc = 0;
+        info = addVendorTag(name, id, events->type, &rc);
+        if (info == nullptr) {
+            warnings_.push_back(f_.path + ": " + name +
+                                ": cannot be registered in the tag table (" + std::to_string(rc) +
+                                "); its events are left out");
+        }
+        return info;
+    }
+
+    // Whether the library can read the event's payload whole; a warning
+    // when not.
+    bool fits(const TagEvent& e) {
+        TagPayload p;
+        p.info = part_.infos[e.tag];
+        p.count = e.count;
+        const size_t size = e.count * kvhost::typeSize(p.info->type);
+        p.bytes.assign(part_.log.payload.begin() + e.offset,
+                       part_.log.payload.begin() + e.offset + static_cast<std::ptrdiff_t>(size));
+        const std::string problem = lengthProblem(p);
+        if (problem.empty()) return true;
+        warnings_.push_back(f_.path + ":" + std::to_string(e.line) + ": " + p.info->name + ": " +
+                            problem + "; the event is left out");
+        return false;
+    }
+
+    // One frame per distinct frame number, ascending; its timestamp that of
+    // its result-side events, else of its request-side ones.
+    void frameNumbers() {
+        const std::vector<TagEvent>& events = part_.log.events;
+        std::vector<uint32_t> order(events.size());
+        for (uint32_t i = 0; i < order.size(); ++i) order[i] = i;
+        std::stable_sort(order.begin(), order.end(),
+                         [&](uint32_t a, uint32_t b) { return events[a].frame < events[b].frame; });
+        std::optional<int64_t> result;
+        for (size_t k = 0; k < order.size(); ++k) {
+            const TagEvent& e = events[order[k]];
+            if (part_.frames.empty() || part_.frames.back().number != e.frame) {
+                part_.frames.emplace_back().number = e.frame;
+                part_.frames.back().timestamp = e.timestamp;
+                result.reset();
+            }
+            if (e.side == Side::Result && !result) {
+                result = e.timestamp;
+                part_.frames.back().timestamp = e.timestamp;
+            }
+        }
+    }
+
+    // ---- A file of frame blocks ---------------------------------------------
+
+    void fromBlocks() {
+        const Dump& d = dump();
+        part_.fromBlocks = true;
+        if (f_.log.monitoringDisabled) {
+            note(
+                "tag monitoring was off (dumpsys media.camera -m <tags> turns it on): the "
+                "frames are the dump's metadata blocks");
+        }
+        if (options_.physical) note("--physical applies to tag monitor events; not used");
+        part_.base = captureFromDump(d, options_);
+        // The frames: each block of no kind alone, the camera's request
+        // and result as one (the base's frame), in the order of the file.
+        std::vector<const DumpBlock*> alone;
+        std::vector<int> order;             // >= 0: index into `alone`; -1: the base's frame
+        const DumpBlock* merged = nullptr;  // the first block of the base's frame
+        for (const DumpBlock& b : d.blocks) {
+            const bool camerasFrame =
+                (b.kind == BlockKind::Request || b.kind == BlockKind::Result) &&
+                b.camera == std::to_string(part_.base.cameraId) && !b.previousSession;
+            if (options_.frame) {
+                if (b.number != *options_.frame) continue;
+                order.push_back(-1);
+                merged = &b;
+            } else if (b.kind == BlockKind::Other) {
+                order.push_back(static_cast<int>(alone.size()));
+                alone.push_back(&b);
+            } else if (camerasFrame && !merged) {
+                order.push_back(-1);
+                merged = &b;
+            }
+        }
+        if (order.empty()) order.push_back(-1);
+        std::vector<std::string> left;
+        auto tags = blockTags(d, alone, left);
+        // Each warning about a block's entries is given once, by the base.
+        for (std::string& w : left) {
+            if (std::find(part_.base.warnings.begin(), part_.base.warnings.end(), w) ==
+                part_.base.warnings.end()) {
+                warnings_.push_back(std::move(w));
+            }
+        }
+        const TagPayload* fwk = nullptr;
+        for (const TagPayload& p : part_.base.frame) {
+            if (p.info->name == kFwkCameraId) fwk = &p;
+        }
+        std::set<size_t> lines;
+        for (const DumpBlock* b : alone) lines.insert(b->line);
+        if (merged != nullptr) lines.insert(merged->line);
+        const std::map<size_t, int64_t> times = lineTimes(lines);
+        for (const int k : order) {
+            std::vector<TagPayload>& frame =
+                k < 0 ? part_.base.frame : tags[static_cast<size_t>(k)];
+            if (k >= 0 && fwk != nullptr &&
+                std::none_of(frame.begin(), frame.end(),
+                             [&](const TagPayload& p) { return p.info == fwk->info; })) {
+                frame.push_back(*fwk);
+            }
+            SequencePart::Frame f;
+            const DumpBlock* block = k < 0 ? merged : alone[static_cast<size_t>(k)];
+            f.number = firstElement<int64_t>(frame, kFrameNumber)
+                           .value_or(block ? block->number : static_cast<int64_t>(1));
+            const auto stamp = firstElement<int64_t>(frame, kTimestamp);
+            const auto time = block ? times.find(block->line) : times.end();
+            f.timestamp = stamp ? *stamp : time != times.end() ? time->second : 0;
+            f.first = static_cast<uint32_t>(part_.log.events.size());
+            for (const TagPayload& p : frame) addEvent(f, p);
+            f.end = static_cast<uint32_t>(part_.log.events.size());
+            part_.frames.push_back(f);
+        }
+        part_.base.frame.clear();
+        note("frames: " + std::to_string(part_.frames.size()) +
+             " metadata blocks (the file has no tag monitor event)");
+    }
+
+    // The time of the log line of each of `lines` (ascending), where it has one.
+    std::map<size_t, int64_t> lineTimes(const std::set<size_t>& lines) const {
+        std::map<size_t, int64_t> times;
+        size_t line = 1;
+        size_t at = 0;
+        for (const size_t wanted : lines) {
+            while (line < wanted && at < f_.text.size()) {
+                at = f_.text.find('\n', at);
+                at = at == std::string::npos ? f_.text.size() : at + 1;
+                ++line;
+            }
+            const size_t end = std::min(f_.text.find('\n', at), f_.text.size());
+            const auto t = logLineTime(std::string_view(f_.text).substr(at, end - at));
+            if (t) times[wanted] = *t;
+        }
+        return times;
+    }
+
+    // A block's tag as an event of the table.
+    void addEvent(const SequencePart::Frame& f, const TagPayload& p) {
+        TagEvent e;
+        e.frame = f.number;
+        e.timestamp = f.timestamp;
+        e.side = Side::Result;
+        e.tag = static_cast<uint32_t>(part_.infos.size());
+        e.count = static_cast<uint32_t>(p.count);
+        e.offset = static_cast<uint32_t>(part_.log.payload.size());
+        part_.log.payload.insert(part_.log.payload.end(), p.bytes.begin(), p.bytes.end());
+        part_.infos.push_back(p.info);
+        part_.log.events.push_back(e);
+    }
+
+    const FileText& f_;
+    const SequenceOptions& options_;
+    std::optional<Dump> empty_;
+    SequencePart part_;
+    std::vector<std::string> notes_;
+    std::vector<std::string> warnings_;
+};
+
+// The latest event of `side` (sorted by frame number) with a frame number
+// at most `number`; null when none.
+const TagEvent* latest(const SequencePart& part, const std::vector<uint32_t>& side,
+                       int64_t number) {
+    const auto after =
+        std::upper_bound(side.begin(), side.end(), number,
+                         [&](int64_t n, uint32_t e) { return n < part.log.events[e].frame; });
+    return after == side.begin() ? nullptr : &part.log.events[*(after - 1)];
+}
+
+TagPayload payloadOf(const SequencePart& part, const TagEvent& e, const kvhost::TagInfo* info) {
+    TagPayload p;
+    p.info = info;
+    p.count = e.count;
+    const auto first = part.log.payload.begin() + e.offset;
+    p.bytes.assign(first,
+                   first + static_cast<std::ptrdiff_t>(e.count * kvhost::typeSize(info->type)));
+    return p;
+}
+
+}  // namespace
+
+std::vector<TagPayload> frameTags(const SequencePart& part, size_t i) {
+    const SequencePart::Frame& f = part.frames[i];
+    std::vector<TagPayload> tags;
+    if (part.fromBlocks) {
+        for (uint32_t k = f.first; k < f.end; ++k) {
+            const TagEvent& e = part.log.events[k];
+            tags.push_back(payloadOf(part, e, part.infos[e.tag]));
+        }
+        return tags;
+    }
+    tags = part.base.frame;
+    for (const SequencePart::Track& t : part.tracks) {
+        for (const Side side : {Side::Result, Side::Request}) {
+            const TagEvent* e = latest(part, t.sides[static_cast<size_t>(side)], f.number);
+            if (e == nullptr || e->removed) continue;
+            tags.push_back(payloadOf(part, *e, t.info));
+            break;
+        }
+    }
+    return tags;
+}
+
+std::shared_ptr<const Sequence::Data> readSequence(const std::vector<std::string>& paths,
+                                                   const SequenceOptions& options) {
+    if (paths.empty()) throw InputError("no file given");
+    std::vector<FileText> files;
+    for (const std::string& path : paths) files.push_back(readFile(path));
+    // The first pass makes every choice and finds every error without
+    // registering a tag: a sequence that fails changes nothing.
+    {
+        const DryRun dry;
+        std::vector<std::string> notes;
+        std::vector<std::string> warnings;
+        for (const FileText& f : files) PartBuilder(f, options).build(notes, warnings);
+    }
+    auto data = std::make_shared<Sequence::Data>();
+    for (const FileText& f : files) {
+        data->firstFrame.push_back(data->frameCount);
+        data->parts.push_back(PartBuilder(f, options).build(data->notes, data->warnings));
+        data->frameCount += data->parts.back().frames.size();
+    }
+    return data;
+}
+
+}  // namespace loader
+
+size_t Sequence::frameCount() const {
+    return data_ ? data_->frameCount : 0;
+}
+
+namespace {
+
+// The part of frame i and the frame's index in it.
+std::pair<const loader::SequencePart*, size_t> locate(const Sequence::Data& d, size_t i) {
+    const auto after = std::upper_bound(d.firstFrame.begin(), d.firstFrame.end(), i);
+    const size_t part = static_cast<size_t>(after - d.firstFrame.begin()) - 1;
+    return {&d.parts[part], i - d.firstFrame[part]};
+}
+
+}  // namespace
+
+FrameInfo Sequence::info(size_t i) const {
+    if (i >= frameCount()) return {};
+    const auto [part, k] = locate(*data_, i);
+    return {part->frames[k].number, part->frames[k].timestamp};
+}
+
+LoadResult Sequence::frame(size_t i) const {
+    LoadResult result;
+    if (i >= frameCount()) {
+        result.error = "frame " + std::to_string(i) + ": the sequence has " +
+                       std::to_string(frameCount()) + " frames";
+        return result;
+    }
+    try {
+        const auto [part, k] = locate(*data_, i);
+        loader::Capture c;
+        static_cast<CaptureInfo&>(c) = part->base;
+        c.frame = loader::frameTags(*part, k);
+        const loader::SequencePart::Frame& f = part->frames[k];
+        const std::string which =
+            "frame " + std::to_string(i + 1) + " of " + std::to_string(frameCount()) + " (number " +
+            std::to_string(f.number) + ", timestamp " + std::to_string(f.timestamp) + " ns)";
+        c.description = which + " of " + part->base.file;
+        c.notes.push_back(which + ": " +
+                          (part->fromBlocks
+                               ? "the tags of its metadata block"
+                               : "each monitored tag from its latest result event of a frame "
+                                 "number at most " +
+                                     std::to_string(f.number) +
+                                     ", else its latest request event; the other tags from the "
+                                     "dump's blocks"));
+        result.warnings = c.warnings;
+        result.capture = loader::install(std::move(c), part->statics);
+    } catch (const loader::InputError& e) {
+        result.error = e.what();
+    } catch (const std::bad_alloc&) {
+        result.error = "frame " + std::to_string(i) + ": out of memory";
+    }
+    return result;
+}
+
+namespace {
+const std::vector<std::string> kNone;
+}  // namespace
+
+const std::vector<std::string>& Sequence::notes() const {
+    return data_ ? data_->notes : kNone;
+}
+
+const std::vector<std::string>& Sequence::warnings() const {
+    return data_ ? data_->warnings : kNone;
+}
+
+SequenceResult loadSequence(const std::vector<std::string>& paths, const SequenceOptions& options) {
+    SequenceResult result;
+    try {
+        result.sequence.emplace(loader::readSequence(paths, options));
+        result.warnings = result.sequence->warnings();
+    } catch (const loader::InputError& e) {
+        result.error = e.what();
+    } catch (const std::bad_alloc&) {
+        result.error = (paths.empty() ? std::string("sequence") : paths[0]) + ": out of memory";
+    }
+    return result;
+}
+
+}  // namespace kvhost

@@ -1,0 +1,276 @@
+#include "TagMonitor.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "DumpText.h"
+
+namespace kvhost {
+namespace loader {
+namespace {
+
+using kvhost::TagType;
+
+constexpr std::string_view kEnabled = "Tag monitoring enabled for tags:";
+constexpr std::string_view kDisabled = "Tag monitoring disabled";
+constexpr std::string_view kEventLog = "Monitored tag event log:";
+constexpr std::string_view kClient = "Client: ";
+constexpr std::string_view kOutputStreams = "output stream ids:";
+constexpr std::string_view kInputStream = "input stream id:";
+
+// "f<frame>:<timestamp>ns:" at the start of `s`; `p` is left after it.
+bool readEventHead(std::string_view s, size_t& p, int64_t* frame, int64_t* timestamp) {
+    p = 0;
+    size_t start = 1;
+    if (!skipChar(s, p, 'f') || !skipDigits(s, p) ||
+        !parseNumber(s.substr(start, p - start), frame) || !skipChar(s, p, ':')) {
+        return false;
+    }
+    start = p;
+    skipChar(s, p, '-');
+    if (!skipDigits(s, p) || !parseNumber(s.substr(start, p - start), timestamp)) return false;
+    return s.substr(p, 3) == "ns:" && (p += 3);
+}
+
+bool isEventLine(std::string_view s) {
+    size_t p = 0;
+    int64_t frame = 0;
+    int64_t timestamp = 0;
+    return readEventHead(s, p, &frame, &timestamp);
+}
+
+// A tag's name as the monitor prints it: "section.name", no blanks or brackets.
+bool isTagName(std::string_view s) {
+    return contains(s, ".") && s.find_first_of(" \t[]():") == std::string_view::npos;
+}
+
+// The type of a tag that nothing else types, from its first value row.
+TagType typeFromValues(std::string_view row) {
+    if (contains(row, "(")) return TagType::Rational;
+    if (contains(row, ".") || contains(row, "nan") || contains(row, "inf")) return TagType::Float;
+    return TagType::Int32;
+}
+
+class EventReader {
+public:
+    EventReader(const std::string& file, const EventTyping& typing) : typing_(typing) {
+        log_.file = file;
+    }
+
+    EventLog read(std::string_view text) {
+        size_t start = 0;
+        while (start < text.size()) {
+            size_t end = text.find('\n', start);
+            if (end == std::string_view::npos) end = text.size();
+            ++line_;
+            readLine(cleanDumpLine(text.substr(start, end - start)));
+            start = end + 1;
+        }
+        finishSection();
+        return std::move(log_);
+    }
+
+private:
+    void warn(std::string_view tag, const std::string& what) {
+        log_.warnings.push_back(log_.file + ":" + std::to_string(line_) + ": " +
+                                (tag.empty() ? "" : std::string(tag) + ": ") + what);
+    }
+
+    static uint32_t indexOf(std::vector<std::string>& names, std::string_view name) {
+        const auto at = std::find(names.begin(), names.end(), name);
+        if (at != names.end()) return static_cast<uint32_t>(at - names.begin());
+        names.emplace_back(name);
+        return static_cast<uint32_t>(names.size() - 1);
+    }
+
+    void readLine(std::string_view s) {
+        if (s.empty()) return;
+        if (const auto camera = dynamicInfoCamera(s)) {
+            finishSection();
+            camera_ = indexOf(log_.cameras, *camera);
+            listing_ = false;
+            open_ = false;
+            return;
+        }
+        if (startsWith(s, kEnabled)) {
+            listing_ = true;
+            log_.monitored[log_.cameras[camera_]].clear();
+            return;
+        }
+        if (startsWith(s, kDisabled)) {
+            log_.monitoringDisabled = true;
+            return;
+        }
+        if (startsWith(s, kEventLog) || startsWith(s, kClient)) {
+            // A dumpsys's log is newest first; a watch dump's clients, oldest first.
+            finishSection();
+            newestFirst_ = startsWith(s, kEventLog);
+            listing_ = false;
+            open_ = false;
+            return;
+        }
+        uint32_t camera = camera_;
+        std::string_view body = s;
+        if (!isEventLine(s)) body = watchPrefixed(s, &camera);
+        if (isEventLine(body)) {
+            listing_ = false;
+            open_ = false;
+            readEvent(body, camera);
+            return;
+        }
+        if (open_ && body[0] == '[') return continueEvent(body);
+        open_ = false;
+        if (listing_ && isTagName(s)) {
+            log_.monitored[log_.cameras[camera_]].emplace_back(s);
+            return;
+        }
+        listing_ = false;
+    }
+
+    // A watch line's "<cameraId>:<package>" taken off: the rest, with the
+    // camera in *camera; `s` itself when it has no such lead.
+    std::string_view watchPrefixed(std::string_view s, uint32_t* camera) {
+        size_t p = 0;
+        while (p < s.size() && !isBlank(s[p])) ++p;
+        const std::string_view lead = s.substr(0, p);
+        const size_t colon = lead.find(':');
+        if (colon == 0 || colon == std::string_view::npos || !skipBlanks(s, p)) return s;
+        const std::string_view rest = s.substr(p);
+        if (rest[0] != '[' && !isEventLine(rest)) return s;
+        *camera = indexOf(log_.cameras, lead.substr(0, colon));
+        return rest;
+    }
+
+    void readEvent(std::string_view s, uint32_t camera) {
+        TagEvent e;
+        e.line = static_cast<uint32_t>(line_);
+        e.camera = camera;
+        size_t p = 0;
+        readEventHead(s, p, &e.frame, &e.timestamp);
+        skipBlanks(s, p);
+        std::string_view rest = s.substr(p);
+        if (!startsWith(rest, "REQ:") && !startsWith(rest, "RES:")) {
+            // The physical camera's id, right-aligned before the side.
+            size_t q = 0;
+            while (q < rest.size() && !isBlank(rest[q])) ++q;
+            e.physical = indexOf(log_.physicalIds, rest.substr(0, q));
+            skipBlanks(rest, q);
+            rest = rest.substr(q);
+        }
+        if (!startsWith(rest, "REQ:") && !startsWith(rest, "RES:")) {
+            return warn("", "an event line without REQ: or RES:; the event is left out");
+        }
+        e.side = rest[2] == 'Q' ? Side::Request : Side::Result;
+        rest = trim(rest.substr(4));
+        if (startsWith(rest, kOutputStreams) || startsWith(rest, kInputStream)) {
+            log_.events.push_back(e);  // a change of streams: a frame, no tag
+            return;
+        }
+        const size_t colon = rest.find(':');
+        const std::string_view name = rest.substr(0, colon);
+        if (colon == std::string_view::npos || !isTagName(name)) {
+            return warn("", "an event line without \"section.tag:\"; the event is left out");
+        }
+        std::string_view value = trim(rest.substr(colon + 1));
+        // Android 12 adds the request's streams after the value.
+        for (const std::string_view streams : {kOutputStreams, kInputStream}) {
+            value = trim(value.substr(0, value.find(streams)));
+        }
+        e.tag = tagIndex(name);
+        if (value == "(Removed)") {
+            e.removed = true;
+            log_.events.push_back(e);
+            return;
+        }
+        if (value.empty() || value[0] != '[') {
+            return warn(name, "an event without a value row; the event is left out");
+        }
+        EventTag& tag = log_.tags[e.tag];
+        if (!typed_[e.tag]) {
+            tag.type = typeFromValues(value);
+            typed_[e.tag] = true;
+            warn(name, std::string("neither the tag table nor the dump's vendor tags type it; "
+                                   "read as ") +
+                           kvhost::typeName(tag.type) + " from its printed values");
+        }
+        format_ = RowFormat{};
+        format_.type = tag.type;
+        format_.names = names_[e.tag];
+        format_.joined = true;
+        const auto known = typing_.counts.find(tag.name);
+        format_.count = known == typing_.counts.end() ? 0 : known->second;
+        e.offset = static_cast<uint32_t>(log_.payload.size());
+        log_.events.push_back(e);
+        open_ = true;
+        values_ = 0;
+        continueEvent(value);
+    }
+
+    // A value row of the open event, the first or a continuation.
+    void continueEvent(std::string_view row) {
+        TagEvent& e = log_.events.back();
+        const std::string problem = readRow(row, format_, log_.payload, values_);
+        if (!problem.empty()) {
+            warn(log_.tags[e.tag].name, problem + "; the event is left out");
+            log_.payload.resize(e.offset);
+            log_.events.pop_back();
+            open_ = false;
+            return;
+        }
+        e.count = static_cast<uint32_t>(values_);
+    }
+
+    uint32_t tagIndex(std::string_view name) {
+        const auto known = tagIndex_.find(name);
+        if (known != tagIndex_.end()) return known->second;
+        EventTag tag;
+        tag.name = std::string(name);
+        const kvhost::TagInfo* info = kvhost::findTag(tag.name.c_str());
+        const auto listed = typing_.vendorTypes.find(tag.name);
+        const bool typed = info != nullptr || listed != typing_.vendorTypes.end();
+        if (info != nullptr) {
+            tag.type = info->type;
+        } else if (typed) {
+            tag.type = listed->second;
+        }
+        // Enum names are Android's; the monitor prints them for Android's tags.
+        names_.push_back(info != nullptr && info->id < 0x80000000u ? info : nullptr);
+        typed_.push_back(typed);
+        log_.tags.push_back(std::move(tag));
+        const auto index = static_cast<uint32_t>(log_.tags.size() - 1);
+        tagIndex_.emplace(log_.tags.back().name, index);
+        return index;
+    }
+
+    void finishSection() {
+        if (newestFirst_) {
+            std::reverse(log_.events.begin() + static_cast<std::ptrdiff_t>(sectionStart_),
+                         log_.events.end());
+        }
+        newestFirst_ = false;
+        sectionStart_ = log_.events.size();
+    }
+
+    const EventTyping& typing_;
+    EventLog log_;
+    size_t line_ = 0;
+    uint32_t camera_ = 0;
+    bool listing_ = false;      // in the list of monitored tags
+    bool open_ = false;         // the last event takes continuation rows
+    bool newestFirst_ = false;  // the events since sectionStart_ are newest first
+    size_t sectionStart_ = 0;
+    RowFormat format_;  // of the open event
+    size_t values_ = 0;
+    std::map<std::string, uint32_t, std::less<>> tagIndex_;
+    std::vector<const kvhost::TagInfo*> names_;  // by tag index
+    std::vector<bool> typed_;                    // by tag index
+};
+
+}  // namespace
+
+EventLog readEventLog(std::string_view text, const std::string& file, const EventTyping& typing) {
+    return EventReader(file, typing).read(text);
+}
+
+}  // namespace loader
+}  // namespace kvhost

@@ -1,0 +1,297 @@
+// Reading a camera session: every layout of Android's tag monitor events
+// gives the values the device logged, the frame rule gives each frame's
+// tags, a log without events gives one frame per metadata block, and what
+// does not read is left out with a warning naming its line.
+#include "Sequence.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "LoaderTestSupport.h"
+#include "MetaUtils.h"
+
+namespace kvhost {
+namespace loader {
+namespace {
+
+using Tags = std::map<std::string, std::vector<uint8_t>>;
+
+std::shared_ptr<const Sequence::Data> load(const std::vector<std::string>& texts,
+                                           SequenceOptions options = {}) {
+    std::vector<std::unique_ptr<ScratchFile>> files;
+    std::vector<std::string> paths;
+    for (size_t i = 0; i < texts.size(); ++i) {
+        files.push_back(std::make_unique<ScratchFile>("session" + std::to_string(i), texts[i]));
+        paths.push_back(files.back()->path);
+    }
+    if (!options.input) options.input.emplace(640, 480);
+    return readSequence(paths, options);
+}
+
+// Frame i's tags by name, without the camera id that every frame gets.
+Tags tagsOf(const Sequence::Data& d, size_t i) {
+    size_t part = 0;
+    while (part + 1 < d.parts.size() && d.firstFrame[part + 1] <= i) ++part;
+    Tags tags;
+    for (const TagPayload& p : frameTags(d.parts[part], i - d.firstFrame[part])) {
+        if (p.info->name != "kovani.snapshot.fwkCameraId") tags[p.info->name] = p.bytes;
+    }
+    return tags;
+}
+
+std::vector<int64_t> numbers(const std::shared_ptr<const Sequence::Data>& d) {
+    const Sequence s(d);
+    std::vector<int64_t> out;
+    for (size_t i = 0; i < s.frameCount(); ++i) out.push_back(s.info(i).number);
+    return out;
+}
+
+std::string allWarnings(const Sequence::Data& d) {
+    std::string out;
+    for (const std::string& w : d.warnings) out += w.substr(w.find(':')) + "\n";
+    return out;
+}
+
+const auto kAuto = bytesOf<uint8_t>({1});  // AUTO, of android.control.afMode
+const auto kPicture = bytesOf<uint8_t>({4});
+const auto kZoom15 = bytesOf<float>({1.5f});
+
+struct LayoutCase {
+    const char* name;
+    std::string text;
+    std::vector<int64_t> frames;
+    Tags last;            // the tags of the last frame
+    std::string warning;  // in the warnings, "" for none
+    const char* physical = nullptr;
+};
+
+class EventLayout : public ::testing::TestWithParam<LayoutCase> {};
+
+TEST_P(EventLayout, GivesTheLoggedValues) {
+    const LayoutCase& c = GetParam();
+    SequenceOptions o;
+    if (c.physical) o.physical = c.physical;
+    const auto d = load({c.text}, o);
+    EXPECT_EQ(numbers(d), c.frames);
+    EXPECT_EQ(tagsOf(*d, c.frames.size() - 1), c.last);
+    const std::string warnings = allWarnings(*d);
+    if (c.warning.empty()) {
+        EXPECT_EQ(warnings, "");
+    } else {
+        EXPECT_NE(warnings.find(c.warning), std::string::npos) << warnings;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Android, EventLayout,
+    ::testing::Values(
+        LayoutCase{"Android11",
+                   "f5:1000ns:            REQ:android.control.afMode: [AUTO ]\n"
+                   "f7:3000ns:                           RES:android.control.zoomRatio: "
+                   "[1.50000000 ]\n"
+                   "f7:3000ns:                           RES:android.control.aeCompensationStep: "
+                   "[(1 / 3) ]\n",
+                   {5, 7},
+                   {{"android.control.afMode", kAuto},
+                    {"android.control.zoomRatio", kZoom15},
+                    {"android.control.aeCompensationStep", bytesOf<int32_t>({1, 3})}},
+                   ""},
+        LayoutCase{"Android12StreamIds",
+                   "f5:1000ns:              REQ:android.control.afMode: [AUTO ]  output stream "
+                   "ids:  0  1 \n"
+                   "f6:2000ns:              REQ:android.control.afMode: [CONTINUOUS_PICTURE ]  "
+                   "input stream id: 3 \n",
+                   {5, 6},
+                   {{"android.control.afMode", kPicture}},
+                   ""},
+        // Enum names, bytes and floats joined; a byte's digits read where its
+        // count is known (a block's entry), else left out.
+        LayoutCase{"Android13Joined",
+                   "Dumping camera metadata array: 1 / 1 entries\n"
+                   "android.jpeg.thumbnailQuality (70005): byte[1]\n[90 ]\n"
+                   "f5:1000ns:             REQ: output stream ids: 0 1\n"
+                   "f5:1000ns:             REQ:android.lens.focusRange: [0.500000002.25000000]\n"
+                   "f5:1000ns:             REQ:android.control.aeMode: [ON_AUTO_FLASH]\n"
+                   "f6:2000ns:             REQ:android.jpeg.thumbnailQuality: [85]\n"
+                   "f6:2000ns:             REQ:android.jpeg.quality: [95]\n"
+                   "f6:2000ns:             REQ:android.control.aeRegions: [0 0 10 10 1 ]\n",
+                   {5, 6},
+                   {{"android.lens.focusRange", bytesOf<float>({0.5f, 2.25f})},
+                    {"android.control.aeMode", bytesOf<uint8_t>({2})},
+                    {"android.jpeg.thumbnailQuality", bytesOf<uint8_t>({85})},
+                    {"android.control.aeRegions", bytesOf<int32_t>({0, 0, 10, 10, 1})}},
+                   ":8: android.jpeg.quality: the joined digits \"95\" read as bytes only when"},
+        LayoutCase{"Android14",
+                   "f9:1000ns:             REQ:android.control.afMode: [AUTO]\n"
+                   "f9:1000ns:             REQ:android.lens.focusRange: [0.50000000 2.25000000 ]\n"
+                   "f9:1000ns:             REQ:android.jpeg.quality: [95 ]\n",
+                   {9},
+                   {{"android.control.afMode", kAuto},
+                    {"android.lens.focusRange", bytesOf<float>({0.5f, 2.25f})},
+                    {"android.jpeg.quality", bytesOf<uint8_t>({95})}},
+                   ""},
+        // Oldest first: of two results of one frame, the later line wins;
+        // another camera's events are not mixed in.
+        LayoutCase{"WatchDump",
+                   "Client: com.example.camera (active)\n"
+                   "0:com.example.camera  f5:1000ns:               RES:android.control.afMode: "
+                   "[CONTINUOUS_PICTURE]\n"
+                   "0:com.example.camera  f5:1000ns:               RES:android.control.afMode: "
+                   "[AUTO]\n"
+                   "Client: com.other.app (cached)\n"
+                   "2:com.other.app  f8:1000ns:               RES:android.control.zoomRatio: "
+                   "[1.50000000]\n",
+                   {5},
+                   {{"android.control.afMode", kAuto}},
+                   ""},
+        // Newest first: the first line is the later event.
+        LayoutCase{"DumpsysNewestFirst",
+                   "== Camera device 0 dynamic info: ==\n"
+                   "     Tag monitoring enabled for tags:\n"
+                   "        android.control.afMode\n"
+                   "     Monitored tag event log:\n"
+                   "        f7:2000ns:               RES:android.control.afMode: [AUTO]\n"
+                   "        f7:2000ns:               RES:android.control.afMode: "
+                   "[CONTINUOUS_PICTURE]\n"
+                   "        f3:1000ns:               RES:android.control.afMode: [OFF]\n",
+                   {3, 7},
+                   {{"android.control.afMode", kAuto}},
+                   ""},
+        LayoutCase{"LogcatCrlf",
+                   "03-14 09:41:02.120  5120  5133 I CameraService: f5:1000ns:          "
+                   "   REQ:android.control.zoomRatio: [1.50000000]\r\n"
+                   "E/CameraService( 5120): f6:2000ns:             REQ:android.control.afMode: "
+                   "[AUTO]\r\n",
+                   {5, 6},
+                   {{"android.control.zoomRatio", kZoom15}, {"android.control.afMode", kAuto}},
+                   ""},
+        // A physical camera's events are its own; long arrays continue on the
+        // next lines.
+        LayoutCase{
+            "PhysicalAndContinued",
+            "f5:1000ns: 2             REQ:android.control.afRegions: [0 0 8 8 1 10 10 20 ]\n"
+            "                                     [20 1 ]\n"
+            "f6:1000ns:               REQ:android.control.afMode: [AUTO]\n",
+            {5},
+            {{"android.control.afRegions", bytesOf<int32_t>({0, 0, 8, 8, 1, 10, 10, 20, 20, 1})}},
+            "",
+            "2"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// The frame rule over one log: result over request, removed tags, tags
+// absent before their first event, the blocks' tags that are not monitored,
+// and each frame's timestamp.
+TEST(FrameRule, GivesEachFrameItsTags) {
+    const auto d =
+        load({"Dumping camera metadata array: 2 / 2 entries\n"
+              "android.control.afMode (10007): byte[1]\n[OFF ]\n"
+              "android.jpeg.orientation (70003): int32[1]\n[90 ]\n"
+              "Tag monitoring enabled for tags:\n"
+              "android.control.afMode\nandroid.control.zoomRatio\n"
+              "Monitored tag event log:\n"
+              "f4:450ns:                RES: android.control.afMode:  (Removed)\n"
+              "f3:300ns:                RES:android.control.afMode: [CONTINUOUS_PICTURE]\n"
+              "f3:250ns:  REQ:android.control.zoomRatio: [1.50000000]\n"
+              "f2:150ns:  REQ:android.control.afMode: [AUTO]\n"
+              "f1:50ns:   REQ: output stream ids: 0\n"});
+    const std::vector<int32_t> orientation = {90};
+    const std::vector<Tags> frames = {
+        {},
+        {{"android.control.afMode", kAuto}},
+        {{"android.control.afMode", kPicture}, {"android.control.zoomRatio", kZoom15}},
+        {{"android.control.afMode", kAuto}, {"android.control.zoomRatio", kZoom15}},
+    };
+    const Sequence s(d);
+    ASSERT_EQ(s.frameCount(), frames.size());
+    const int64_t stamps[] = {50, 150, 300, 450};
+    for (size_t i = 0; i < frames.size(); ++i) {
+        Tags want = frames[i];
+        want["android.jpeg.orientation"] = bytesOf<int32_t>({90});
+        EXPECT_EQ(tagsOf(*d, i), want) << "frame " << i;
+        EXPECT_EQ(s.info(i).timestamp, stamps[i]) << "frame " << i;
+    }
+}
+
+// A log that a HAL fills with each result's metadata: one frame a block,
+// numbered and timed by its tags or its place and log line; several files
+// one after the other.
+TEST(FrameBlocks, OneFrameABlockFileAfterFile) {
+    const std::string block = "Dumping camera metadata array: 1 / 1 entries\n";
+    const auto d = load({"03-14 09:41:02.500  5120  5133 D CamX: " + block +
+                             "android.control.afMode (10007): byte[1]\n[AUTO ]\n" + block +
+                             "android.sync.frameNumber (170000): int64[1]\n[42 ]\n" + block +
+                             "android.sensor.timestamp (e0010): int64[1]\n[777 ]\n",
+                         "Tag monitoring disabled (enable with -m <name1,..,nameN>)\n" + block +
+                             "android.jpeg.orientation (70003): int32[1]\n[90 ]\n"});
+    EXPECT_EQ(numbers(d), (std::vector<int64_t>{1, 42, 3, 1}));
+    const Sequence s(d);
+    EXPECT_EQ(s.info(0).timestamp,
+              ((3 * 31 + 14) * 86400 + 9 * 3600 + 41 * 60 + 2) * 1000000000LL + 500000000);
+    EXPECT_EQ(s.info(2).timestamp, 777);
+    EXPECT_EQ(tagsOf(*d, 0), (Tags{{"android.control.afMode", kAuto}}));
+    EXPECT_EQ(tagsOf(*d, 3), (Tags{{"android.jpeg.orientation", bytesOf<int32_t>({90})}}));
+}
+
+TEST(BadEvents, AreLeftOutWithAWarningNamingTheLine) {
+    const auto d =
+        load({"f1:10ns:  REQ:android.control.afMode: [AUTO]\n"
+              "f2:20ns:  ASK:android.control.afMode: [AUTO]\n"
+              "f3:30ns:  REQ:android.control.zoomRatio: [fast]\n"
+              "f4:40ns:  REQ:android.control.afMode: [SOMETIMES]\n"
+              "f5:50ns:  REQ:org.example.own.level: [7 ]\n"});
+    EXPECT_EQ(allWarnings(*d),
+              ":2: an event line without REQ: or RES:; the event is left out\n"
+              ":3: android.control.zoomRatio: \"fast\" is not a number; the event is left out\n"
+              ":4: android.control.afMode: \"SOMETIMES\" is neither a number nor value names "
+              "of the tag; the event is left out\n"
+              ":5: org.example.own.level: neither the tag table nor the dump's vendor tags "
+              "type it; read as int32 from its printed values\n");
+    EXPECT_EQ(numbers(d), (std::vector<int64_t>{1, 5}));
+    EXPECT_EQ(tagsOf(*d, 1)["org.example.own.level"], bytesOf<int32_t>({7}));
+}
+
+TEST(BadFiles, AreOneErrorNamingTheFile) {
+    const ScratchFile text("no-events.txt", "camera service started\n");
+    const SequenceResult r = loadSequence({text.path});
+    EXPECT_FALSE(r);
+    EXPECT_EQ(r.error, text.path +
+                           ": neither a tag monitor event log nor a camera metadata dump: no "
+                           "event line and no \"Dumping camera metadata array\" line");
+    SequenceOptions other;
+    other.camera = 3;
+    const ScratchFile log("camera-0.txt", "0:app  f1:10ns:  REQ:android.control.afMode: [AUTO]\n");
+    EXPECT_EQ(loadSequence({log.path}, other).error,
+              log.path + ": camera 3 has no tag monitor event (the log has events of camera 0)");
+    EXPECT_EQ(Sequence(nullptr).frame(0).error, "frame 0: the sequence has 0 frames");
+}
+
+// What a plug-in sees along a recorded session: the zoom ratio moving from
+// 1.0 to 2.0, whichever Android printed it.
+TEST(SessionSamples, ZoomRatioMovesFrameByFrame) {
+    for (const char* sample : {"session-android13.txt", "session-android11.txt"}) {
+        const SequenceResult r =
+            loadSequence({std::string(KVTEST_SOURCE_DIR) + "/samples/" + sample});
+        ASSERT_TRUE(r) << r.error;
+        EXPECT_EQ(r.warnings, std::vector<std::string>{}) << sample;
+        std::vector<float> zoom;
+        for (size_t i = 0; i < r.sequence->frameCount(); ++i) {
+            const LoadResult f = r.sequence->frame(i);
+            ASSERT_TRUE(f) << f.error;
+            float ratio = 0;
+            EXPECT_EQ(kvalgo2::MetaUtils().GetAndroidZoomRatio(f.capture->frame, &ratio), 0);
+            if (zoom.empty() || zoom.back() != ratio) zoom.push_back(ratio);
+        }
+        EXPECT_EQ(zoom, (std::vector<float>{1.0f, 1.1f, 1.2f, 1.3f, 1.4f, 1.5f, 1.6f, 1.7f, 1.8f,
+                                            1.9f, 2.0f}))
+            << sample;
+    }
+    clearStaticMetadata();
+}
+
+}  // namespace
+}  // namespace loader
+}  // namespace kvhost

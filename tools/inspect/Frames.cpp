@@ -136,7 +136,7 @@ Json framesJson(const std::vector<FrameCalls>& frames, bool withLogs) {
 
 std::string framesCsv(const std::vector<FrameCalls>& frames) {
     // Columns in the order the frames first show them, a getter's together.
-    std::vector<std::string> columns{"frame", "timestamp"};
+    std::vector<std::string> columns;
     std::map<std::string, size_t> column;
     std::vector<std::map<size_t, std::string>> rows;
     for (const FrameCalls& f : frames) {

@@ -86,6 +86,21 @@ std::string absentText(const std::string& svg) {
     return text.substr(0, text.find_last_not_of(' ') + 1);
 }
 
+std::vector<std::string> csvFields(const std::string& line) {
+    std::vector<std::string> fields(1);
+    bool quoted = false;
+    for (char c : line) {
+        if (c == '"') {
+            quoted = !quoted;
+        } else if (c == ',' && !quoted) {
+            fields.emplace_back();
+        } else {
+            fields.back() += c;
+        }
+    }
+    return fields;
+}
+
 // The report as JSON without the name of the file it came from.
 Json reportOf(const std::string& text) {
     Json report = Json::parse(text);
@@ -204,6 +219,14 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
         EXPECT_NE(ran.out, "");
         if (view == "--json") {
             EXPECT_FALSE(Json::parse(ran.out)["frames"].empty());
+        } else if (view == "--csv") {
+            // One named column per field, and every row as wide as the header.
+            std::istringstream lines(ran.out);
+            std::string header, row;
+            std::getline(lines, header);
+            const std::vector<std::string> names = csvFields(header);
+            EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), names.size());
+            while (std::getline(lines, row)) EXPECT_EQ(csvFields(row).size(), names.size()) << row;
         } else if (view == "--svg") {
             EXPECT_EQ(readText(svg).substr(readText(svg).size() - 7), "</svg>\n");
             unlink(svg.c_str());

@@ -1,7 +1,7 @@
 // Tests of the example plug-in on frames built by hand with the host
 // stand-ins (the metadata container, the static metadata of the camera and
 // the platform adapter's script), and on frames loaded from the bundled
-// capture description and device dump.
+// capture description and device dump, and over a session's frames.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -163,6 +163,28 @@ TEST_F(NearestFaceTest, FramesOfTheSamples) {
                   0);
         EXPECT_EQ(Fields(face), r.expected);
     }
+}
+
+// A session recorded on the phone (Android's tag monitor, dumpsys -m): over
+// the zoom transition, the crop region the plug-in reads follows the zoom
+// ratio on every frame: it never lags the ratio nor jumps past it.
+TEST_F(NearestFaceTest, ZoomTransitionOfASession) {
+    const kvhost::SequenceResult session =
+        kvhost::loadSequence({SAMPLES_DIR "/session-android13.txt"});
+    ASSERT_TRUE(session) << session.error;
+    kvalgo2::MetaUtils utils;
+    float zoom = 0;
+    for (size_t i = 0; i < session.sequence->frameCount(); ++i) {
+        const kvhost::LoadResult frame = session.sequence->frame(i);
+        ASSERT_TRUE(frame) << frame.error;
+        SCOPED_TRACE("frame " + std::to_string(session.sequence->info(i).number));
+        kvalgo2::ChiRect crop{};
+        ASSERT_EQ(utils.GetAndroidZoomRatio(frame.capture->frame, &zoom), 0);
+        ASSERT_EQ(utils.GetAndroidCropRegion(frame.capture->frame, &crop), 0);
+        // The 4000-pixel array seen at the zoom ratio, to a pixel.
+        EXPECT_NEAR(crop.width * zoom, 4000.0f, zoom);
+    }
+    EXPECT_FLOAT_EQ(zoom, 2.0f);  // the transition's end
 }
 
 // A soak of a million frames: the stand-ins keep no record of calls or lines

@@ -29,5 +29,6 @@ void RegisterGetterBenchmarks();
 void RegisterGeometryBenchmarks();
 void RegisterHostBenchmarks();
 void RegisterCaptureBenchmarks();
+void RegisterSequenceBenchmarks();
 
 }  // namespace kvbench

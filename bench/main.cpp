@@ -132,6 +132,7 @@ int main(int argc, char** argv) {
     kvbench::RegisterGeometryBenchmarks();
     kvbench::RegisterHostBenchmarks();
     kvbench::RegisterCaptureBenchmarks();
+    kvbench::RegisterSequenceBenchmarks();
     kvbench::RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();

@@ -21,7 +21,7 @@ if ! [[ "$seconds" =~ ^[0-9]+$ ]] || ((seconds < 1)); then
 fi
 
 build="build-fuzz"
-targets=(map_rect final_crop faces_focus dump_reader capture_reader)
+targets=(map_rect final_crop faces_focus dump_reader capture_reader sequence_reader)
 cxx=${FUZZ_CXX:-clang++-14}
 
 cmake -S fuzz -B "$build" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
@@ -70,7 +70,7 @@ for t in "${targets[@]}"; do
         # The report, for the CI log.
         grep -E -A 12 'check failed|ERROR: |runtime error|SUMMARY' "$dir/log" | head -n 40 >&2 || true
     fi
-    printf 'fuzz %-12s %10s runs  %-18s corpus %d (%d seeds)  %ss  %s\n' "$t" "${units:-0}" \
+    printf 'fuzz %-15s %10s runs  %-18s corpus %d (%d seeds)  %ss  %s\n' "$t" "${units:-0}" \
         "${cov:-cov: ?}" "$corpus" "$seeds" "$seconds" "$result"
 done
 
@@ -84,7 +84,7 @@ for tree in "$build" "$hardened"; do
 done
 calls=$(wc -l <"$build/getters.digest")
 if ((calls > 0)) && cmp -s "$build/getters.digest" "$hardened/getters.digest"; then
-    printf 'fuzz %-12s %10s calls agree between the default and the hardened build  ok\n' builds "$calls"
+    printf 'fuzz %-15s %10s calls agree between the default and the hardened build  ok\n' builds "$calls"
 else
     echo "fuzz builds: the default and the hardened build disagree (or did not run):" >&2
     diff "$build/getters.digest" "$hardened/getters.digest" | head -n 20 >&2 || true

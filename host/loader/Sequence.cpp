@@ -52,10 +52,11 @@ std::optional<T> firstElement(const std::vector<TagPayload>& tags, uint32_t id) 
     return std::nullopt;
 }
 
-FileText readFile(const std::string& path) {
+FileText readFile(SequenceText in) {
     FileText f;
-    f.path = path;
-    f.text = readInputFile(path);
+    f.path = std::move(in.path);
+    f.text = std::move(in.text);
+    const std::string& path = f.path;
     if (isCaptureDescription(f.text)) {
         throw InputError(path + ": a capture description; a sequence reads dumps and logs");
     }
@@ -202,9 +203,12 @@ private:
     // base frame, and their events sorted into tracks.
     void resolveMonitored(const std::string& camera) {
         EventLog& log = part_.log;
-        std::vector<bool> withEvents(log.tags.size());
+        // By tag: the line of its first event, 0 when it has none.
+        std::vector<uint32_t> firstLine(log.tags.size());
         for (const TagEvent& e : log.events) {
-            if (e.tag != TagEvent::kNoTag) withEvents[e.tag] = true;
+            if (e.tag == TagEvent::kNoTag) continue;
+            uint32_t& line = firstLine[e.tag];
+            if (line == 0 || e.line < line) line = e.line;
         }
         std::vector<std::string> monitored;
         const auto listed = f_.log.monitored.find(camera);
@@ -214,7 +218,7 @@ private:
                  " that the dump lists");
         } else {
             for (size_t t = 0; t < log.tags.size(); ++t) {
-                if (withEvents[t]) monitored.push_back(log.tags[t].name);
+                if (firstLine[t] != 0) monitored.push_back(log.tags[t].name);
             }
             note("monitored tags: the " + std::to_string(monitored.size()) +
                  " with events (the file does not list them)");
@@ -226,8 +230,9 @@ private:
             const auto at = std::find_if(log.tags.begin(), log.tags.end(),
                                          [&](const EventTag& t) { return t.name == name; });
             const size_t t = static_cast<size_t>(at - log.tags.begin());
-            const bool events = at != log.tags.end() && withEvents[t];
-            const kvhost::TagInfo* info = resolve(name, events ? &*at : nullptr);
+            const bool events = at != log.tags.end() && firstLine[t] != 0;
+            const kvhost::TagInfo* info =
+                resolve(name, events ? &*at : nullptr, events ? firstLine[t] : 0);
             if (info == nullptr) continue;
             taken.insert(info);
             if (!events || track[t] >= 0) continue;
@@ -239,12 +244,12 @@ private:
         frame.erase(std::remove_if(frame.begin(), frame.end(),
                                    [&](const TagPayload& p) { return taken.count(p.info) != 0; }),
                     frame.end());
-        std::set<std::string> unlisted;
+        std::map<std::string, uint32_t> unlisted;  // by name: the line of its first event
         for (uint32_t i = 0; i < log.events.size(); ++i) {
             const TagEvent& e = log.events[i];
             if (e.tag == TagEvent::kNoTag) continue;
             if (track[e.tag] < 0) {
-                unlisted.insert(log.tags[e.tag].name);
+                unlisted.emplace(log.tags[e.tag].name, firstLine[e.tag]);
                 continue;
             }
             if (!e.removed && !fits(e)) continue;
@@ -252,8 +257,8 @@ private:
                 .sides[static_cast<size_t>(e.side)]
                 .push_back(i);
         }
-        for (const std::string& name : unlisted) {
-            warnings_.push_back(f_.path + ": " + name +
+        for (const auto& [name, line] : unlisted) {
+            warnings_.push_back(f_.path + ":" + std::to_string(line) + ": " + name +
                                 ": events of a tag the dump does not list as monitored are "
                                 "left out");
         }
@@ -269,8 +274,8 @@ private:
     // A monitored tag in the host table: Android's and the table's own by
     // name, a vendor tag registered from the dump's vendor tag list or from
     // its events. Null when it has no event to type it by, or cannot be
-    // registered.
-    const kvhost::TagInfo* resolve(const std::string& name, const EventTag* events) {
+    // registered (a warning naming `line`, its first event's).
+    const kvhost::TagInfo* resolve(const std::string& name, const EventTag* events, uint32_t line) {
         const kvhost::TagInfo* info = kvhost::findTag(name.c_str());
         if (info != nullptr) return info;
         if (events == nullptr) return nullptr;
@@ -283,7 +288,7 @@ private:
         int rc = 0;
         info = addVendorTag(name, id, events->type, &rc);
         if (info == nullptr) {
-            warnings_.push_back(f_.path + ": " + name +
+            warnings_.push_back(f_.path + ":" + std::to_string(line) + ": " + name +
                                 ": cannot be registered in the tag table (" + std::to_string(rc) +
                                 "); its events are left out");
         }
@@ -491,9 +496,16 @@ std::vector<TagPayload> frameTags(const SequencePart& part, size_t i) {
 
 std::shared_ptr<const Sequence::Data> readSequence(const std::vector<std::string>& paths,
                                                    const SequenceOptions& options) {
-    if (paths.empty()) throw InputError("no file given");
+    std::vector<SequenceText> texts;
+    for (const std::string& path : paths) texts.push_back({path, readInputFile(path)});
+    return readSequenceTexts(std::move(texts), options);
+}
+
+std::shared_ptr<const Sequence::Data> readSequenceTexts(std::vector<SequenceText> texts,
+                                                        const SequenceOptions& options) {
+    if (texts.empty()) throw InputError("no file given");
     std::vector<FileText> files;
-    for (const std::string& path : paths) files.push_back(readFile(path));
+    for (SequenceText& t : texts) files.push_back(readFile(std::move(t)));
     // The first pass makes every choice and finds every error without
     // registering a tag: a sequence that fails changes nothing.
     {

@@ -72,5 +72,16 @@ namespace loader {
 std::shared_ptr<const Sequence::Data> readSequence(const std::vector<std::string>& paths,
                                                    const SequenceOptions& options);
 
+// A file's name (for notes, warnings and errors) and its text.
+struct SequenceText {
+    std::string path;
+    std::string text;
+};
+
+// The same from texts already read: readSequence reads its files and reads
+// them here.
+std::shared_ptr<const Sequence::Data> readSequenceTexts(std::vector<SequenceText> texts,
+                                                        const SequenceOptions& options);
+
 }  // namespace loader
 }  // namespace kvhost

@@ -1,0 +1,217 @@
+// Sessions (metautils-inspect --frames): reading a tag monitor event log of
+// N events, building every frame of it, running the default frame getters
+// on 10,000 frames, and the memory a 100,000-event log takes. The logs are
+// generated: the sample session's dump with its event log replaced by N
+// events, newest first as dumpsys prints them, over five monitored tags, two
+// events a frame. Absolute times, each with its time per event so that the
+// growth shows; the targets are in the labels.
+//
+// The 500,000-event log (50 MB; 1,000,000 events pass the reader's 64 MiB
+// limit for a file) runs with KVBENCH_SEQUENCE_LARGE=1 only (a few
+// seconds to write and read).
+#include <malloc.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "Frames.h"
+#include "Ratios.h"
+#include "Report.h"
+#include "Scene.h"
+#include "kvhost/Capture.h"
+
+namespace kvbench {
+namespace {
+
+constexpr int64_t kFramesThroughGetters = 10000;
+
+std::string ReadSample(const char* name) {
+    std::ifstream in(std::string(KVBENCH_SAMPLES_DIR) + "/" + name, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// Event k of the log: frame 100 + k / 2, one of the five tags in turn.
+void AppendEvent(std::string& out, int64_t k) {
+    const int64_t frame = 100 + k / 2;
+    out += "        f" + std::to_string(frame) + ":" +
+           std::to_string(86400000000000 + frame * 33333333) +
+           "ns:                            RES:";
+    switch (k % 5) {
+        case 0:
+            out +=
+                "android.control.zoomRatio: [" + std::to_string(1 + (k / 5) % 8) + ".00000000]\n";
+            break;
+        case 1: {
+            const int64_t s = 100 * ((k / 5) % 16);
+            out += "android.scaler.cropRegion: [" + std::to_string(s) + " " + std::to_string(s) +
+                   " " + std::to_string(4000 - 2 * s) + " " + std::to_string(3000 - 2 * s) + " ]\n";
+            break;
+        }
+        case 2:
+            out += (k / 5) % 2 ? "android.control.afState: [FOCUSED_LOCKED]\n"
+                               : "android.control.afState: [PASSIVE_SCAN]\n";
+            break;
+        case 3:
+            out +=
+                "android.sensor.sensitivity: [" + std::to_string(100 + (k / 5) % 64 * 100) + " ]\n";
+            break;
+        default:
+            out += "android.sensor.exposureTime: [" +
+                   std::to_string(1000000 + (k / 5) % 30 * 1000000) + " ]\n";
+    }
+}
+
+// The log of `events` events, written once per size to a temporary file
+// that is removed at exit.
+class Logs {
+public:
+    ~Logs() {
+        for (const auto& item : paths_) std::remove(item.second.c_str());
+    }
+
+    const std::string& path(int64_t events) {
+        std::string& path = paths_[events];
+        if (!path.empty()) return path;
+        const std::string sample = ReadSample("session-android13.txt");
+        const std::string list = "     Tag monitoring enabled for tags:\n";
+        const std::string log = "     Monitored tag event log:\n";
+        const size_t listAt = sample.find(list);
+        const size_t logEnd = sample.find("\n\n", sample.find(log));
+        if (listAt == std::string::npos || logEnd == std::string::npos) return path;
+        std::string text = sample.substr(0, listAt) + list +
+                           "        android.control.zoomRatio\n"
+                           "        android.scaler.cropRegion\n"
+                           "        android.control.afState\n"
+                           "        android.sensor.sensitivity\n"
+                           "        android.sensor.exposureTime\n" +
+                           log;
+        text.reserve(text.size() + static_cast<size_t>(events) * 100 + sample.size() - logEnd);
+        for (int64_t k = events - 1; k >= 0; --k) AppendEvent(text, k);
+        text += sample.substr(logEnd + 1);
+        path = (std::filesystem::temp_directory_path() /
+                ("metautils_bench_session_" + std::to_string(events) + ".txt"))
+                   .string();
+        std::ofstream(path, std::ios::binary) << text;
+        return path;
+    }
+
+private:
+    std::map<int64_t, std::string> paths_;
+};
+
+Logs& logs() {
+    static Logs all;
+    return all;
+}
+
+// The sequence of the log of `events` events; empty, with the benchmark
+// skipped, when it does not load whole.
+std::optional<kvhost::Sequence> Load(benchmark::State& state, int64_t events) {
+    const kvhost::SequenceResult loaded = kvhost::loadSequence({logs().path(events)});
+    if (!Expect(state, loaded.sequence && loaded.sequence->frameCount() == size_t(events / 2),
+                loaded ? "the generated log did not read whole" : loaded.error.c_str())) {
+        return std::nullopt;
+    }
+    return loaded.sequence;
+}
+
+// Time per event, as a counter beside the time.
+void PerEvent(benchmark::State& state, int64_t events) {
+    state.counters["per_event"] = benchmark::Counter(
+        static_cast<double>(events),
+        benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+void LoadSequence(benchmark::State& state) {
+    const int64_t events = state.range(0);
+    if (!Load(state, events)) return;
+    for (auto _ : state) benchmark::DoNotOptimize(kvhost::loadSequence({logs().path(events)}));
+    PerEvent(state, events);
+    if (events == 100000) state.SetLabel("target < 200 ms");
+}
+
+void BuildAllFrames(benchmark::State& state) {
+    const int64_t events = state.range(0);
+    const std::optional<kvhost::Sequence> sequence = Load(state, events);
+    if (!sequence) return;
+    for (auto _ : state) {
+        for (size_t i = 0; i < sequence->frameCount(); ++i) {
+            benchmark::DoNotOptimize(sequence->frame(i));
+        }
+    }
+    PerEvent(state, events);
+    state.SetLabel(std::to_string(sequence->frameCount()) + " frames");
+    Install(scene());  // the frames replaced the scene's static metadata
+}
+
+// What --frames does for each frame: build it, run the default getters.
+void FramesThroughGetters(benchmark::State& state) {
+    const std::optional<kvhost::Sequence> sequence = Load(state, 2 * kFramesThroughGetters);
+    if (!sequence) return;
+    const std::vector<const inspect::Getter*> getters = inspect::defaultFrameGetters();
+    for (auto _ : state) {
+        for (size_t i = 0; i < sequence->frameCount(); ++i) {
+            const kvhost::LoadResult frame = sequence->frame(i);
+            benchmark::DoNotOptimize(inspect::runGetters(*frame.capture, getters));
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * kFramesThroughGetters);
+    state.SetLabel("target < 1 s");
+    Install(scene());
+}
+
+size_t ResidentBytes() {
+    long pages = 0, resident = 0;
+    if (FILE* f = std::fopen("/proc/self/statm", "r")) {
+        if (std::fscanf(f, "%ld %ld", &pages, &resident) != 2) resident = 0;
+        std::fclose(f);
+    }
+    return static_cast<size_t>(resident) * static_cast<size_t>(sysconf(_SC_PAGESIZE));
+}
+
+// The resident memory and the heap that loading the 100,000-event log adds,
+// the sequence held; freed memory is first given back so that it is not
+// counted as reused.
+void SequenceMemory(benchmark::State& state) {
+    constexpr int64_t kEvents = 100000;
+    logs().path(kEvents);
+    double resident = 0, heap = 0;
+    for (auto _ : state) {
+        malloc_trim(0);
+        const size_t residentBefore = ResidentBytes();
+        const size_t heapBefore = mallinfo2().uordblks;
+        const std::optional<kvhost::Sequence> sequence = Load(state, kEvents);
+        if (!sequence) return;
+        resident = static_cast<double>(ResidentBytes() - residentBefore) / 1e6;
+        heap = static_cast<double>(mallinfo2().uordblks - heapBefore) / 1e6;
+    }
+    state.counters["resident_MB"] = resident;
+    state.counters["heap_MB"] = heap;
+    state.SetLabel("target < 50 MB");
+}
+
+}  // namespace
+
+void RegisterSequenceBenchmarks() {
+    const bool large = std::getenv("KVBENCH_SEQUENCE_LARGE") != nullptr;
+    for (const auto& [name, body] :
+         {std::pair{"sequence/loadSequence", LoadSequence},
+          std::pair{"sequence/frame(i) for every frame", BuildAllFrames}}) {
+        auto* b = Register(name, body)->ArgName("events")->Arg(10000)->Arg(100000);
+        if (large) b->Arg(500000);
+        b->Unit(benchmark::kMillisecond);
+    }
+    Register("sequence/10000 frames through the default getters", FramesThroughGetters)
+        ->Unit(benchmark::kMillisecond);
+    Register("sequence/memory of a 100000-event log", SequenceMemory)
+        ->Iterations(1)
+        ->Unit(benchmark::kMillisecond);
+}
+
+}  // namespace kvbench

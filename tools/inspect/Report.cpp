@@ -298,6 +298,23 @@ std::string textReport(const Capture& capture, const std::vector<CallRecord>& ca
     return out.str();
 }
 
+std::string callText(const CallRecord& call) {
+    const Outcome& o = call.outcome;
+    std::ostringstream out;
+    std::string text =
+        o.skipped.empty() ? fitted(outerText(o.output), 0) : "not called: " + o.skipped;
+    if (const char* name = valueName(*call.getter, o.output)) text += std::string(" ") + name;
+    if (!text.empty() || o.output.is_null()) {
+        out << (text.empty() ? "-" : text) << "\n";
+    } else {
+        writeBlock(out, "", o.output, 0);
+    }
+    if (!call.adapter.empty()) writeWrapped(out, "adapter", call.adapter);
+    std::string all = out.str();
+    all.pop_back();  // the last line's end
+    return all;
+}
+
 Json callJson(const CallRecord& call, bool withLogs) {
     Json entry = {{"subsystem", call.getter->subsystem},
                   {"method", call.getter->method},

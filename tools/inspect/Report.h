@@ -31,6 +31,11 @@ std::string textReport(const Capture& capture, const std::vector<CallRecord>& ca
 Json jsonReport(const Capture& capture, const std::vector<CallRecord>& calls, bool withLogs);
 // One call as the JSON report gives it.
 Json callJson(const CallRecord& call, bool withLogs);
+// A call's output as the text report shows it, without the method and the
+// result: one line with an enum value's name, or the value's lines below
+// each other; "not called: why" for a call that was not made; the calls the
+// platform adapter received after it.
+std::string callText(const CallRecord& call);
 
 // One value on one line when it is short enough ("(480, 240) 240x300" for
 // a rectangle), "" otherwise.

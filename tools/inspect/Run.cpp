@@ -6,6 +6,7 @@
 #include <new>
 
 #include "Frames.h"
+#include "Html.h"
 #include "JsonReader.h"
 #include "Load.h"
 #include "Report.h"
@@ -32,6 +33,7 @@ struct Arguments {
     std::vector<std::string> files;
     std::string path;  // the first file, which messages name
     std::string svgPath;
+    std::string htmlPath;
     std::string savePath;
     bool json = false;
     bool logs = false;
@@ -97,18 +99,43 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
     const kvhost::Sequence& sequence = *loaded.sequence;
     std::vector<FrameCalls> frames;
     frames.reserve(sequence.frameCount());
+    const bool html = !a.htmlPath.empty();
+    HtmlPage page;
+    page.setSession(true);
+    page.setTitle(a.path + (a.files.size() > 1
+                                ? " and " + std::to_string(a.files.size() - 1) + " more files"
+                                : ""));
+    for (const std::string& file : a.files) page.addRead("file", file);
+    page.addRead("frames", std::to_string(sequence.frameCount()));
+    for (const std::string& note : sequence.notes()) page.addRead("note", note);
+    for (const std::string& warning : warnings) page.addRead("warning", warning);
     for (size_t i = 0; i < sequence.frameCount(); ++i) {
         const kvhost::LoadResult frame = sequence.frame(i);
         if (!frame) throw Refusal{frame.error};
         const kvhost::FrameInfo info = sequence.info(i);
         frames.push_back({info.number, info.timestamp, runGetters(*frame.capture, getters)});
-        // Only the JSON report shows log lines: the others keep none.
+        if (html) {
+            const Capture& capture = *frame.capture;
+            if (i == 0) {
+                page.addRead("camera", std::to_string(capture.cameraId) + ", SAT camera " +
+                                           std::to_string(capture.satCameraId));
+                page.addRead("input", std::to_string(capture.inputWidth) + "x" +
+                                          std::to_string(capture.inputHeight));
+            }
+            page.addFrame(frames.back(),
+                          drawGeometry(capture, runGetters(capture, geometryGetters())));
+        }
+        // Only the JSON report and the page show log lines: the others keep none.
         if (!a.logs) {
             for (CallRecord& call : frames.back().calls) call.logs.clear();
         }
     }
     if (!a.svgPath.empty()) {
         kvhost::loader::writeFileAtomically(a.svgPath, drawTimelines(frames, a.path));
+    }
+    if (html) {
+        page.setTimelines(drawTimelines(frames, a.path));
+        kvhost::loader::writeFileAtomically(a.htmlPath, page.html());
     }
     if (a.json) return kvhost::loader::jsonText(framesJson(frames, a.logs), 2) + "\n";
     if (a.csv) return framesCsv(frames);
@@ -140,8 +167,22 @@ std::string produce(const Arguments& a, std::vector<std::string>& warnings) {
     std::string report =
         a.json ? kvhost::loader::jsonText(jsonReport(capture, calls, a.logs), 2) + "\n"
                : textReport(capture, calls, a.logs);
-    if (!a.svgPath.empty()) {
-        kvhost::loader::writeFileAtomically(a.svgPath, drawGeometry(capture, calls));
+    const std::string geometry =
+        a.svgPath.empty() && a.htmlPath.empty() ? "" : drawGeometry(capture, calls);
+    if (!a.svgPath.empty()) kvhost::loader::writeFileAtomically(a.svgPath, geometry);
+    if (!a.htmlPath.empty()) {
+        HtmlPage page;
+        page.setTitle(capture.file);
+        page.addRead("file", capture.file);
+        if (!capture.description.empty()) page.addRead("description", capture.description);
+        page.addRead("camera", std::to_string(capture.cameraId) + ", SAT camera " +
+                                   std::to_string(capture.satCameraId));
+        page.addRead("input", std::to_string(capture.inputWidth) + "x" +
+                                  std::to_string(capture.inputHeight));
+        for (const std::string& note : capture.notes) page.addRead("note", note);
+        for (const std::string& warning : capture.warnings) page.addRead("warning", warning);
+        page.addFrame({0, 0, calls}, geometry);
+        kvhost::loader::writeFileAtomically(a.htmlPath, page.html());
     }
     return report;
 }
@@ -163,6 +204,9 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     CLI::Option* logs = app.add_flag("--logs", a.logs, "show the log lines of each call");
     CLI::Option* svg =
         app.add_option("--svg", a.svgPath, "draw the geometry of the capture into this SVG file");
+    CLI::Option* html = app.add_option(
+        "--html", a.htmlPath,
+        "write the report as one self-contained HTML page (with --frames, the session's)");
     app.add_option("--camera", a.camera, "dump: the camera whose frame is read")
         ->check(CLI::NonNegativeNumber);
     app.add_option("--frame", a.frame, "dump: the frame is block N alone (see --list)")
@@ -190,6 +234,7 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
         ->excludes(json)
         ->excludes(logs)
         ->excludes(svg)
+        ->excludes(html)
         ->excludes(save)
         ->excludes(frames);
     save->excludes(frames);

@@ -249,6 +249,14 @@ std::string described(const char* what, const Json& rect) {
 
 }  // namespace
 
+std::vector<const Getter*> geometryGetters() {
+    std::string error;
+    return chooseGetters(
+        "GetActiveArraySize,GetAndroidCropRegion,GetFinalCropRegion,GetFacesInfoHolder,"
+        "GetfocusROI,GetFaceRect,GetfocusTP",
+        &error);
+}
+
 std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& calls) {
     const double width = kMargin * 4 + kPanelWidth * 2;
     // The capture's description under the title, the panels below it.

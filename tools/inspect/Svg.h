@@ -13,6 +13,8 @@
 namespace inspect {
 
 std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& calls);
+// The getters whose outputs drawGeometry reads.
+std::vector<const Getter*> geometryGetters();
 
 // A session's timelines: one small chart per quantity over the frame number
 // (zoom, crop size and centre, final crop, AF state and mode as named steps,

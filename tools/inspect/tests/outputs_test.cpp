@@ -136,7 +136,8 @@ protected:
 
 TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
     const FileCase& c = GetParam();
-    const std::string svg = scratch_ + "/geometry.svg", saved = scratch_ + "/saved.json";
+    const std::string svg = scratch_ + "/geometry.svg", saved = scratch_ + "/saved.json",
+                      html = scratch_ + "/report.html";
     const bool description = c.path.size() > 5 && c.path.substr(c.path.size() - 5) == ".json";
     const struct {
         std::vector<std::string> options;
@@ -147,6 +148,7 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
         {{"--logs"}, false},
         {{"--svg", svg}, false},
         {{"--json", "--logs", "--svg", svg, "--save-capture", saved}, true},
+        {{"--html", html}, false},
         {{"--list"}, true},
         {{"--save-capture", saved}, true},
     };
@@ -182,6 +184,7 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
         for (size_t i = 1; i < mode.options.size(); ++i) {
             if (mode.options[i - 1] == "--svg") written.insert("geometry.svg");
             if (mode.options[i - 1] == "--save-capture") written.insert("saved.json");
+            if (mode.options[i - 1] == "--html") written.insert("report.html");
         }
         EXPECT_EQ(filesIn(scratch_), written);  // and no temporary file left beside them
         if (std::find(args.begin(), args.end(), "--json") != args.end()) {
@@ -193,6 +196,11 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
             EXPECT_EQ(drawing.rfind("<svg xmlns=", 0), 0u);
             EXPECT_EQ(drawing.substr(drawing.size() - 7), "</svg>\n");
             EXPECT_EQ(absentText(drawing), c.absent);
+        }
+        if (written.count("report.html")) {
+            const std::string page = readText(html);
+            EXPECT_EQ(page.rfind("<!DOCTYPE html>", 0), 0u);
+            EXPECT_EQ(page.substr(page.size() - 8), "</html>\n");
         }
         if (written.count("saved.json")) {
             // Read back, the saved capture reports as the file did.
@@ -207,7 +215,8 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
     const std::vector<std::string> sessions[] = {{"--frames"},
                                                  {"--frames", "--json", "--logs"},
                                                  {"--frames", "--csv", "--getters", "all"},
-                                                 {"--frames", "--svg", svg}};
+                                                 {"--frames", "--svg", svg},
+                                                 {"--frames", "--html", html}};
     for (const std::vector<std::string>& options : sessions) {
         std::vector<std::string> args{c.path};
         args.insert(args.end(), c.args.begin(), c.args.end());
@@ -230,6 +239,9 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
         } else if (view == "--svg") {
             EXPECT_EQ(readText(svg).substr(readText(svg).size() - 7), "</svg>\n");
             unlink(svg.c_str());
+        } else if (view == "--html") {
+            EXPECT_EQ(readText(html).rfind("<!DOCTYPE html>", 0), 0u);
+            unlink(html.c_str());
         }
     }
 }
@@ -283,6 +295,8 @@ const FileCase kFiles[] = {
     // Physical camera ids printed as characters, rebuilt; a USB camera's HAL.
     {kDumps + "physical-ids.txt", {}, "", kTwoAbsent},
     {kDumps + "usb-camera.txt", {}, "", kTwoAbsent},
+    // A vendor string that spells a script element.
+    {kDumps + "script-tag.txt", {}, "", kTwoAbsent},
     {kBad + "malformed.json", {}, "malformed JSON: parse error at line 4, column 9: syntax error "
      "while parsing object - unexpected string literal; expected '}'", ""},
     {kBad + "wrong-type.json", {},

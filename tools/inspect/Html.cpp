@@ -158,6 +158,13 @@ td.output pre.logs { color: #444; background: #f6f7f9; padding: .3em; }
   const byNumber = new Map();
   frames.forEach((f, i) => { if (!byNumber.has(String(f.frame))) byNumber.set(String(f.frame), i); });
   let current = -1;
+  const markTimelines = () => {
+    for (const e of $("timelines").querySelectorAll(".selected")) e.classList.remove("selected");
+    if (current < 0) return;
+    for (const e of $("timelines").querySelectorAll('[data-frame="' + frames[current].frame + '"]')) {
+      e.classList.add("selected");
+    }
+  };
   const select = (i, updateAddress) => {
     i = Math.max(0, Math.min(frames.length - 1, i));
     current = i;
@@ -169,10 +176,7 @@ td.output pre.logs { color: #444; background: #f6f7f9; padding: .3em; }
       $("frame-slider").value = String(i);
       $("frame-label").textContent = "frame " + f.frame + " (" + (i + 1) + " of " + frames.length +
                                      "), timestamp " + f.timestamp + " ns";
-      for (const e of $("timelines").querySelectorAll(".selected")) e.classList.remove("selected");
-      for (const e of $("timelines").querySelectorAll('[data-frame="' + f.frame + '"]')) {
-        e.classList.add("selected");
-      }
+      markTimelines();
       if (updateAddress) history.replaceState(null, "", "#frame=" + f.frame);
     }
     applyFilter();
@@ -184,7 +188,6 @@ td.output pre.logs { color: #444; background: #f6f7f9; padding: .3em; }
 
   if (data.session) {
     $("session").hidden = false;
-    $("timelines").append(svgNode(data.timelines));
     $("frame-slider").max = String(frames.length - 1);
     $("frame-slider").addEventListener("input", (e) => select(Number(e.target.value), true));
     $("prev").addEventListener("click", () => select(current - 1, true));
@@ -205,6 +208,16 @@ td.output pre.logs { color: #444; background: #f6f7f9; padding: .3em; }
     window.addEventListener("hashchange", () => select(fromAddress(), false));
   }
   select(data.session ? fromAddress() : 0, false);
+  performance.mark("frame-shown");
+  // The timelines of a long session take longer to build than the frame:
+  // they come after it.
+  if (data.session) {
+    setTimeout(() => {
+      $("timelines").append(svgNode(data.timelines));
+      markTimelines();
+      performance.mark("timelines-shown");
+    }, 0);
+  }
 })();
 </script>
 </body>

@@ -122,8 +122,12 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
                 page.addRead("input", std::to_string(capture.inputWidth) + "x" +
                                           std::to_string(capture.inputHeight));
             }
+            // Drawn without the caption, which names the frame: frames of the
+            // same geometry share one picture in the page.
+            Capture drawn = capture;
+            drawn.description.clear();
             page.addFrame(frames.back(),
-                          drawGeometry(capture, runGetters(capture, geometryGetters())));
+                          drawGeometry(drawn, runGetters(capture, geometryGetters())));
         }
         // Only the JSON report and the page show log lines: the others keep none.
         if (!a.logs) {

@@ -174,7 +174,8 @@ def main():
                 page = os.path.join(scratch, "session.html")
                 inspect(tool, SESSION, scratch, "--html", page)
                 driver.set_window_size(1400, 1400)
-                driver.get("file://" + page)
+                driver.get("file://" + page + "#frame=115")  # in the middle of the zoom
+                time.sleep(0.5)  # the timelines come after the frame
                 with open(sys.argv[3], "wb") as out:
                     out.write(driver.get_screenshot_as_png())
                 return 0

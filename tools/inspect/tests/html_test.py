@@ -160,6 +160,8 @@ def check_page(driver, tool, args, text, scratch):
         assert text in cells, (name, text)
         assert driver.execute_script("return document.scripts.length") == 2, name
         assert driver.execute_script("return document.querySelectorAll('tbody script').length") == 0
+    # Self-contained: the browser fetched nothing for the page.
+    assert driver.execute_script("return performance.getEntriesByType('resource').length") == 0
     errors = [e for e in driver.get_log("browser") if e["level"] == "SEVERE"]
     assert not errors, (name, errors)
     assert colours(driver.get_screenshot_as_png()) > 8, (name, "blank page")

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "Html.h"
+
 namespace inspect {
 namespace {
 
@@ -30,6 +32,13 @@ kvhost::LogRecord primary(const std::string& format, const std::string& text) {
     r.format = format;
     r.text = text;
     return r;
+}
+
+// The page's inline JSON cannot end its script element or start a comment or
+// markup, and holds no line terminator that older script parsers refuse.
+TEST(ScriptSafe, EscapesWhatCouldEndTheScriptElement) {
+    EXPECT_EQ(scriptSafe("[\"</script><!-- & \xE2\x80\xA8\xE2\x80\xA9 \xE2\x80\xA6\"]"),
+              "[\"\\u003c/script\\u003e\\u003c!-- \\u0026 \\u2028\\u2029 \xE2\x80\xA6\"]");
 }
 
 TEST(LoggedNumbers, ReadsTheWholeMessageOfAPrimaryOrBareLineNotItsPrefix) {

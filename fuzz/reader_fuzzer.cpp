@@ -77,7 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 #endif
     const kvhost::Capture capture = kvhost::loader::install(std::move(read));
     const std::vector<inspect::CallRecord> calls = inspect::runGetters(capture);
-    KVFUZZ_CHECK(!calls.empty() && !inspect::textReport(capture, calls, true).empty() &&
+    KVFUZZ_CHECK(!calls.empty() && !inspect::textReport(capture, calls, true, true).empty() &&
                      !inspect::textReport(capture, calls, false).empty(),
                  "%zu getters ran, or an empty report", calls.size());
     inspect::Json report = inspect::jsonReport(capture, calls, false);

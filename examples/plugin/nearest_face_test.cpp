@@ -15,6 +15,7 @@
 #include "kvhost/Adapter.h"
 #include "kvhost/Capture.h"
 #include "kvhost/LogCapture.h"
+#include "kvhost/LookupRecorder.h"
 #include "kvhost/Metadata.h"
 
 namespace {
@@ -187,8 +188,8 @@ TEST_F(NearestFaceTest, ZoomTransitionOfASession) {
     EXPECT_FLOAT_EQ(zoom, 2.0f);  // the transition's end
 }
 
-// A soak of a million frames: the stand-ins keep no record of calls or lines
-// while no test listens, so what they hold stays the same however long the run.
+// A soak of a million frames: the stand-ins keep no record of calls, lookups
+// or lines while no test listens, so what they hold stays the same however long the run.
 TEST_F(NearestFaceTest, AMillionFramesLeaveNothingBehind) {
     const FrameCase c = Frame(kThreeFaces);
     nearestface::NearestFace plugin(c.cameraId, c.satCameraId);
@@ -201,8 +202,8 @@ TEST_F(NearestFaceTest, AMillionFramesLeaveNothingBehind) {
     }
     EXPECT_EQ(failures, 0);
     EXPECT_EQ(std::make_tuple(kvhost::retainedLogRecords(), kvhost::retainedAdapterCalls(),
-                              kvhost::knownTags().size()),
-              std::make_tuple(size_t{0}, size_t{0}, tags));
+                              kvhost::retainedLookupRecords(), kvhost::knownTags().size()),
+              std::make_tuple(size_t{0}, size_t{0}, size_t{0}, tags));
 }
 
 }  // namespace

@@ -8,6 +8,8 @@
 #include <mutex>
 #include <new>
 
+#include "LookupStore.h"
+
 namespace kvhost {
 namespace {
 
@@ -228,14 +230,26 @@ std::vector<uint32_t> Metadata::tags() const {
 // kvhost::Metadata (its constructor is protected and Metadata is the one
 // subclass), so its members forward to the container.
 
+// Both finds tell the lookup store, which keeps them only while a
+// kvhost::LookupRecorder is alive.
 camera_metadata_ro_entry_t KvMetadata::find(const char* name) const {
     const kvhost::TagInfo* info = kvhost::findTag(name);
-    if (info == nullptr) return camera_metadata_ro_entry_t{};
-    return static_cast<const kvhost::Metadata*>(this)->lookup(info->id);
+    const camera_metadata_ro_entry_t entry =
+        info != nullptr ? static_cast<const kvhost::Metadata*>(this)->lookup(info->id)
+                        : camera_metadata_ro_entry_t{};
+    if (kvhost::detail::recordingLookups()) {
+        kvhost::detail::recordLookup(this, info, name, 0, entry);
+    }
+    return entry;
 }
 
 camera_metadata_ro_entry_t KvMetadata::find(uint32_t tag) const {
-    return static_cast<const kvhost::Metadata*>(this)->lookup(tag);
+    const camera_metadata_ro_entry_t entry =
+        static_cast<const kvhost::Metadata*>(this)->lookup(tag);
+    if (kvhost::detail::recordingLookups()) {
+        kvhost::detail::recordLookup(this, kvhost::findTag(tag), nullptr, tag, entry);
+    }
+    return entry;
 }
 
 int KvMetadata::getTagFromName(const char* name, uint32_t* tag) {

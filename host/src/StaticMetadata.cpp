@@ -5,6 +5,7 @@
 #include <shared_mutex>
 #include <utility>
 
+#include "LookupStore.h"
 #include "kvhost/Metadata.h"
 
 namespace kvhost {
@@ -33,6 +34,25 @@ public:
         } else if (md != nullptr) {
             cameras_.emplace(cameraId, std::move(md));
         }
+    }
+
+    // The camera `md` is registered for: `preferred` when it is one of
+    // them, otherwise the lowest.
+    bool cameraOf(const KvMetadata* md, uint32_t preferred, uint32_t* cameraId) const {
+        if (md == nullptr) return false;
+        std::shared_lock<std::shared_mutex> lock(mutex_);
+        const auto it = cameras_.find(preferred);
+        if (it != cameras_.end() && it->second.get() == md) {
+            *cameraId = preferred;
+            return true;
+        }
+        for (const auto& camera : cameras_) {
+            if (camera.second.get() == md) {
+                *cameraId = camera.first;
+                return true;
+            }
+        }
+        return false;
     }
 
     void clear() {
@@ -67,6 +87,14 @@ void clearStaticMetadata() {
     staticRegistry().clear();
 }
 
+namespace detail {
+
+bool registeredCamera(const KvMetadata* md, uint32_t preferred, uint32_t* cameraId) {
+    return staticRegistry().cameraOf(md, preferred, cameraId);
+}
+
+}  // namespace detail
+
 }  // namespace kvhost
 
 StaticMetadataWraper* StaticMetadataWraper::getInstance() {
@@ -74,5 +102,9 @@ StaticMetadataWraper* StaticMetadataWraper::getInstance() {
 }
 
 std::shared_ptr<KvMetadata> StaticMetadataWraper::getStaticMetadata(uint32_t cameraId) {
-    return static_cast<kvhost::StaticRegistry*>(this)->get(cameraId);
+    std::shared_ptr<KvMetadata> md = static_cast<kvhost::StaticRegistry*>(this)->get(cameraId);
+    // Lookups on it are then recorded as this camera's, whichever other
+    // cameras share the container.
+    if (kvhost::detail::recordingLookups()) kvhost::detail::noteStaticAsked(cameraId, md.get());
+    return md;
 }

@@ -1,7 +1,7 @@
 // Tests of what the host stand-ins promise beyond what the library's own
 // tests exercise: the tag table's rows and registration rules, the
-// container's payload blocks, the log capture API and echo, and the adapter's
-// call recorder. (Concurrent reads and logging are the ThreadSanitizer
+// container's payload blocks, the log capture API and echo, the lookup
+// recorder, and the adapter's call recorder. (Concurrent reads and logging are the ThreadSanitizer
 // stage's: several threads look tags up in containers and log through the
 // library.)
 #include <android/log.h>
@@ -13,6 +13,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -21,6 +22,7 @@
 #include "UtilsLog.h"
 #include "kvhost/Adapter.h"
 #include "kvhost/LogCapture.h"
+#include "kvhost/LookupRecorder.h"
 #include "kvhost/Metadata.h"
 
 // The adapter stand-in's entry point, which the product library finds by name.
@@ -232,6 +234,96 @@ TEST_F(HostLog, EchoReachesStderrOnlyFromConsoleSinksAndNeverDuringACapture) {
         EXPECT_EQ(err.find("android-line") != std::string::npos, row.expected) << err;
         EXPECT_EQ(err.find("offline-line"), std::string::npos) << err;
     }
+}
+
+// ---- Lookup recorder -------------------------------------------------------
+
+using kvhost::LookupPlace;
+using kvhost::LookupRecord;
+
+auto Fields(const LookupRecord& r) {
+    return std::make_tuple(r.tag, r.id, r.known, r.place, r.cameraId, r.found, r.type, r.count);
+}
+
+TEST(HostLookups, EachFindIsRecordedWithItsPlaceOnlyWhileARecorderLives) {
+    auto frame = Metadata::create();
+    ASSERT_EQ(frame->putInt32(0xE0002, {400}), 0);  // android.sensor.sensitivity
+    ASSERT_EQ(frame->putEmpty("kovani.flash.mode"), 0);
+    auto stat = Metadata::create();
+    ASSERT_EQ(stat->putInt32(0xF0000, {0, 0, 40, 30}), 0);  // active array
+    const auto other = Metadata::create();
+    // One container registered for two cameras: the camera asked for is named.
+    kvhost::setStaticMetadata(1, stat);
+    kvhost::setStaticMetadata(2, stat);
+    frame->find(0xE0002u);  // nobody records
+    const uint32_t flash = IdOf("kovani.flash.mode");
+    const uint32_t zoom = IdOf("android.control.zoomRatio");
+    {
+        kvhost::LookupRecorder recorder;
+        recorder.setFrame(frame);
+        frame->find(0xE0002u);
+        frame->find("kovani.flash.mode");
+        frame->find("no.such.tag");
+        stat->find("android.control.zoomRatio");  // not asked for: the lowest camera
+        StaticMetadataWraper::getInstance()->getStaticMetadata(2)->find(0xF0000u);
+        other->find(0xE0002u);
+        other->find(0x7FFF0000u);
+        const LookupRecord expected[] = {
+            {"android.sensor.sensitivity", 0xE0002, true, LookupPlace::Frame, 0, true,
+             TagType::Int32, 1},
+            {"kovani.flash.mode", flash, true, LookupPlace::Frame, 0, true, TagType::Int32, 0},
+            {"no.such.tag", 0, false, LookupPlace::Frame, 0, false, TagType::Byte, 0},
+            {"android.control.zoomRatio", zoom, true, LookupPlace::Static, 1, false, TagType::Byte,
+             0},
+            {"android.sensor.info.activeArraySize", 0xF0000, true, LookupPlace::Static, 2, true,
+             TagType::Int32, 4},
+            {"android.sensor.sensitivity", 0xE0002, true, LookupPlace::Container, 0, false,
+             TagType::Byte, 0},
+            {"", 0x7FFF0000, false, LookupPlace::Container, 0, false, TagType::Byte, 0},
+        };
+        const std::vector<LookupRecord> records = recorder.records();
+        ASSERT_EQ(records.size(), std::size(expected));
+        for (size_t i = 0; i < records.size(); ++i) {
+            EXPECT_EQ(Fields(records[i]), Fields(expected[i])) << i;
+        }
+        // A frame destroyed is no longer the frame, even if the next
+        // container is made at its address.
+        frame.reset();
+        recorder.clear();
+        Metadata::create()->find(0xE0002u);
+        EXPECT_EQ(recorder.records().at(0).place, LookupPlace::Container);
+    }
+    EXPECT_EQ(kvhost::retainedLookupRecords(), 0u);
+    stat->find(0xF0000u);
+    EXPECT_EQ(kvhost::retainedLookupRecords(), 0u);
+    kvhost::clearStaticMetadata();
+}
+
+// One recorder, process-wide as a log capture is, sees the lookups of every
+// thread; each record is whole.
+TEST(HostLookups, OneRecorderTakesTheLookupsOfSeveralThreads) {
+    auto frame = Metadata::create();
+    ASSERT_EQ(frame->putInt32(0xE0002, {400}), 0);
+    kvhost::LookupRecorder recorder;
+    recorder.setFrame(frame);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&frame, t] {
+            for (int i = 0; i < 500; ++i) frame->find(t % 2 ? "android.sensor.sensitivity" : "x.y");
+        });
+    }
+    for (std::thread& t : threads) t.join();
+    const std::vector<LookupRecord> records = recorder.records();
+    ASSERT_EQ(records.size(), 2000u);
+    EXPECT_EQ(std::count_if(records.begin(), records.end(),
+                            [](const LookupRecord& r) {
+                                return r.found && r.id == 0xE0002 && r.count == 1 &&
+                                       r.place == LookupPlace::Frame;
+                            }),
+              1000);
+    EXPECT_EQ(std::count_if(records.begin(), records.end(),
+                            [](const LookupRecord& r) { return !r.known && r.tag == "x.y"; }),
+              1000);
 }
 
 // ---- Adapter call recorder -------------------------------------------------

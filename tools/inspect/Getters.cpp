@@ -91,8 +91,9 @@ Outcome lensShadingMap(Call& c) {
         return c.utils.GetFwkCameraId(c.md, &id) == 0 ? id : -1;
     });
     const Md stat = c.capture.staticOf(fwk);
-    const camera_metadata_ro_entry_t size =
-        stat ? stat->find(kShadingMapSize) : camera_metadata_ro_entry_t{};
+    // This program's own lookups, which are not the method's reads.
+    const camera_metadata_ro_entry_t size = c.quietly(
+        [&] { return stat ? stat->find(kShadingMapSize) : camera_metadata_ro_entry_t{}; });
     if (size.count < 2 || size.data.i32[0] < 0 || size.data.i32[1] < 0) {
         return Outcome{std::nullopt, nullptr,
                        "needs the shading map size (android.lens.info.shadingMapSize) in the "
@@ -100,7 +101,7 @@ Outcome lensShadingMap(Call& c) {
     }
     const int grid[2] = {size.data.i32[0], size.data.i32[1]};
     const size_t values = static_cast<size_t>(grid[0]) * static_cast<size_t>(grid[1]) * 4;
-    const size_t held = c.md->find(kLensShadingMap).count;
+    const size_t held = c.quietly([&] { return c.md->find(kLensShadingMap).count; });
     if (held != 0 && held < values) {
         return Outcome{std::nullopt, nullptr,
                        "android.statistics.lensShadingMap holds " + std::to_string(held) +

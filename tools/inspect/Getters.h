@@ -13,6 +13,7 @@
 #include "Values.h"
 #include "kvhost/Capture.h"
 #include "kvhost/LogCapture.h"
+#include "kvhost/LookupRecorder.h"
 
 namespace inspect {
 
@@ -31,13 +32,15 @@ struct Call {
     const Capture& capture;
     std::shared_ptr<KvMetadata> md;  // the metadata the row's method is given
     kvhost::LogCapture& logs;        // this call's log lines
+    kvhost::LookupRecorder& reads;   // this call's tag lookups
 
-    // Runs a preparatory step and drops its log lines: the call's lines are
-    // then the method's own.
+    // Runs a preparatory step and drops its log lines and lookups: the
+    // call's lines and reads are then the method's own.
     template <typename F>
     auto quietly(F step) {
         auto result = step();
         logs.clear();
+        reads.clear();
         return result;
     }
 };

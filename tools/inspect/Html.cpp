@@ -129,11 +129,20 @@ td.output pre.logs { color: #444; background: #f6f7f9; padding: .3em; }
     const open = out.querySelector("details") !== null && out.querySelector("details").open;
     out.replaceChildren(el("pre", "", v.text));
     if (v.given && v.given !== "frame") out.append(el("div", "given", "given the " + v.given));
-    if (v.logs.length) {
+    // On expand: the call's log lines and the tags it looked up.
+    const reads = v.reads || [];
+    if (v.logs.length || reads.length) {
       const details = el("details");
       details.open = open;
-      details.append(el("summary", "", v.logs.length + (v.logs.length === 1 ? " log line" : " log lines")),
-                     el("pre", "logs", v.logs.map((l) => l.sink + " L" + l.level + " " + l.text).join("\n")));
+      const where = (r) => r.in === "static" ? "the static metadata of camera " + r.camera
+                                               : "the " + r.in;
+      details.append(
+          el("summary", "", v.logs.length + (v.logs.length === 1 ? " log line, " : " log lines, ") +
+                            reads.length + (reads.length === 1 ? " tag read" : " tags read")),
+          el("pre", "logs", v.logs.map((l) => l.sink + " L" + l.level + " " + l.text).join("\n")),
+          el("pre", "reads", reads.map((r) => "reads " + r.tag + " (" + r.id + ") in " + where(r) +
+                                              ": " + (r.found ? r.type + "[" + r.count + "]" : "not found"))
+                                  .join("\n")));
       out.append(details);
     }
   };

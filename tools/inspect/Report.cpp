@@ -1,6 +1,7 @@
 #include "Report.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <sstream>
 
@@ -156,6 +157,39 @@ void writeLogs(std::ostringstream& out, const std::vector<kvhost::LogRecord>& lo
     }
 }
 
+std::string hexId(uint32_t id) {
+    char text[16];
+    std::snprintf(text, sizeof(text), "0x%08x", id);
+    return text;
+}
+
+// The tag of a lookup by its name, or its id when the table has no name.
+std::string readName(const kvhost::LookupRecord& r) {
+    return r.tag.empty() ? hexId(r.id) : r.tag;
+}
+
+std::string placeText(const kvhost::LookupRecord& r) {
+    switch (r.place) {
+        case kvhost::LookupPlace::Frame:
+            return "the frame";
+        case kvhost::LookupPlace::Static:
+            return "the static metadata of camera " + std::to_string(r.cameraId);
+        case kvhost::LookupPlace::Container:
+            break;
+    }
+    return "another container";
+}
+
+// "int32[4]".
+std::string entryText(const kvhost::LookupRecord& r) {
+    return std::string(kvhost::typeName(r.type)) + "[" + std::to_string(r.count) + "]";
+}
+
+// Android's own tags, whose declared types are Android's; vendor tags start
+// at Android's vendor boundary, and the table's types for those read by name
+// are not the types the library reads them as.
+constexpr uint32_t kVendorTagStart = 0x80000000u;
+
 // One call the platform adapter received, in words.
 std::string adapterCall(const kvhost::AdapterCall& call) {
     const std::string name = kvhost::adapterOpName(call.op);
@@ -226,6 +260,37 @@ std::string inlineText(const Json& v) {
     return scalarText(v);
 }
 
+std::string readText(const kvhost::LookupRecord& r) {
+    const std::string tag =
+        r.known ? r.tag + " (" + hexId(r.id) + ")" : readName(r) + " (unknown to the tag table)";
+    return tag + " in " + placeText(r) + ": " + (r.found ? entryText(r) : "not found");
+}
+
+std::string failureClause(const CallRecord& call) {
+    const std::optional<int>& rc = call.outcome.result;
+    if (!rc || (*rc != -1 && *rc != -2)) return "";
+    const std::vector<kvhost::LookupRecord>& reads = call.reads;
+    if (reads.empty()) return "no tag looked up";
+    // A getter stops at the lookup that fails it: the last one that found
+    // nothing is the likely cause.
+    for (auto r = reads.rbegin(); r != reads.rend(); ++r) {
+        if (!r->known) return readName(*r) + ": unknown to the tag table";
+        if (!r->found) return r->tag + ": not in " + placeText(*r);
+        if (r->count == 0) return r->tag + ": empty in " + placeText(*r);
+    }
+    // The library's reads are not visible here; an Android tag's declared
+    // type is what a reader of it expects.
+    for (const kvhost::LookupRecord& r : reads) {
+        const kvhost::TagInfo* info = kvhost::findTag(r.id);
+        if (r.id < kVendorTagStart && info != nullptr && info->type != r.type) {
+            return r.tag + ": found " + entryText(r) + ", the tag table declares " +
+                   kvhost::typeName(info->type);
+        }
+    }
+    return reads.back().tag + ": found " + entryText(reads.back()) + " in " +
+           placeText(reads.back());
+}
+
 std::vector<CallRecord> runGetters(const Capture& capture) {
     std::vector<const Getter*> all;
     for (const Getter& getter : getterTable()) all.push_back(&getter);
@@ -240,13 +305,16 @@ std::vector<CallRecord> runGetters(const Capture& capture,
     calls.reserve(getters.size());
     for (const Getter* getter : getters) {
         kvhost::LogCapture logs;
-        Call call{utils, capture, capture.frame, logs};
+        kvhost::LookupRecorder reads;
+        reads.setFrame(capture.frame);
+        Call call{utils, capture, capture.frame, logs, reads};
         CallRecord record;
         record.getter = getter;
         record.given = call.quietly([&] { return giveMetadata(capture, call, getter->given); });
         const kvhost::AdapterRecorder adapterCalls;
         record.outcome = getter->call(call);
         record.logs = logs.records();
+        record.reads = reads.records();
         for (const kvhost::AdapterCall& a : adapterCalls.calls()) {
             record.adapter.push_back(adapterCall(a));
         }
@@ -262,8 +330,8 @@ const CallRecord* findCall(const std::vector<CallRecord>& calls, const char* met
     return nullptr;
 }
 
-std::string textReport(const Capture& capture, const std::vector<CallRecord>& calls,
-                       bool withLogs) {
+std::string textReport(const Capture& capture, const std::vector<CallRecord>& calls, bool withLogs,
+                       bool withTags) {
     std::ostringstream out;
     out << header(capture);
     size_t width = 0;
@@ -286,13 +354,19 @@ std::string textReport(const Capture& capture, const std::vector<CallRecord>& ca
                                ? fitted(outerText(o.output), lead.size() + given.size())
                                : "not called: " + o.skipped;
         if (const char* name = valueName(*call.getter, o.output)) text += std::string(" ") + name;
+        const std::string clause = failureClause(call);
+        const std::string why = clause.empty() ? "" : "  (" + clause + ")";
         if (!text.empty() || o.output.is_null()) {
-            out << lead << (text.empty() ? "-" : text) << given << "\n";
+            out << lead << (text.empty() ? "-" : text) << given << why << "\n";
         } else {
-            out << lead.substr(0, lead.find_last_not_of(' ') + 1) << given << "\n";
+            out << lead.substr(0, lead.find_last_not_of(' ') + 1) << given << why << "\n";
             writeBlock(out, "", o.output, 6);
         }
         if (!call.adapter.empty()) writeWrapped(out, "adapter", call.adapter);
+        if (withTags) {
+            for (const kvhost::LookupRecord& r : call.reads)
+                out << "      reads " << readText(r) << "\n";
+        }
         if (withLogs) writeLogs(out, call.logs);
     }
     return out.str();
@@ -323,6 +397,19 @@ Json callJson(const CallRecord& call, bool withLogs) {
                   {"output", call.outcome.output}};
     if (!call.outcome.skipped.empty()) entry["skipped"] = call.outcome.skipped;
     if (!call.adapter.empty()) entry["adapter"] = call.adapter;
+    Json& reads = entry["reads"] = Json::array();
+    for (const kvhost::LookupRecord& r : call.reads) {
+        Json read = {{"tag", readName(r)},
+                     {"id", r.known ? Json(hexId(r.id)) : Json()},
+                     {"in", kvhost::lookupPlaceName(r.place)}};
+        if (r.place == kvhost::LookupPlace::Static) read["camera"] = r.cameraId;
+        read["found"] = r.found;
+        if (r.found) {
+            read["type"] = kvhost::typeName(r.type);
+            read["count"] = r.count;
+        }
+        reads.push_back(std::move(read));
+    }
     if (withLogs) {
         Json& logs = entry["logs"] = Json::array();
         for (const kvhost::LogRecord& r : call.logs) {

@@ -13,8 +13,9 @@ struct CallRecord {
     const Getter* getter = nullptr;
     std::string given;  // the metadata the method was given, in words; "" for none
     Outcome outcome;
-    std::vector<kvhost::LogRecord> logs;  // the lines the call produced
-    Json adapter = Json::array();         // the calls the platform adapter received
+    std::vector<kvhost::LogRecord> logs;      // the lines the call produced
+    std::vector<kvhost::LookupRecord> reads;  // the tag lookups the call made
+    Json adapter = Json::array();             // the calls the platform adapter received
 };
 
 // Calls every getter once, in table order, on a MetaUtils whose camera ids
@@ -27,15 +28,24 @@ std::vector<CallRecord> runGetters(const Capture& capture,
 // The call of `method` (as the table names it); null when there is none.
 const CallRecord* findCall(const std::vector<CallRecord>& calls, const char* method);
 
-std::string textReport(const Capture& capture, const std::vector<CallRecord>& calls, bool withLogs);
+// With `withTags`, each call's lookups under it; a call that gives -1 or -2
+// says in any case what its lookups show.
+std::string textReport(const Capture& capture, const std::vector<CallRecord>& calls, bool withLogs,
+                       bool withTags = false);
 Json jsonReport(const Capture& capture, const std::vector<CallRecord>& calls, bool withLogs);
-// One call as the JSON report gives it.
+// One call as the JSON report gives it: its lookups always, as "reads".
 Json callJson(const CallRecord& call, bool withLogs);
 // A call's output as the text report shows it, without the method and the
 // result: one line with an enum value's name, or the value's lines below
 // each other; "not called: why" for a call that was not made; the calls the
 // platform adapter received after it.
 std::string callText(const CallRecord& call);
+
+// One lookup in words: "android.sensor.sensitivity (0x000e0002) in the frame: int32[1]".
+std::string readText(const kvhost::LookupRecord& read);
+// What the lookups of a call that gave -1 or -2 show, in a clause
+// ("android.sensor.sensitivity: not in the frame"); "" for other results.
+std::string failureClause(const CallRecord& call);
 
 // One value on one line when it is short enough ("(480, 240) 240x300" for
 // a rectangle), "" otherwise.

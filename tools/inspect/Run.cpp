@@ -37,6 +37,7 @@ struct Arguments {
     std::string savePath;
     bool json = false;
     bool logs = false;
+    bool tags = false;
     bool list = false;
     std::optional<int> camera;
     std::optional<int> frame;
@@ -129,9 +130,11 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
             page.addFrame(frames.back(),
                           drawGeometry(drawn, runGetters(capture, geometryGetters())));
         }
-        // Only the JSON report and the page show log lines: the others keep none.
-        if (!a.logs) {
-            for (CallRecord& call : frames.back().calls) call.logs.clear();
+        // Only the JSON report and the page show log lines (when asked for)
+        // and lookups: the others keep none.
+        for (CallRecord& call : frames.back().calls) {
+            if (!a.logs) call.logs.clear();
+            if (!a.json && !html) call.reads.clear();
         }
     }
     if (!a.svgPath.empty()) {
@@ -170,7 +173,7 @@ std::string produce(const Arguments& a, std::vector<std::string>& warnings) {
     const std::vector<CallRecord> calls = runGetters(capture, gettersOf(a));
     std::string report =
         a.json ? kvhost::loader::jsonText(jsonReport(capture, calls, a.logs), 2) + "\n"
-               : textReport(capture, calls, a.logs);
+               : textReport(capture, calls, a.logs, a.tags);
     const std::string geometry =
         a.svgPath.empty() && a.htmlPath.empty() ? "" : drawGeometry(capture, calls);
     if (!a.svgPath.empty()) kvhost::loader::writeFileAtomically(a.svgPath, geometry);
@@ -206,6 +209,8 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
         ->required();
     CLI::Option* json = app.add_flag("--json", a.json, "print the report as JSON");
     CLI::Option* logs = app.add_flag("--logs", a.logs, "show the log lines of each call");
+    CLI::Option* tags = app.add_flag("--tags", a.tags,
+                                     "show the tags each call looked up, where, and what it found");
     CLI::Option* svg =
         app.add_option("--svg", a.svgPath, "draw the geometry of the capture into this SVG file");
     CLI::Option* html = app.add_option(
@@ -237,6 +242,7 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     app.add_flag("--list", a.list, "dump: list its metadata blocks and run nothing")
         ->excludes(json)
         ->excludes(logs)
+        ->excludes(tags)
         ->excludes(svg)
         ->excludes(html)
         ->excludes(save)

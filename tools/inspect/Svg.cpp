@@ -64,6 +64,20 @@ struct Rect {
     double left, top, width, height;
 };
 
+// The picture around its body: size, white ground and the title.
+std::string document(double width, double height, const std::string& title,
+                     const std::string& body) {
+    std::ostringstream svg;
+    svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << fmt(width) << "\" height=\""
+        << fmt(height) << "\" viewBox=\"0 0 " << fmt(width) << " " << fmt(height)
+        << "\" font-family=\"sans-serif\" font-size=\"13\">\n"
+        << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n"
+        << "<text x=\"" << kMargin << "\" y=\"24\" font-size=\"16\" font-weight=\"bold\">"
+        << escaped(title) << "</text>\n"
+        << body << "</svg>\n";
+    return svg.str();
+}
+
 // A rectangle in picture coordinates.
 void drawRect(std::ostream& out, const Rect& r, const Style& s) {
     out << "<rect x=\"" << fmt(r.left) << "\" y=\"" << fmt(r.top) << "\" width=\"" << fmt(r.width)
@@ -427,15 +441,7 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
         height = y + kMargin;
     }
 
-    std::ostringstream svg;
-    svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << fmt(width) << "\" height=\""
-        << fmt(height) << "\" viewBox=\"0 0 " << fmt(width) << " " << fmt(height)
-        << "\" font-family=\"sans-serif\" font-size=\"13\">\n"
-        << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n"
-        << "<text x=\"" << kMargin << "\" y=\"24\" font-size=\"16\" font-weight=\"bold\">"
-        << escaped(capture.file) << "</text>\n"
-        << body.str() << "</svg>\n";
-    return svg.str();
+    return document(width, height, capture.file, body.str());
 }
 
 namespace {
@@ -636,15 +642,8 @@ std::string drawTimelines(const std::vector<FrameCalls>& frames, const std::stri
          << "\" fill=\"#d62728\">red marks: frames where the getter failed (result not 0, or not "
             "called)</text>\n";
     const double width = kChartLeft + kChartWidth + 120, height = y + 40;
-    std::ostringstream svg;
-    svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << fmt(width) << "\" height=\""
-        << fmt(height) << "\" viewBox=\"0 0 " << fmt(width) << " " << fmt(height)
-        << "\" font-family=\"sans-serif\" font-size=\"13\">\n"
-        << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n"
-        << "<text x=\"" << kMargin << "\" y=\"24\" font-size=\"16\" font-weight=\"bold\">"
-        << escaped(title) << " (" << frames.size() << " frames)</text>\n"
-        << body.str() << "</svg>\n";
-    return svg.str();
+    return document(width, height, title + " (" + std::to_string(frames.size()) + " frames)",
+                    body.str());
 }
 
 }  // namespace inspect

@@ -145,7 +145,7 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
     } modes[] = {
         {{}, false},
         {{"--json"}, false},
-        {{"--logs"}, false},
+        {{"--logs", "--tags"}, false},
         {{"--svg", svg}, false},
         {{"--json", "--logs", "--svg", svg, "--save-capture", saved}, true},
         {{"--html", html}, false},

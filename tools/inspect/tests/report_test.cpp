@@ -1,6 +1,6 @@
 // How outcomes read where the golden reports show no example: cut strings and
-// objects that are not rectangles; and the numbers read back from the
-// library's log lines.
+// objects that are not rectangles; the numbers read back from the library's
+// log lines; and what a failed call's lookups say.
 #include "Report.h"
 
 #include <gtest/gtest.h>
@@ -57,6 +57,62 @@ TEST(LoggedNumbers, ReadsTheWholeMessageOfAPrimaryOrBareLineNotItsPrefix) {
               (std::vector<long long>{0, 0, 4000, 3000}));
     EXPECT_TRUE(loggedNumbers(logs, "allInOneCrop not using zoom eis shift (%d,%d)").empty());
     EXPECT_TRUE(loggedNumbers(logs, "allInOneCrop input crop").empty());
+}
+
+kvhost::LookupRecord lookup(const char* tag, uint32_t id, kvhost::LookupPlace place, bool found,
+                            kvhost::TagType type = kvhost::TagType::Int32, size_t count = 1) {
+    kvhost::LookupRecord r;
+    r.tag = tag;
+    r.id = id;
+    r.known = id != 0;
+    r.place = place;
+    r.cameraId = place == kvhost::LookupPlace::Static ? 3 : 0;
+    r.found = found;
+    r.type = type;
+    r.count = found ? count : 0;
+    return r;
+}
+
+// The clause of a failed call names the lookup that explains it: the last
+// one that found nothing, else a type other than the table's, else the last.
+TEST(Reads, AFailedCallSaysWhatItsLookupsShow) {
+    using kvhost::LookupPlace;
+    using kvhost::TagType;
+    const kvhost::LookupRecord sensitivity =
+        lookup("android.sensor.sensitivity", 0xE0002, LookupPlace::Frame, true);
+    const struct {
+        int result;
+        std::vector<kvhost::LookupRecord> reads;
+        const char* clause;
+    } rows[] = {
+        {0, {lookup("android.sensor.sensitivity", 0xE0002, LookupPlace::Frame, false)}, ""},
+        {-2, {}, "no tag looked up"},
+        {-2,
+         {lookup("kovani.snapshot.fwkCameraId", 0x80100003, LookupPlace::Frame, false), sensitivity,
+          lookup("android.sensor.sensitivity", 0xE0002, LookupPlace::Frame, false)},
+         "android.sensor.sensitivity: not in the frame"},
+        {-1,
+         {lookup("android.sensor.info.activeArraySize", 0xF0000, LookupPlace::Static, true,
+                 TagType::Int32, 0)},
+         "android.sensor.info.activeArraySize: empty in the static metadata of camera 3"},
+        {-2,
+         {lookup("no.such.tag", 0, LookupPlace::Container, false)},
+         "no.such.tag: unknown to the tag table"},
+        {-1,
+         {lookup("android.sensor.sensitivity", 0xE0002, LookupPlace::Frame, true, TagType::Int64)},
+         "android.sensor.sensitivity: found int64[1], the tag table declares int32"},
+        {-1, {sensitivity}, "android.sensor.sensitivity: found int32[1] in the frame"},
+    };
+    for (const auto& row : rows) {
+        CallRecord call;
+        call.outcome.result = row.result;
+        call.reads = row.reads;
+        EXPECT_EQ(failureClause(call), row.clause);
+    }
+    EXPECT_EQ(readText(sensitivity),
+              "android.sensor.sensitivity (0x000e0002) in the frame: int32[1]");
+    EXPECT_EQ(readText(lookup("no.such.tag", 0, LookupPlace::Container, false)),
+              "no.such.tag (unknown to the tag table) in another container: not found");
 }
 
 }  // namespace

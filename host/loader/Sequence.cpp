@@ -133,9 +133,14 @@ private:
         // The base: the blocks' frame and the file's statics and input size.
         DumpOptions o = options_;
         const std::string& name = log.cameras[camera];
-        if (!o.camera && isNumber(name)) o.camera = std::stoi(name);
+        const bool fromEvents = !o.camera && isNumber(name);
+        if (fromEvents) o.camera = std::stoi(name);
         part_.base = captureFromDump(dump(), o);
         part_.base.satCameraId = part_.base.cameraId;
+        // The reader, not the user, chose the camera: its note says so.
+        if (fromEvents && !part_.base.notes.empty()) {
+            part_.base.notes.front() = "camera " + name + ": the camera of the events";
+        }
 
         // The chosen camera's events, in the order of the log.
         part_.log.file = log.file;

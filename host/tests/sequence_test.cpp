@@ -221,7 +221,7 @@ TEST(FrameRule, GivesEachFrameItsTags) {
 // one after the other.
 TEST(FrameBlocks, OneFrameABlockFileAfterFile) {
     const std::string block = "Dumping camera metadata array: 1 / 1 entries\n";
-    const auto d = load({"03-14 09:41:02.500  5120  5133 D CamX: " + block +
+    const auto d = load({"03-14 09:41:02.500  5120  5133 D CamHal: " + block +
                              "android.control.afMode (10007): byte[1]\n[AUTO ]\n" + block +
                              "android.sync.frameNumber (170000): int64[1]\n[42 ]\n" + block +
                              "android.sensor.timestamp (e0010): int64[1]\n[777 ]\n",

@@ -20,7 +20,7 @@
 #
 # Prints one line per mutation (caught, with the tests that caught it, or
 # SURVIVED), then the score, and writes every fault with all the tests that
-# catch it to build-mutate-kills.tsv (a test that is the only one to catch a
+# catch it to build-mutate/kills.tsv (a test that is the only one to catch a
 # fault must stay). Exits non-zero if a mutation did not apply or did not
 # build. Sources are restored after each mutation and on interrupt.
 set -euo pipefail
@@ -74,7 +74,8 @@ trap 'exit 130' INT TERM
 declare -A configured=()
 total=0 caught=0 broken=0
 # Which tests catch which fault: file, fault, the catching tests.
-kills=build-mutate-kills.tsv
+kills=build-mutate/kills.tsv
+((list)) || mkdir -p build-mutate
 ((list)) || : >"$kills"
 while IFS=$'\t' read -r -u 3 tree file old new what; do
     [[ -z "$tree" || "$tree" == \#* ]] && continue

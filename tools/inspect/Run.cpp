@@ -91,6 +91,14 @@ std::vector<const Getter*> gettersOf(const Arguments& a) {
     return chosen;
 }
 
+// The page's lines of the camera ids and input size a capture was run with.
+void addIds(HtmlPage& page, const Capture& capture) {
+    page.addRead("camera", std::to_string(capture.cameraId) + ", SAT camera " +
+                               std::to_string(capture.satCameraId));
+    page.addRead("input",
+                 std::to_string(capture.inputWidth) + "x" + std::to_string(capture.inputHeight));
+}
+
 // A session's frames through the chosen getters, and their views.
 std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings) {
     const std::vector<const Getter*> getters = gettersOf(a);
@@ -117,12 +125,7 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
         frames.push_back({info.number, info.timestamp, runGetters(*frame.capture, getters)});
         if (html) {
             const Capture& capture = *frame.capture;
-            if (i == 0) {
-                page.addRead("camera", std::to_string(capture.cameraId) + ", SAT camera " +
-                                           std::to_string(capture.satCameraId));
-                page.addRead("input", std::to_string(capture.inputWidth) + "x" +
-                                          std::to_string(capture.inputHeight));
-            }
+            if (i == 0) addIds(page, capture);
             // Drawn without the caption, which names the frame: frames of the
             // same geometry share one picture in the page.
             Capture drawn = capture;
@@ -130,18 +133,17 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
             page.addFrame(frames.back(),
                           drawGeometry(drawn, runGetters(capture, geometryGetters())));
         }
-        // Only the JSON report and the page show log lines (when asked for)
-        // and lookups: the others keep none.
+        // The page has taken the frame already; of the rest only the JSON
+        // report shows log lines (when asked for) and lookups.
         for (CallRecord& call : frames.back().calls) {
             if (!a.logs) call.logs.clear();
-            if (!a.json && !html) call.reads.clear();
+            if (!a.json) call.reads.clear();
         }
     }
-    if (!a.svgPath.empty()) {
-        kvhost::loader::writeFileAtomically(a.svgPath, drawTimelines(frames, a.path));
-    }
+    const std::string timelines = a.svgPath.empty() && !html ? "" : drawTimelines(frames, a.path);
+    if (!a.svgPath.empty()) kvhost::loader::writeFileAtomically(a.svgPath, timelines);
     if (html) {
-        page.setTimelines(drawTimelines(frames, a.path));
+        page.setTimelines(timelines);
         kvhost::loader::writeFileAtomically(a.htmlPath, page.html());
     }
     if (a.json) return kvhost::loader::jsonText(framesJson(frames, a.logs), 2) + "\n";
@@ -182,10 +184,7 @@ std::string produce(const Arguments& a, std::vector<std::string>& warnings) {
         page.setTitle(capture.file);
         page.addRead("file", capture.file);
         if (!capture.description.empty()) page.addRead("description", capture.description);
-        page.addRead("camera", std::to_string(capture.cameraId) + ", SAT camera " +
-                                   std::to_string(capture.satCameraId));
-        page.addRead("input", std::to_string(capture.inputWidth) + "x" +
-                                  std::to_string(capture.inputHeight));
+        addIds(page, capture);
         for (const std::string& note : capture.notes) page.addRead("note", note);
         for (const std::string& warning : capture.warnings) page.addRead("warning", warning);
         page.addFrame({0, 0, calls}, geometry);
@@ -248,6 +247,7 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
         ->excludes(save)
         ->excludes(frames);
     save->excludes(frames);
+    tags->excludes(frames);  // the frames' table and CSV have no room for lookups
     try {
         app.parse(argc, argv);
         a.path = a.files.front();

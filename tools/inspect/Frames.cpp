@@ -24,10 +24,6 @@ const Getter* getterNamed(const std::string& method) {
     return nullptr;
 }
 
-std::string resultText(const Outcome& o) {
-    return o.result ? std::to_string(*o.result) : o.skipped.empty() ? "" : "--";
-}
-
 // An output's fields as CSV columns: "crop.left", "gains[2]"; scalars under
 // the prefix itself.
 void flatten(const Json& v, const std::string& prefix,

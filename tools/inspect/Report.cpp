@@ -345,7 +345,7 @@ std::string textReport(const Capture& capture, const std::vector<CallRecord>& ca
         const Outcome& o = call.outcome;
         std::string method = call.getter->method;
         method.resize(width, ' ');
-        std::string result = o.result ? std::to_string(*o.result) : o.skipped.empty() ? "" : "--";
+        std::string result = resultText(o);
         result.insert(0, 3 - std::min<size_t>(3, result.size()), ' ');
         const std::string lead = "  " + method + "  " + result + "  ";
         const std::string given =
@@ -387,6 +387,10 @@ std::string callText(const CallRecord& call) {
     std::string all = out.str();
     all.pop_back();  // the last line's end
     return all;
+}
+
+std::string resultText(const Outcome& o) {
+    return o.result ? std::to_string(*o.result) : o.skipped.empty() ? "" : "--";
 }
 
 Json callJson(const CallRecord& call, bool withLogs) {

@@ -33,6 +33,10 @@ const CallRecord* findCall(const std::vector<CallRecord>& calls, const char* met
 std::string textReport(const Capture& capture, const std::vector<CallRecord>& calls, bool withLogs,
                        bool withTags = false);
 Json jsonReport(const Capture& capture, const std::vector<CallRecord>& calls, bool withLogs);
+// A call's result code as the reports print it: the number, "--" for a call
+// not made, "" for a method without a result code.
+std::string resultText(const Outcome& outcome);
+
 // One call as the JSON report gives it: its lookups always, as "reads".
 Json callJson(const CallRecord& call, bool withLogs);
 // A call's output as the text report shows it, without the method and the

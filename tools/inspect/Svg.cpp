@@ -135,7 +135,7 @@ public:
         std::string why;
         if (const CallRecord* call = findCall(calls_, method)) {
             const Outcome& o = call->outcome;
-            why = o.result ? std::to_string(*o.result) : o.skipped.empty() ? "" : "not called";
+            why = o.skipped.empty() ? resultText(o) : "not called";
         }
         items_.push_back(what + (why.empty() ? "" : " (" + std::string(method) + " " + why + ")"));
     }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <limits>
 #include <new>
 #include <optional>
 #include <set>
@@ -584,6 +585,60 @@ LoadResult Sequence::frame(size_t i) const {
         result.error = "frame " + std::to_string(i) + ": out of memory";
     }
     return result;
+}
+
+std::vector<RecordedTag> Sequence::recordedTags() const {
+    std::vector<RecordedTag> tags;
+    if (!data_) return tags;
+    const auto add = [&](const kvhost::TagInfo* info, int64_t frame) {
+        const auto known = std::find_if(tags.begin(), tags.end(),
+                                        [&](const RecordedTag& t) { return t.id == info->id; });
+        if (known == tags.end()) {
+            tags.push_back({info->name, info->id, frame});
+        } else if (frame < known->firstFrame) {
+            known->firstFrame = frame;
+        }
+    };
+    for (const loader::SequencePart& part : data_->parts) {
+        if (part.fromBlocks) {
+            for (const loader::SequencePart::Frame& f : part.frames) {
+                for (uint32_t k = f.first; k < f.end; ++k) {
+                    add(part.infos[part.log.events[k].tag], f.number);
+                }
+            }
+            continue;
+        }
+        for (const loader::SequencePart::Track& t : part.tracks) {
+            int64_t first = std::numeric_limits<int64_t>::max();
+            for (const std::vector<uint32_t>& side : t.sides) {
+                if (!side.empty()) first = std::min(first, part.log.events[side.front()].frame);
+            }
+            add(t.info, first);
+        }
+    }
+    return tags;
+}
+
+bool Sequence::changed(size_t i, uint32_t id) const {
+    if (i >= frameCount()) return false;
+    const auto [part, k] = locate(*data_, i);
+    const loader::SequencePart::Frame& f = part->frames[k];
+    if (part->fromBlocks) {
+        for (uint32_t e = f.first; e < f.end; ++e) {
+            if (part->infos[part->log.events[e].tag]->id == id) return true;
+        }
+        return false;
+    }
+    for (const loader::SequencePart::Track& t : part->tracks) {
+        if (t.info->id != id) continue;
+        for (const std::vector<uint32_t>& side : t.sides) {
+            const auto at = std::lower_bound(
+                side.begin(), side.end(), f.number,
+                [&](uint32_t e, int64_t n) { return part->log.events[e].frame < n; });
+            if (at != side.end() && part->log.events[*at].frame == f.number) return true;
+        }
+    }
+    return false;
 }
 
 namespace {

@@ -214,6 +214,23 @@ TEST(FrameRule, GivesEachFrameItsTags) {
         EXPECT_EQ(tagsOf(*d, i), want) << "frame " << i;
         EXPECT_EQ(s.info(i).timestamp, stamps[i]) << "frame " << i;
     }
+    // Recorded per frame: the monitored tags with events, from their first
+    // event; orientation comes from the blocks. A frame without an event of
+    // a tag did not change it.
+    const std::vector<kvhost::RecordedTag> recorded = s.recordedTags();
+    ASSERT_EQ(recorded.size(), 2u);
+    EXPECT_EQ(recorded[0].name, "android.control.afMode");
+    EXPECT_EQ(recorded[0].firstFrame, 2);
+    EXPECT_EQ(recorded[1].name, "android.control.zoomRatio");
+    EXPECT_EQ(recorded[1].firstFrame, 3);
+    const uint32_t afMode = recorded[0].id;
+    const bool changed[] = {false, true, true, true};
+    for (size_t i = 0; i < frames.size(); ++i) {
+        EXPECT_EQ(s.changed(i, afMode), changed[i]) << "frame " << i;
+    }
+    EXPECT_FALSE(s.changed(0, recorded[1].id));
+    EXPECT_TRUE(s.changed(2, recorded[1].id));
+    EXPECT_FALSE(s.changed(3, recorded[1].id));
 }
 
 // A log that a HAL fills with each result's metadata: one frame a block,
@@ -234,6 +251,14 @@ TEST(FrameBlocks, OneFrameABlockFileAfterFile) {
     EXPECT_EQ(s.info(2).timestamp, 777);
     EXPECT_EQ(tagsOf(*d, 0), (Tags{{"android.control.afMode", kAuto}}));
     EXPECT_EQ(tagsOf(*d, 3), (Tags{{"android.jpeg.orientation", bytesOf<int32_t>({90})}}));
+    // Every tag of a block is recorded on its frame.
+    std::vector<std::string> recorded;
+    for (const kvhost::RecordedTag& t : s.recordedTags()) recorded.push_back(t.name);
+    EXPECT_EQ(recorded,
+              (std::vector<std::string>{"android.control.afMode", "android.sync.frameNumber",
+                                        "android.sensor.timestamp", "android.jpeg.orientation"}));
+    EXPECT_TRUE(s.changed(0, s.recordedTags()[0].id));
+    EXPECT_FALSE(s.changed(1, s.recordedTags()[0].id));
 }
 
 TEST(BadEvents, AreLeftOutWithAWarningNamingTheLine) {

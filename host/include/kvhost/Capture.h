@@ -122,6 +122,13 @@ struct FrameInfo {
     int64_t timestamp = 0;  // ns
 };
 
+// A tag a session recorded frame by frame (Sequence::recordedTags).
+struct RecordedTag {
+    std::string name;
+    uint32_t id = 0;         // in the host tag table: the tag of a frame's container
+    int64_t firstFrame = 0;  // the frame number of its first event in the log
+};
+
 // A loaded sequence holds the events of its files and the base capture of
 // each (static metadata, input size, the tags that events do not carry), not
 // its frames: frame(i) builds one. Copies share what they hold.
@@ -134,6 +141,15 @@ public:
     // adapter script) as loadCapture installs a capture; errors as values.
     // The frames of one file share their static metadata containers.
     LoadResult frame(size_t i) const;
+    // The tags whose values the session recorded frame by frame: the tag
+    // monitor's monitored tags that have events, in the order the log
+    // lists them, or every tag of a log of frame blocks. The other tags of
+    // a frame come from the dump's request and result blocks and are the
+    // same in every frame.
+    std::vector<RecordedTag> recordedTags() const;
+    // Whether the log printed tag `id` for frame i, on either side. The tag
+    // monitor logs changes only: a frame without an event kept the value.
+    bool changed(size_t i, uint32_t id) const;
     // What the reader chose, and what it left out ("file:line: what").
     const std::vector<std::string>& notes() const;
     const std::vector<std::string>& warnings() const;

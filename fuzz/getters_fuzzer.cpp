@@ -17,10 +17,14 @@
 //   and a method that refuses a short tag must return -1 with its outputs
 //   untouched.
 // - getters_wellformed_fuzzer: only tags of their declared type that pass the
-//   loader's length rules. With KVFUZZ_DIGEST=<file> each call appends a line
-//   (method, result, hash of the outputs, hash of the frame and the log
-//   lines): scripts/fuzz.sh replays one corpus through this target built on
-//   the default and on the hardened library and compares the two files.
+//   loader's length rules. With KVFUZZ_DIGEST=<dir> each input's calls go
+//   into <dir>/<hash of the input>, a line per call (method, result, hash
+//   of the outputs, hash of the frame and the log lines), written anew each
+//   time the input runs; the hash is also printed on stderr after
+//   libFuzzer's "Running: <file>". scripts/fuzz.sh replays one corpus
+//   through this target built on the default and on the hardened library
+//   and compares the two folders input by input
+//   (scripts/compare_digests.py).
 #include <cinttypes>
 
 #include "FuzzSupport.h"
@@ -32,7 +36,7 @@ using kvalgo2::ChiRect;
 using kvalgo2::MetaUtils;
 
 constexpr bool kWellFormed = KVFUZZ_WELL_FORMED;
-FILE* gDigest = nullptr;
+const char* gDigestDir = nullptr;
 std::vector<kvhost::TagInfo> gTags;
 std::vector<size_t> gFit;  // Fit() of each tag
 
@@ -263,7 +267,7 @@ bool RefusedByItself(const std::vector<kvhost::LogRecord>& lines, const std::str
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     kvfuzz::InitProcess();
-    if (const char* path = std::getenv("KVFUZZ_DIGEST")) gDigest = std::fopen(path, "w");
+    gDigestDir = std::getenv("KVFUZZ_DIGEST");
     // Without padding every read past a payload reaches AddressSanitizer; a
     // well-formed frame is read inside its payloads by both builds.
     kvhost::setExactPayloads(!kWellFormed);
@@ -273,6 +277,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const uint8_t* const data0 = data;
+    const size_t size0 = size;
     Session s;
     s.args = kvfuzz::Take<Args>(data, size);
     s.image = UtilsImageBuf{s.args.ints[0], s.args.ints[1]};
@@ -287,6 +293,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (int records = 0; size != 0 && records < 64; ++records) StoreTag(data, size, containers);
     s.utils.SetCameraId(s.args.cameraId, s.args.satCameraId);
 
+    // The input's digest file, named by the input's bytes: an input that
+    // runs twice writes the same file twice.
+    FILE* digest = nullptr;
+    if (gDigestDir != nullptr) {
+        char key[17];
+        std::snprintf(key, sizeof key, "%016" PRIx64, Fnv(data0, size0));
+        const std::string path = std::string(gDigestDir) + "/" + key;
+        digest = std::fopen(path.c_str(), "w");
+        KVFUZZ_CHECK(digest != nullptr, "cannot write %s", path.c_str());
+        std::fprintf(stderr, "kvfuzz digest %s\n", key);
+    }
     kvhost::LogCapture capture;
     for (const auto& [name, run] : kMethods) {
         capture.clear();
@@ -305,7 +322,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             KVFUZZ_CHECK(rc == -1 && s.outs == s.before,
                          "%s refused a short tag with %d or wrote its output", name, rc);
         }
-        if (gDigest != nullptr) {
+        if (digest != nullptr) {
             // Every tag of the frame (what the setters left there) and the log lines.
             uint64_t h = Fnv(nullptr, 0);
             for (const kvhost::TagInfo& tag : gTags) {
@@ -316,10 +333,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             }
             for (const auto& r : lines)
                 h = Fnv(r.text.data(), r.text.size(), Fnv(&r.level, sizeof r.level, h));
-            std::fprintf(gDigest, "%s %d %016" PRIx64 " %016" PRIx64 "\n", name, rc, s.Hash(), h);
+            std::fprintf(digest, "%s %d %016" PRIx64 " %016" PRIx64 "\n", name, rc, s.Hash(), h);
         }
     }
-    if (gDigest != nullptr) std::fflush(gDigest);
+    if (digest != nullptr) std::fclose(digest);
     kvhost::clearStaticMetadata();
     return 0;
 }

@@ -1,6 +1,8 @@
 // The readers of metautils-inspect on arbitrary text: the device dump reader
-// (dump_reader_fuzzer) and the capture description reader
-// (capture_reader_fuzzer, built with KVFUZZ_CAPTURE).
+// and the capture description reader (built with KVFUZZ_CAPTURE), each as a
+// reader-only target (dump_reader, capture_reader: thousands of inputs a
+// second) and a rendering one (dump_render, capture_render, built with
+// KVFUZZ_RENDER: every output of the tool on each accepted input).
 //
 // Checks, for every input:
 // - the reader either refuses the text with an InputError (naming the file,
@@ -8,11 +10,12 @@
 // - a dump has blocks numbered from 1, each entry's payload exactly its
 //   count of elements, and every warning names the file and a line;
 // - a capture built from an accepted text has whole payloads that the
-//   library does not read past, and every output of metautils-inspect
-//   renders from it: the text report with and without log lines, the JSON
-//   report, the drawing, and for a dump the block list and the saved
-//   capture, which read back gives the same JSON report but for the file's
-//   name.
+//   library does not read past; a dump's capture saved as a description
+//   reads back and saves as the same text.
+// Rendering, besides: every output of metautils-inspect renders from the
+// capture: the text report with and without log lines, the JSON report, the
+// drawing, and for a dump the block list; the saved capture read back gives
+// the same JSON report but for the file's name.
 #include <utility>
 
 #include "Capture.h"
@@ -74,7 +77,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
 #if !defined(KVFUZZ_CAPTURE)
     const std::string saved = kvhost::loader::captureText(read);
+    kvhost::loader::Capture again;
+    try {
+        again = kvhost::loader::parseCapture(saved, "saved");
+    } catch (const kvhost::loader::InputError& e) {
+        KVFUZZ_CHECK(false, "the saved capture does not read back: %s\n%s", e.what(),
+                     saved.c_str());
+    }
+    const std::string resaved = kvhost::loader::captureText(again);
+    KVFUZZ_CHECK(resaved == saved, "the saved capture saves otherwise:\n%s\n%s", saved.c_str(),
+                 resaved.c_str());
 #endif
+#if defined(KVFUZZ_RENDER)
     const kvhost::Capture capture = kvhost::loader::install(std::move(read));
     const std::vector<inspect::CallRecord> calls = inspect::runGetters(capture);
     KVFUZZ_CHECK(!calls.empty() && !inspect::textReport(capture, calls, true, true).empty() &&
@@ -88,13 +102,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                  "a drawing that does not end: %s", svg.substr(0, 200).c_str());
 #if !defined(KVFUZZ_CAPTURE)
     KVFUZZ_CHECK(!kvhost::loader::listBlocks(dump).empty(), "no block list");
-    kvhost::loader::Capture again;
-    try {
-        again = kvhost::loader::parseCapture(saved, "saved");
-    } catch (const kvhost::loader::InputError& e) {
-        KVFUZZ_CHECK(false, "the saved capture does not read back: %s\n%s", e.what(),
-                     saved.c_str());
-    }
     const kvhost::Capture reloaded = kvhost::loader::install(std::move(again));
     inspect::Json second = inspect::jsonReport(reloaded, inspect::runGetters(reloaded), false);
     // The file's name differs; the calls to the platform adapter that the
@@ -116,5 +123,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     KVFUZZ_CHECK(same, "the saved capture reports otherwise:\n%s\n%s", a.c_str(), b.c_str());
 #endif
+#endif  // KVFUZZ_RENDER
     return 0;
 }

@@ -1,15 +1,21 @@
-// The session reader of metautils-inspect --frames on arbitrary text
-// (sequence_reader_fuzzer): a tag monitor event log of any layout, or a log
-// of frame metadata blocks.
+// The session reader of metautils-inspect --frames on arbitrary text: a tag
+// monitor event log of any layout, or a log of frame metadata blocks. Two
+// targets: sequence_reader, the reader alone (thousands of inputs a
+// second), and sequence_render (KVFUZZ_RENDER), every view of --frames.
 //
 // Checks, for every input:
 // - the reader either refuses the text with an InputError naming the file,
 //   or accepts it; every warning names the file and a line;
 // - an accepted sequence has frameCount() frames, an event log's frame
-//   numbers strictly ascending; each of the first kFrames frames loads (or
-//   fails with an error naming the file) and every view of --frames renders
-//   from them: the table, the JSON with and without log lines, the CSV
-//   (every row as wide as its header) and the timelines' drawing.
+//   numbers strictly ascending; every frame's tags are whole payloads,
+//   each tag once, and a recorded tag changes only on frames that have its
+//   event.
+// Rendering, besides: each of the first kFrames frames loads (or fails with
+// an error naming the file) and every view of --frames renders from them:
+// the table, the JSON with and without log lines, the CSV (every row as wide
+// as its header) and the timelines' drawing.
+#include <optional>
+#include <set>
 #include <utility>
 
 #include "Frames.h"
@@ -17,14 +23,17 @@
 #include "JsonReader.h"
 #include "Sequence.h"
 #include "Svg.h"
+#include "TagPayload.h"
 
 namespace {
 
-constexpr size_t kFrames = 50;  // per input, to keep a run fast
 
 bool namesLine(const std::string& w) {
     return w.rfind("f:", 0) == 0 && w.size() > 2 && w[2] >= '1' && w[2] <= '9';
 }
+
+#if defined(KVFUZZ_RENDER)
+constexpr size_t kFrames = 50;  // rendered per input, to keep a run fast
 
 // The CSV's rows, each as its number of fields; quoted fields may hold
 // commas and line ends.
@@ -43,6 +52,16 @@ std::vector<size_t> csvWidths(const std::string& csv) {
         }
     }
     return widths;
+}
+#endif
+
+// The bytes of tag `id` among `tags`, with its count; nothing when absent.
+std::optional<std::pair<size_t, std::vector<uint8_t>>> valueOf(
+    const std::vector<kvhost::loader::TagPayload>& tags, uint32_t id) {
+    for (const kvhost::loader::TagPayload& p : tags) {
+        if (p.info->id == id) return std::make_pair(p.count, p.bytes);
+    }
+    return std::nullopt;
 }
 
 }  // namespace
@@ -75,6 +94,29 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                      static_cast<long long>(part.frames[i - 1].number));
     }
     const kvhost::Sequence sequence(read);
+    // Every frame's tags: whole payloads, each tag once; a recorded tag's
+    // value changes only on a frame that has its event.
+    const std::vector<kvhost::RecordedTag> recorded = sequence.recordedTags();
+    std::vector<kvhost::loader::TagPayload> previous;
+    for (size_t i = 0; i < part.frames.size(); ++i) {
+        std::vector<kvhost::loader::TagPayload> tags = kvhost::loader::frameTags(part, i);
+        std::set<uint32_t> seen;
+        for (const kvhost::loader::TagPayload& p : tags) {
+            KVFUZZ_CHECK(p.bytes.size() == p.count * kvhost::typeSize(p.info->type) &&
+                             kvhost::loader::lengthProblem(p).empty(),
+                         "frame %zu: %s: %zu bytes for %zu values", i, p.info->name.c_str(),
+                         p.bytes.size(), p.count);
+            KVFUZZ_CHECK(seen.insert(p.info->id).second, "frame %zu: %s twice", i,
+                         p.info->name.c_str());
+        }
+        for (size_t t = 0; i > 0 && !part.fromBlocks && t < recorded.size(); ++t) {
+            const uint32_t id = recorded[t].id;
+            KVFUZZ_CHECK(sequence.changed(i, id) || valueOf(tags, id) == valueOf(previous, id),
+                         "frame %zu: %s changed without an event", i, recorded[t].name.c_str());
+        }
+        previous = std::move(tags);
+    }
+#if defined(KVFUZZ_RENDER)
     const std::vector<const inspect::Getter*> getters = inspect::defaultFrameGetters();
     std::vector<inspect::FrameCalls> frames;
     for (size_t i = 0; i < std::min(sequence.frameCount(), kFrames); ++i) {
@@ -104,5 +146,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string svg = inspect::drawTimelines(frames, "f");
     KVFUZZ_CHECK(svg.size() > 7 && svg.compare(svg.size() - 7, 7, "</svg>\n") == 0,
                  "a drawing that does not end: %s", svg.substr(0, 200).c_str());
+#endif  // KVFUZZ_RENDER
     return 0;
 }

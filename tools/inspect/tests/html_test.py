@@ -120,7 +120,7 @@ def check_calls(shown, calls, where):
 
 
 def wait_for_frame(driver, number):
-    WebDriverWait(driver, 10).until(lambda d: d.execute_script(
+    WebDriverWait(driver, 60).until(lambda d: d.execute_script(
         "return document.getElementById('calls').dataset.frame") == str(number))
 
 

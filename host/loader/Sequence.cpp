@@ -394,11 +394,11 @@ private:
         for (const int k : order) {
             std::vector<TagPayload>& frame =
                 k < 0 ? part_.base.frame : tags[static_cast<size_t>(k)];
-            if (k >= 0 && fwk != nullptr &&
+            const bool addFwk =
+                k >= 0 && fwk != nullptr &&
                 std::none_of(frame.begin(), frame.end(),
-                             [&](const TagPayload& p) { return p.info == fwk->info; })) {
-                frame.push_back(*fwk);
-            }
+                             [&](const TagPayload& p) { return p.info == fwk->info; });
+            if (addFwk) frame.push_back(*fwk);
             SequencePart::Frame f;
             const DumpBlock* block = k < 0 ? merged : alone[static_cast<size_t>(k)];
             f.number = firstElement<int64_t>(frame, kFrameNumber)
@@ -408,6 +408,7 @@ private:
             f.timestamp = stamp ? *stamp : time != times.end() ? time->second : 0;
             f.first = static_cast<uint32_t>(part_.log.events.size());
             for (const TagPayload& p : frame) addEvent(f, p);
+            if (addFwk) part_.log.events.back().added = true;
             f.end = static_cast<uint32_t>(part_.log.events.size());
             part_.frames.push_back(f);
         }
@@ -603,7 +604,8 @@ std::vector<RecordedTag> Sequence::recordedTags() const {
         if (part.fromBlocks) {
             for (const loader::SequencePart::Frame& f : part.frames) {
                 for (uint32_t k = f.first; k < f.end; ++k) {
-                    add(part.infos[part.log.events[k].tag], f.number);
+                    const loader::TagEvent& e = part.log.events[k];
+                    if (!e.added) add(part.infos[e.tag], f.number);
                 }
             }
             continue;
@@ -624,8 +626,9 @@ bool Sequence::changed(size_t i, uint32_t id) const {
     const auto [part, k] = locate(*data_, i);
     const loader::SequencePart::Frame& f = part->frames[k];
     if (part->fromBlocks) {
-        for (uint32_t e = f.first; e < f.end; ++e) {
-            if (part->infos[part->log.events[e].tag]->id == id) return true;
+        for (uint32_t k = f.first; k < f.end; ++k) {
+            const loader::TagEvent& e = part->log.events[k];
+            if (!e.added && part->infos[e.tag]->id == id) return true;
         }
         return false;
     }

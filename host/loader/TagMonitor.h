@@ -44,6 +44,7 @@ struct TagEvent {
     uint16_t physical = 0;  // index into EventLog::physicalIds; 0 for the logical camera
     Side side = Side::Request;
     bool removed = false;
+    bool added = false;  // by the reader (a block's framework camera id), not printed
 };
 
 struct EventTag {

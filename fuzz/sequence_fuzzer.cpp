@@ -27,7 +27,6 @@
 
 namespace {
 
-
 bool namesLine(const std::string& w) {
     return w.rfind("f:", 0) == 0 && w.size() > 2 && w[2] >= '1' && w[2] <= '9';
 }

@@ -18,7 +18,8 @@
 # disagree on a call of the getters' corpus. A failing input is kept as
 # build-fuzz/runs/<target>/crash-* (or timeout-*, oom-*); replay it with
 # build-fuzz/<target>_fuzzer <file>. The logs of each run are
-# build-fuzz/runs/<target>/log.<round>.
+# build-fuzz/runs/<target>/log.<round>; the replays' digests and logs are
+# in build-fuzz/digests/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -36,17 +37,15 @@ targets=(map_rect final_crop faces_focus dump_reader dump_render capture_reader 
 declare -A seeds=([dump_render]=dump_reader [capture_render]=capture_reader
                   [sequence_render]=sequence_reader)
 
+# The hardened library is built beside the default one (hardened/ in the
+# tree): the getters target runs on it through the library path, and the
+# well-formed corpus is replayed through both (below).
 cmake -S fuzz -B "$build" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build "$build" -j2 >/dev/null
-
-# Every getter and setter: on tags of any type and length against the
-# hardened library (its own tree), on well-formed tags against the default
-# one; the well-formed corpus is then replayed through both (below).
-hardened="build-fuzz-hardened"
-cmake -S fuzz -B "$hardened" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DMETAUTILS_HARDENED=ON >/dev/null
-cmake --build "$hardened" -j2 --target getters_fuzzer getters_wellformed_fuzzer >/dev/null
-declare -A binary=([getters]="$hardened/getters_fuzzer")
+twin=$(dirname "$(find "$build" -path '*/hardened/libcom.kovani.metautils.so' | head -n 1)")
+[ -f "$twin/libcom.kovani.metautils.so" ] || { echo "fuzz: no hardened library in $build" >&2; exit 1; }
+# Every getter and setter on tags of any type and length: the hardened library.
+declare -A libpath=([getters]="$twin")
 
 # Quiet library logs, stack traces for sanitizer reports.
 export KVHOST_LOG_ECHO=0
@@ -65,7 +64,7 @@ fuzz() {
     local t=$1 dir=$runs/$1 max_len=4096
     # The readers' seeds are whole files.
     case $t in *_reader | *_render) max_len=16384 ;; esac
-    "${binary[$t]:-$build/${t}_fuzzer}" -max_total_time="$3" -timeout=10 -rss_limit_mb=2048 \
+    LD_LIBRARY_PATH=${libpath[$t]:-} "$build/${t}_fuzzer" -max_total_time="$3" -timeout=10 -rss_limit_mb=2048 \
         -max_len=$max_len -print_final_stats=1 -artifact_prefix="$dir/" "$dir/corpus" \
         >"$dir/log.$2" 2>&1
 }
@@ -132,14 +131,16 @@ done
 # input whose allocations did not balance. The first input is given twice:
 # an input that runs again must not count as a disagreement.
 mapfile -t corpus < <(find "$runs/getters_wellformed/corpus" -type f | sort)
-for tree in "$build" "$hardened"; do
-    rm -rf "$tree/digests"
-    mkdir -p "$tree/digests"
-    KVFUZZ_DIGEST="$tree/digests" "$tree/getters_wellformed_fuzzer" -detect_leaks=0 \
-        "${corpus[@]}" "${corpus[0]}" >"$tree/getters.replay.log" 2>&1 || true
+rm -rf "$build/digests"
+for lib in default hardened; do
+    mkdir -p "$build/digests/$lib"
+    path=""
+    [ $lib = hardened ] && path=$twin
+    LD_LIBRARY_PATH=$path KVFUZZ_DIGEST="$build/digests/$lib" "$build/getters_wellformed_fuzzer" \
+        -detect_leaks=0 "${corpus[@]}" "${corpus[0]}" >"$build/digests/$lib.log" 2>&1 || true
 done
-if agree=$(python3 scripts/compare_digests.py "$build/digests" "$hardened/digests" \
-    "$build/getters.replay.log"); then
+if agree=$(python3 scripts/compare_digests.py "$build/digests/default" "$build/digests/hardened" \
+    "$build/digests/default.log"); then
     printf 'fuzz %-18s %s between the default and the hardened build  ok\n' builds "$agree"
 else
     echo "fuzz builds: the default and the hardened build disagree:" >&2

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -61,6 +62,15 @@ inline kvalgo2::ChiRect Rect(uint32_t l, uint32_t t, uint32_t w, uint32_t h) {
 }
 inline std::vector<uint32_t> Fields(const __UtilsImage_Rect& r) {
     return {r.left, r.top, r.width, r.height};
+}
+
+// Whether the suite runs on the hardened library: a METAUTILS_HARDENED tree,
+// or a default tree whose hardened twin a run puts first on the library path
+// with KVTEST_HARDENED=1 (scripts/test.sh). The tests of short tags expect
+// its refusals, and the default library's trust otherwise.
+inline bool Hardened() {
+    const char* run = std::getenv("KVTEST_HARDENED");
+    return KVTEST_HARDENED_BUILD || (run != nullptr && std::string(run) == "1");
 }
 
 // A getter `int (MetaUtils::*)(shared_ptr<KvMetadata>, T* or T&, extra...)`

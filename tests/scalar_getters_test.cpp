@@ -321,7 +321,7 @@ TEST_P(SkeletonGetter, PayloadOneByteShortOfTheRead) {
     const Row& r = GetParam();
     const size_t reads = ReadBytes(r);
     if (reads < 2) GTEST_SKIP() << "a shorter payload is an empty one";
-    kvhost::setExactPayloads(KVTEST_HARDENED);
+    kvhost::setExactPayloads(Hardened());
     std::vector<uint8_t> bytes = r.payload.bytes;
     bytes.resize(reads - 1);
     const int put = Holder().putAnyType(r.tag.Id(), TagType::Byte, bytes.data(), bytes.size());
@@ -329,7 +329,7 @@ TEST_P(SkeletonGetter, PayloadOneByteShortOfTheRead) {
     ASSERT_EQ(put, 0);
     std::vector<uint8_t> out = Before();
     const int rc = r.invoke(utils, md, out.data());
-    if (!KVTEST_HARDENED) {
+    if (!Hardened()) {
         EXPECT_EQ(rc, 0);
         return;
     }

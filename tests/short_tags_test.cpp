@@ -148,13 +148,13 @@ class ShortTag : public PlatformTest, public ::testing::WithParamInterface<Short
 
 TEST_P(ShortTag, RefusedByTheHardenedBuild) {
     const ShortCase& c = GetParam();
-    if (!KVTEST_HARDENED && c.defaultRc == kNotRun) {
+    if (!Hardened() && c.defaultRc == kNotRun) {
         GTEST_SKIP() << "the default build reads past the container's padding";
     }
     utils.SetCameraId(2, 2);
     StaticFor(2)->putInt32(0xF0000u, {0, 0, 4000, 3000});
     md->putInt32(0xD0000u, {0, 0, 4000, 3000});
-    kvhost::setExactPayloads(KVTEST_HARDENED);
+    kvhost::setExactPayloads(Hardened());
     c.put(*md);
     kvhost::setExactPayloads(false);
     std::vector<uint8_t> out(c.outputBytes, 0xA5);
@@ -165,7 +165,7 @@ TEST_P(ShortTag, RefusedByTheHardenedBuild) {
         std::string(c.method) == "GetLSC" || std::string(c.method) == "GetImageName" ? kMU : kMtk;
     const Line refusal = L(3, file, c.method, c.shortLine);
     const bool refused = std::find(lines.begin(), lines.end(), refusal) != lines.end();
-    if (!KVTEST_HARDENED) {
+    if (!Hardened()) {
         EXPECT_EQ(rc, c.defaultRc);
         EXPECT_FALSE(refused);
         return;
@@ -187,7 +187,7 @@ TEST_F(MetaTest, FacesCountedInTheirBytes) {
     int* faces = nullptr;
     uint32_t count = 77;
     EXPECT_EQ(utils.GetFacesInfoHolder(md, &faces, &count), 0);
-    EXPECT_EQ(count, KVTEST_HARDENED ? 1u : 4u);
+    EXPECT_EQ(count, Hardened() ? 1u : 4u);
 }
 
 }  // namespace

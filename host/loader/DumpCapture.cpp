@@ -256,10 +256,7 @@ private:
         const kvhost::TagInfo* info = nullptr;
         if (e.id < 0x80000000u) {
             info = kvhost::findTag(e.id);
-            if (info == nullptr) {
-                warn(e, "an Android tag id the table does not hold");
-                return nullptr;
-            }
+            if (info == nullptr && !(info = newerAndroidTag(e))) return nullptr;
         } else {
             std::string name = e.name;
             if (kvhost::findTag(name.c_str()) == nullptr) {
@@ -275,6 +272,24 @@ private:
             warn(e, std::string("printed as ") + kvhost::typeName(e.type) + ", but " + info->name +
                         " holds " + kvhost::typeName(info->type) + " values");
             return nullptr;
+        }
+        return info;
+    }
+
+    // An Android tag that a newer Android than the tag table's knows: read
+    // by the name and element type its line prints, and said once.
+    const kvhost::TagInfo* newerAndroidTag(const DumpEntry& e) {
+        int rc = 0;
+        const kvhost::TagInfo* info =
+            e.name.rfind("android.", 0) == 0 ? addVendorTag(e.name, e.id, e.type, &rc) : nullptr;
+        if (info == nullptr) {
+            warn(e, "an Android tag id the table does not hold");
+            return nullptr;
+        }
+        if (newerTags_.insert(e.name).second) {
+            c_.notes.push_back(dump_.file + ":" + std::to_string(e.line) + ": " + e.name +
+                               ": an Android tag newer than the tag table (Android 16), read as " +
+                               "the dump prints it (" + kvhost::typeName(e.type) + ")");
         }
         return info;
     }
@@ -332,6 +347,7 @@ private:
     Capture c_;
     std::optional<int> camera_;
     std::map<uint32_t, std::string> vendorNames_;  // the dump's vendor tag list, by id
+    std::set<std::string> newerTags_;              // Android tags the table lacks, noted
 };
 
 }  // namespace

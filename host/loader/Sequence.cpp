@@ -394,10 +394,10 @@ private:
         for (const int k : order) {
             std::vector<TagPayload>& frame =
                 k < 0 ? part_.base.frame : tags[static_cast<size_t>(k)];
-            const bool addFwk =
-                k >= 0 && fwk != nullptr &&
-                std::none_of(frame.begin(), frame.end(),
-                             [&](const TagPayload& p) { return p.info == fwk->info; });
+            const bool addFwk = k >= 0 && fwk != nullptr &&
+                                std::none_of(frame.begin(), frame.end(), [&](const TagPayload& p) {
+                                    return p.info == fwk->info;
+                                });
             if (addFwk) frame.push_back(*fwk);
             SequencePart::Frame f;
             const DumpBlock* block = k < 0 ? merged : alone[static_cast<size_t>(k)];

@@ -4,6 +4,7 @@
 // dumpsys becomes the frame and static metadata the defaults and options say.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <optional>
 #include <string>
@@ -315,15 +316,29 @@ TEST(DumpCapture, UnnamedVendorTagIsNamedByTheVendorList) {
 
 TEST(DumpCapture, TagsThatDoNotFitAreLeftOutWithAWarning) {
     const Capture c = captureOf(
-        "Dumping camera metadata array: 4 / 4 entries\n"
+        "Dumping camera metadata array: 6 / 6 entries\n"
         // Printed as int32, but Android's AF mode holds bytes.
         "android.control.afMode (10007): int32[1]\n[1 ]\n"
         // Shorter than the 448-byte record the library copies.
         "kovani.ai.asd.SmartAE (80020000): byte[2]\n[1 2 ]\n"
         // A device tag on an id the table gives another tag: a fresh id.
         "org.example.dump.ownTag (80100003): float[1]\n[1.50000000 ]\n"
-        "android.scaler.cropRegion (d0000): int32[4]\n[1 2 3 4 ]\n");
-    ASSERT_EQ(c.warnings.size(), 2u);
+        "android.scaler.cropRegion (d0000): int32[4]\n[1 2 3 4 ]\n"
+        // Newer than the tag table: read as printed, said once; an id
+        // without an Android name stays out.
+        "android.future.level (1fff0): int32[2]\n[7 8 ]\n"
+        "other.future.level (1fff1): int32[1]\n[7 ]\n");
+    ASSERT_EQ(c.warnings.size(), 3u);
+    EXPECT_NE(c.warnings[2].find("d:12: other.future.level: an Android tag id the table does not"),
+              std::string::npos);
+    const TagPayload* newer = find(c.frame, "android.future.level");
+    ASSERT_NE(newer, nullptr);
+    EXPECT_EQ(newer->info->id, 0x1fff0u);
+    EXPECT_EQ(newer->count, 2u);
+    EXPECT_TRUE(std::any_of(c.notes.begin(), c.notes.end(), [](const std::string& n) {
+        return n.find("d:10: android.future.level: an Android tag newer than the tag table") !=
+               std::string::npos;
+    }));
     EXPECT_NE(c.warnings[0].find("d:2: android.control.afMode: printed as int32"),
               std::string::npos);
     EXPECT_NE(c.warnings[1].find("d:4: kovani.ai.asd.SmartAE: 2 byte values, but the library "

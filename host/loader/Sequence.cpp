@@ -623,8 +623,10 @@ std::vector<RecordedTag> Sequence::recordedTags() const {
 
 bool Sequence::changed(size_t i, uint32_t id) const {
     if (i >= frameCount()) return false;
-    const auto [part, k] = locate(*data_, i);
-    const loader::SequencePart::Frame& f = part->frames[k];
+    // Not a structured binding: the lambda below captures the part.
+    const std::pair<const loader::SequencePart*, size_t> at = locate(*data_, i);
+    const loader::SequencePart* part = at.first;
+    const loader::SequencePart::Frame& f = part->frames[at.second];
     if (part->fromBlocks) {
         for (uint32_t k = f.first; k < f.end; ++k) {
             const loader::TagEvent& e = part->log.events[k];

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <sstream>
 
+#include "Messages.h"
 #include "kvhost/Adapter.h"
 
 namespace inspect {
@@ -211,12 +212,14 @@ std::string adapterCall(const kvhost::AdapterCall& call) {
     }
 }
 
-std::string header(const Capture& c) {
+std::string header(const Capture& c, bool allMessages) {
     std::ostringstream out;
     out << "capture " << c.file << "\n";
     if (!c.description.empty()) out << "  " << c.description << "\n";
-    for (const std::string& note : c.notes) out << "  " << note << "\n";
-    for (const std::string& warning : c.warnings) out << "  warning: " << warning << "\n";
+    for (const std::string& note : messageLines(c.notes, allMessages)) out << "  " << note << "\n";
+    for (const std::string& warning : messageLines(c.warnings, allMessages)) {
+        out << "  warning: " << warning << "\n";
+    }
     out << "  camera " << c.cameraId << ", SAT camera " << c.satCameraId << "; input "
         << c.inputWidth << "x" << c.inputHeight << "; sensor size ";
     if (c.sensorSize) {
@@ -331,9 +334,9 @@ const CallRecord* findCall(const std::vector<CallRecord>& calls, const char* met
 }
 
 std::string textReport(const Capture& capture, const std::vector<CallRecord>& calls, bool withLogs,
-                       bool withTags) {
+                       bool withTags, bool allMessages) {
     std::ostringstream out;
-    out << header(capture);
+    out << header(capture, allMessages);
     size_t width = 0;
     for (const CallRecord& call : calls) width = std::max(width, std::strlen(call.getter->method));
     const char* subsystem = "";
@@ -430,6 +433,12 @@ Json jsonReport(const Capture& capture, const std::vector<CallRecord>& calls, bo
     report["description"] = capture.description;
     report["notes"] = capture.notes;
     report["warnings"] = capture.warnings;
+    // The kinds of warning, for a reader that wants the gist.
+    Json kinds = Json::array();
+    for (const MessageGroup& g : groupMessages(capture.warnings)) {
+        kinds.push_back({{"kind", g.kind}, {"count", g.messages.size()}});
+    }
+    report["warningKinds"] = std::move(kinds);
     report["camera"] = {{"cameraId", capture.cameraId}, {"satCameraId", capture.satCameraId}};
     report["input"] = {{"width", capture.inputWidth}, {"height", capture.inputHeight}};
     report["arguments"] = {

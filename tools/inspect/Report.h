@@ -29,9 +29,10 @@ std::vector<CallRecord> runGetters(const Capture& capture,
 const CallRecord* findCall(const std::vector<CallRecord>& calls, const char* method);
 
 // With `withTags`, each call's lookups under it; a call that gives -1 or -2
-// says in any case what its lookups show.
+// says in any case what its lookups show. The capture's notes and warnings
+// one line per kind (Messages.h), or each with `allMessages`.
 std::string textReport(const Capture& capture, const std::vector<CallRecord>& calls, bool withLogs,
-                       bool withTags = false);
+                       bool withTags = false, bool allMessages = false);
 Json jsonReport(const Capture& capture, const std::vector<CallRecord>& calls, bool withLogs);
 // A call's result code as the reports print it: the number, "--" for a call
 // not made, "" for a method without a result code.

@@ -9,6 +9,7 @@
 #include "Html.h"
 #include "JsonReader.h"
 #include "Load.h"
+#include "Messages.h"
 #include "Report.h"
 #include "Svg.h"
 #include "kvhost/Capture.h"
@@ -39,6 +40,7 @@ struct Arguments {
     bool logs = false;
     bool tags = false;
     bool list = false;
+    bool verbose = false;
     std::optional<int> camera;
     std::optional<int> frame;
     std::vector<std::string> statics;
@@ -116,8 +118,12 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
                                 : ""));
     for (const std::string& file : a.files) page.addRead("file", file);
     page.addRead("frames", std::to_string(sequence.frameCount()));
-    for (const std::string& note : sequence.notes()) page.addRead("note", note);
-    for (const std::string& warning : warnings) page.addRead("warning", warning);
+    for (const std::string& note : messageLines(sequence.notes(), a.verbose)) {
+        page.addRead("note", note);
+    }
+    for (const std::string& warning : messageLines(warnings, a.verbose)) {
+        page.addRead("warning", warning);
+    }
     for (size_t i = 0; i < sequence.frameCount(); ++i) {
         const kvhost::LoadResult frame = sequence.frame(i);
         if (!frame) throw Refusal{frame.error};
@@ -149,7 +155,7 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
     if (a.json) return kvhost::loader::jsonText(framesJson(frames, a.logs), 2) + "\n";
     if (a.csv) return framesCsv(frames);
     std::string out;
-    for (const std::string& note : sequence.notes()) out += note + "\n";
+    for (const std::string& note : messageLines(sequence.notes(), a.verbose)) out += note + "\n";
     return out + framesTable(frames);
 }
 
@@ -175,7 +181,7 @@ std::string produce(const Arguments& a, std::vector<std::string>& warnings) {
     const std::vector<CallRecord> calls = runGetters(capture, gettersOf(a));
     std::string report =
         a.json ? kvhost::loader::jsonText(jsonReport(capture, calls, a.logs), 2) + "\n"
-               : textReport(capture, calls, a.logs, a.tags);
+               : textReport(capture, calls, a.logs, a.tags, a.verbose);
     const std::string geometry =
         a.svgPath.empty() && a.htmlPath.empty() ? "" : drawGeometry(capture, calls);
     if (!a.svgPath.empty()) kvhost::loader::writeFileAtomically(a.svgPath, geometry);
@@ -185,8 +191,12 @@ std::string produce(const Arguments& a, std::vector<std::string>& warnings) {
         page.addRead("file", capture.file);
         if (!capture.description.empty()) page.addRead("description", capture.description);
         addIds(page, capture);
-        for (const std::string& note : capture.notes) page.addRead("note", note);
-        for (const std::string& warning : capture.warnings) page.addRead("warning", warning);
+        for (const std::string& note : messageLines(capture.notes, a.verbose)) {
+            page.addRead("note", note);
+        }
+        for (const std::string& warning : messageLines(capture.warnings, a.verbose)) {
+            page.addRead("warning", warning);
+        }
         page.addFrame({0, 0, calls}, geometry);
         kvhost::loader::writeFileAtomically(a.htmlPath, page.html());
     }
@@ -210,6 +220,8 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     CLI::Option* logs = app.add_flag("--logs", a.logs, "show the log lines of each call");
     CLI::Option* tags = app.add_flag("--tags", a.tags,
                                      "show the tags each call looked up, where, and what it found");
+    app.add_flag("--verbose", a.verbose,
+                 "list every note and warning, not one line per kind with its first places");
     CLI::Option* svg =
         app.add_option("--svg", a.svgPath, "draw the geometry of the capture into this SVG file");
     CLI::Option* html = app.add_option(
@@ -279,7 +291,7 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
         err << "metautils-inspect: " << problem << "\n";
         return 1;
     }
-    for (const std::string& w : warnings) err << "warning: " << w << "\n";
+    for (const std::string& w : messageLines(warnings, a.verbose)) err << "warning: " << w << "\n";
     out << text << std::flush;
     if (!out) {
         err << "metautils-inspect: " << a.path << ": cannot print the report: standard output "

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Html.h"
+#include "Messages.h"
 
 namespace inspect {
 namespace {
@@ -25,6 +26,32 @@ TEST(Inline, ReadsAsWritten) {
          "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa... (100 chars)"},
     };
     for (const auto& row : rows) EXPECT_EQ(inlineText(row.value), row.text);
+}
+
+// Warnings of one kind on one line from five on: the place and tag set
+// aside, numbers alike; a kind met fewer times stays as it was, in its
+// group's place; --verbose gives each.
+TEST(Messages, OneLinePerKindWithItsFirstPlaces) {
+    const std::string left = ": an Android tag id the table does not hold; the entry is left out";
+    std::vector<std::string> warnings;
+    for (int line : {12, 80, 140, 200, 260}) {
+        warnings.push_back("d.txt:" + std::to_string(line) + ": android.x.t" +
+                           std::to_string(line) + left);
+    }
+    warnings.insert(warnings.begin() + 1, "d.txt:57: android.a.b: shows 12 of its 24 values");
+    warnings.push_back("d.txt:300: android.a.c: shows 2 of its 4 values");
+    warnings.push_back("d.txt:301: no block");
+    const std::vector<std::string> want = {
+        "5 times: " + left.substr(2) +
+            " (first at d.txt:12 android.x.t12, d.txt:80 android.x.t80, d.txt:140 android.x.t140, "
+            "and 2 more; --verbose lists each)",
+        warnings[1],
+        warnings[6],
+        "d.txt:301: no block",
+    };
+    EXPECT_EQ(messageLines(warnings, false), want);
+    EXPECT_EQ(messageLines(warnings, true), warnings);
+    EXPECT_TRUE(messageLines({}, false).empty());
 }
 
 kvhost::LogRecord primary(const std::string& format, const std::string& text) {

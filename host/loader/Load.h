@@ -11,11 +11,6 @@
 namespace kvhost {
 namespace loader {
 
-// The file's text. Throws InputError naming the file when it cannot be read,
-// is empty, holds binary data or is larger than any dump (a device node that
-// never ends is one of these, found within the first read).
-std::string readInputFile(const std::string& path);
-
 // True when the text is a capture description: its first character that is
 // not blank is '{'. Anything else is read as a dump.
 bool isCaptureDescription(std::string_view text);

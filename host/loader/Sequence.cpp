@@ -12,6 +12,7 @@
 #include "Dump.h"
 #include "DumpCapture.h"
 #include "DumpText.h"
+#include "InputText.h"
 #include "Load.h"
 
 namespace kvhost {
@@ -26,6 +27,7 @@ constexpr const char* kFwkCameraId = "kovani.snapshot.fwkCameraId";
 struct FileText {
     std::string path;
     std::string text;
+    std::string note;          // what was read of the file (a bug report's camera text)
     std::optional<Dump> dump;  // none when the text has no metadata block
     EventLog log;
 };
@@ -57,6 +59,7 @@ FileText readFile(SequenceText in) {
     FileText f;
     f.path = std::move(in.path);
     f.text = std::move(in.text);
+    f.note = std::move(in.note);
     const std::string& path = f.path;
     if (isCaptureDescription(f.text)) {
         throw InputError(path + ": a capture description; a sequence reads dumps and logs");
@@ -87,6 +90,7 @@ public:
     PartBuilder(const FileText& f, const SequenceOptions& options) : f_(f), options_(options) {}
 
     SequencePart build(std::vector<std::string>& notes, std::vector<std::string>& warnings) {
+        if (!f_.note.empty()) note(f_.note);
         if (!f_.log.events.empty()) {
             fromEvents();
         } else {
@@ -504,7 +508,10 @@ std::vector<TagPayload> frameTags(const SequencePart& part, size_t i) {
 std::shared_ptr<const Sequence::Data> readSequence(const std::vector<std::string>& paths,
                                                    const SequenceOptions& options) {
     std::vector<SequenceText> texts;
-    for (const std::string& path : paths) texts.push_back({path, readInputFile(path)});
+    for (const std::string& path : paths) {
+        InputText in = readInput(path);
+        texts.push_back({path, std::move(in.text), std::move(in.note)});
+    }
     return readSequenceTexts(std::move(texts), options);
 }
 

@@ -76,6 +76,7 @@ std::shared_ptr<const Sequence::Data> readSequence(const std::vector<std::string
 struct SequenceText {
     std::string path;
     std::string text;
+    std::string note;  // what was read of the file, when not all of it (InputText)
 };
 
 // The same from texts already read: readSequence reads its files and reads

@@ -3,6 +3,10 @@
 // read whole is left out with a warning naming its line and tag, and a whole
 // dumpsys becomes the frame and static metadata the defaults and options say.
 #include <gtest/gtest.h>
+#if defined(KVTEST_ZIP)
+#include <archive.h>
+#include <archive_entry.h>
+#endif
 
 #include <algorithm>
 #include <map>
@@ -11,6 +15,7 @@
 #include <vector>
 
 #include "DumpCapture.h"
+#include "InputText.h"
 #include "KvMetadata.h"
 #include "Load.h"
 #include "LoaderTestSupport.h"
@@ -408,9 +413,125 @@ INSTANTIATE_TEST_SUITE_P(
                     "malformed JSON: nested more than 64 levels deep at line 1"}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(LoadCapture, FilesOver64MiBAreAnError) {
-    const ScratchFile huge("huge.txt", std::string((size_t{64} << 20) + 1, '\n'));
-    EXPECT_EQ(loadCapture(huge.path).error, huge.path + ": larger than 64 MiB, more than any dump");
+#if defined(KVTEST_ZIP)
+// A zip of `entries` (name, text), as `adb bugreport` writes one.
+std::string zipOf(const std::vector<std::pair<std::string, std::string>>& entries) {
+    std::string out(1 << 20, '\0');
+    size_t used = 0;
+    archive* a = archive_write_new();
+    archive_write_set_format_zip(a);
+    archive_write_open_memory(a, out.data(), out.size(), &used);
+    for (const auto& [name, text] : entries) {
+        archive_entry* e = archive_entry_new();
+        archive_entry_set_pathname(e, name.c_str());
+        archive_entry_set_size(e, static_cast<la_int64_t>(text.size()));
+        archive_entry_set_filetype(e, AE_IFREG);
+        archive_entry_set_perm(e, 0644);
+        archive_write_header(a, e);
+        archive_write_data(a, text.data(), text.size());
+        archive_entry_free(e);
+    }
+    archive_write_close(a);
+    archive_write_free(a);
+    out.resize(used);
+    return out;
+}
+#endif
+
+// What is kept of an input: a plain text as it is; of a bug report its camera
+// service dump and camera metadata lines, every other line left empty so that
+// line numbers hold; zips; and the bounds no real input reaches.
+TEST(ReadInput, KeepsTheCameraTextOfWhatTheUserHands) {
+    const std::string rule(56, '=');
+    const std::string bugreport =
+        rule +
+        "\n== dumpstate: 2026-11-20 10:00:00\n"
+        "------ SYSTEM LOG (logcat -v threadtime) ------\n"
+        "11-20 09:59:58.100  1000  1200 I ActivityManager: Start proc\n"
+        "11-20 09:59:58.200  5120  5133 D CamHal: Dumping camera metadata array: 1 / 1 "
+        "entries\n"
+        "11-20 09:59:58.200  5120  5133 D CamHal: android.control.afMode (10007): byte[1]\n"
+        "11-20 09:59:58.200  5120  5133 D CamHal: [AUTO ]\n"
+        "11-20 09:59:58.300  1000  1200 I wm: [1,2] moved\n"
+        "-------------------------------------------------------------------------------\n"
+        "DUMP OF SERVICE media.camera:\n"
+        "== Camera device 0 dynamic info: ==\n"
+        "  Device 0 is open\n"
+        "--------- 0.05s was the duration of dumpsys media.camera, ending at: x\n"
+        "DUMP OF SERVICE media.camera.proxy:\n"
+        "  nothing\n";
+    const std::vector<int> kept = {1, 2, 5, 6, 7, 10, 11, 12, 13};  // line numbers
+    std::string want;
+    int number = 0;
+    for (size_t at = 0; at < bugreport.size(); at = bugreport.find('\n', at) + 1) {
+        const std::string line = bugreport.substr(at, bugreport.find('\n', at) - at);
+        const bool keep = std::find(kept.begin(), kept.end(), ++number) != kept.end();
+        want += (keep ? line : "") + "\n";
+    }
+    InputLimits small;
+    small.lineBytes = 100;
+    small.lines = 20;
+    small.entryBytes = 1000;
+    struct Row {
+        const char* name;
+        std::string bytes;
+        std::string text;   // kept, when read
+        std::string error;  // after the file's name, when refused
+        std::string note;
+    };
+    std::vector<Row> rows = {
+        {"PlainTextAsItIs", "a\r\n\nb", "a\r\n\nb", "", ""},
+        {"BugReport", bugreport, want, "",
+         "a bug report: its camera service dump and camera metadata lines read"},
+        {"BugReportWithoutCameraText", rule + "\n== dumpstate: x\nDUMP OF SERVICE wifi:\n  mode: [1] on\n", "",
+         "a bug report without camera text (no media.camera service dump, no camera metadata "
+         "lines)",
+         ""},
+        {"LongLine", "a\n" + std::string(101, 'x'), "",
+         "line 2 is longer than 0 MiB: neither a capture description nor a camera metadata dump",
+         ""},
+        {"ManyLines", std::string(21, '\n'), "", "more than 20 lines", ""},
+        {"Binary", std::string("ab\0", 3), "",
+         "binary data, neither a capture description nor a camera metadata dump", ""},
+        {"Empty", " \n\t", "", "empty file", ""},
+#if defined(KVTEST_ZIP)
+        {"Zip",
+         zipOf({{"version.txt", "2.0"},
+                {"main_entry.txt", "bugreport-x.txt"},
+                {"bugreport-y.txt", "not this one"},
+                {"bugreport-x.txt", bugreport}}),
+         want, "", "read bugreport-x.txt of the zip (the bug report)"},
+        {"ZipWithoutMainEntry", zipOf({{"FS/bugreport-z.txt", "no"}, {"bugreport-z.txt", "a\n"}}),
+         "a\n", "", "read bugreport-z.txt of the zip (the bug report)"},
+        {"ZipWithoutBugReport", zipOf({{"version.txt", "2.0"}}), "",
+         "a zip without a bug report (no bugreport-*.txt entry)", ""},
+        {"ZipBomb", zipOf({{"bugreport-b.txt", std::string(1001, '\n')}}), "",
+         "bugreport-b.txt expands past 0 GiB, more than any bug report", ""},
+        {"TruncatedZip", zipOf({{"bugreport-t.txt", std::string(300, 'a')}}).substr(0, 60), "",
+         "cannot read the zip:", ""},
+#endif
+    };
+    for (const Row& r : rows) {
+        SCOPED_TRACE(r.name);
+        try {
+            const InputText in = readInputBytes(r.bytes, "in", small);
+            EXPECT_TRUE(r.error.empty()) << "read, not refused";
+            EXPECT_EQ(in.text, r.text);
+            EXPECT_EQ(in.note, r.note);
+        } catch (const InputError& e) {
+            EXPECT_EQ(std::string(e.what()).rfind("in: " + r.error, 0), 0u) << e.what();
+            EXPECT_FALSE(r.error.empty());
+        }
+    }
+#if defined(KVTEST_ZIP)
+    // From a file, through the loader: the capture says what it read.
+    const ScratchFile zip("bugreport.zip", zipOf({{"bugreport-x.txt", bugreport}}));
+    DumpOptions o;
+    o.input.emplace(640, 480);
+    const LoadResult loaded = loadCapture(zip.path, o);
+    ASSERT_TRUE(loaded) << loaded.error;
+    EXPECT_EQ(loaded.capture->notes.front(), "read bugreport-x.txt of the zip (the bug report)");
+#endif
 }
 
 TEST(LoadCapture, DumpOptionsOnACaptureDescriptionAreAnError) {

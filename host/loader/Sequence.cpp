@@ -603,7 +603,9 @@ std::vector<RecordedTag> Sequence::recordedTags() const {
         if (part.fromBlocks) {
             for (const loader::SequencePart::Frame& f : part.frames) {
                 for (uint32_t k = f.first; k < f.end; ++k) {
-                    add(part.infos[part.log.events[k].tag], f.number);
+                    const kvhost::TagInfo* info = part.infos[part.log.events[k].tag];
+                    // The reader gives every block the camera id; no block recorded it.
+                    if (info->name != loader::kFwkCameraId) add(info, f.number);
                 }
             }
             continue;

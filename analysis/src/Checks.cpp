@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <optional>
+#include <tuple>
 
 #include "Engine.h"
 #include "Tags.h"
@@ -43,7 +44,10 @@ class Stretches {
 public:
     explicit Stretches(Context& c) : c_(c) {}
     ~Stretches() { close(); }
-    void add(size_t i, std::string message, Values values) {
+    // `describe()` gives a stretch's message and values, asked only for
+    // the first frame of a stretch.
+    template <typename Describe>
+    void add(size_t i, Describe describe) {
         if (open_ && i == last_ + 1) {
             last_ = i;
             return;
@@ -51,8 +55,7 @@ public:
         close();
         open_ = true;
         first_ = last_ = i;
-        message_ = std::move(message);
-        values_ = std::move(values);
+        std::tie(message_, values_) = describe();
     }
     void close() {
         if (open_) c_.find(first_, last_, message_, values_);
@@ -254,10 +257,12 @@ void aeLock(Context& c) {
             if (c.within(i, j, settle) && known) continue;
             const double v = state ? state->value(j) : NAN;
             if (state && !std::isnan(v) && !is(v, ae::kLocked) && known) {
-                unlocked.add(j,
-                             "aeState " + valueText(state, v) + " while AE is locked since " +
-                                 frameText(c, i),
-                             {{"aeState", valueText(state, v)}, {"aeLock", "1 ON"}});
+                unlocked.add(j, [&] {
+                    return std::make_pair(
+                        std::string("aeState " + valueText(state, v) +
+                                    " while AE is locked since " + frameText(c, i)),
+                        Values{{"aeState", valueText(state, v)}, {"aeLock", "1 ON"}});
+                });
             }
             for (const Track* e : exposure) {
                 if (e == nullptr || j == i || !e->changedAt[1][j]) continue;
@@ -461,11 +466,15 @@ void zoom(Context& c) {
             if (!known) continue;
             c.judged();
             if (!near) {
-                off.add(i,
-                        "result zoom ratio " + numberText(res) + " is none of those requested " +
-                            "in the last " + numberText(latency) + " frames (" +
-                            numberText(ratio->at(0, i)) + " on this frame)",
-                        {{"result", numberText(res)}, {"request", numberText(ratio->at(0, i))}});
+                off.add(i, [&] {
+                    return std::make_pair(
+                        std::string("result zoom ratio " + numberText(res) +
+                                    " is none of those requested " + "in the last " +
+                                    numberText(latency) + " frames (" +
+                                    numberText(ratio->at(0, i)) + " on this frame)"),
+                        Values{{"result", numberText(res)},
+                               {"request", numberText(ratio->at(0, i))}});
+                });
             }
         }
         // Monotonic while the request is: a result step against the
@@ -521,20 +530,21 @@ void zoom(Context& c) {
         };
         const double dx = std::fabs(l + w / 2 - active[2] / 2);
         const double dy = std::fabs(t + h / 2 - active[3] / 2);
-        std::string what;
-        if (off(w, active[2]) || off(h, active[3])) {
-            what = "crop region " + numberText(w) + "x" + numberText(h) + " does not fit zoom " +
-                   numberText(z) + " (expected " + numberText(std::round(active[2] / z)) + "x" +
-                   numberText(std::round(active[3] / z)) + " or the whole array)";
-        } else if (dx > centre * scale * active[2] || dy > centre * scale * active[3]) {
-            what = "crop region off centre by (" + numberText(dx) + ", " + numberText(dy) + ")";
+        const bool offSize = off(w, active[2]) || off(h, active[3]);
+        if (!offSize && dx <= centre * scale * active[2] && dy <= centre * scale * active[3]) {
+            continue;
         }
-        if (!what.empty()) {
-            wrong.add(i, what,
-                      {{"zoomRatio", numberText(z)},
+        wrong.add(i, [&] {
+            return std::make_pair(
+                offSize
+                    ? "crop region " + numberText(w) + "x" + numberText(h) + " does not fit zoom " +
+                          numberText(z) + " (expected " + numberText(std::round(active[2] / z)) +
+                          "x" + numberText(std::round(active[3] / z)) + " or the whole array)"
+                    : "crop region off centre by (" + numberText(dx) + ", " + numberText(dy) + ")",
+                Values{{"zoomRatio", numberText(z)},
                        {"cropRegion", numberText(l) + " " + numberText(t) + " " + numberText(w) +
                                           " " + numberText(h)}});
-        }
+        });
     }
 }
 
@@ -639,10 +649,11 @@ void getterFlaps(Context& c) {
         for (size_t i = 0; i < n; ++i) {
             const GetterCall* call = c.getters.find(i, name);
             if (call == nullptr || !call->result || *call->result == 0) continue;
-            failing.add(i,
-                        name + " gives " + std::to_string(*call->result) +
-                            (call->found.empty() ? "" : ": " + call->found),
-                        {{"result", std::to_string(*call->result)}});
+            failing.add(i, [&] {
+                return std::make_pair(std::string(name + " gives " + std::to_string(*call->result) +
+                                                  (call->found.empty() ? "" : ": " + call->found)),
+                                      Values{{"result", std::to_string(*call->result)}});
+            });
         }
     }
     if (names.empty()) c.nothingToJudge("no getter with a result code was run");
@@ -737,10 +748,12 @@ void timestamps(Context& c) {
         if (a == 0 || b == 0) continue;
         c.judged();
         if (b <= a) {
-            back.add(i,
-                     "sensor timestamp " + std::to_string(b) + " ns does not follow " +
-                         std::to_string(a) + " ns of the frame before",
-                     {{"timestamp", std::to_string(b)}, {"before", std::to_string(a)}});
+            back.add(i, [&] {
+                return std::make_pair(
+                    std::string("sensor timestamp " + std::to_string(b) + " ns does not follow " +
+                                std::to_string(a) + " ns of the frame before"),
+                    Values{{"timestamp", std::to_string(b)}, {"before", std::to_string(a)}});
+            });
         }
     }
     back.close();

@@ -57,6 +57,12 @@ Session::Session(const kvhost::Sequence& sequence)
     }
 }
 
+const Track* Session::track(const char* name) const {
+    const auto known = byAddress_.find(name);
+    if (known != byAddress_.end()) return known->second;
+    return byAddress_[name] = track(std::string(name));
+}
+
 bool Session::recorded(const std::string& name) const {
     const Track* t = track(name);
     return t != nullptr && t->recorded;
@@ -132,12 +138,16 @@ std::vector<double> Session::staticValue(const char* name) const {
 }
 
 double Session::blockValue(const char* name) const {
+    const auto known = blockValues_.find(name);
+    if (known != blockValues_.end()) return known->second;
+    double& value = blockValues_[name];
+    value = NAN;
     const kvhost::Capture* first = firstFrame();
     const kvhost::TagInfo* info = kvhost::findTag(name);
     if (first == nullptr || info == nullptr || !first->frame) return NAN;
     const camera_metadata_ro_entry_t e = first->frame->find(info->id);
     if (e.count == 0 || e.data.u8 == nullptr) return NAN;
-    return numbersOf(static_cast<kvhost::TagType>(e.type), e.data.u8, 1)[0];
+    return value = numbersOf(static_cast<kvhost::TagType>(e.type), e.data.u8, 1)[0];
 }
 
 }  // namespace kvanalysis

@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "kvhost/Capture.h"
@@ -50,6 +51,9 @@ public:
     // The track of a tag, built when first asked; null for a name the tag
     // table does not know. A tag that is not recorded has a track of NaNs.
     const Track* track(const std::string& name) const;
+    // The same for a name that lives as long as the session (the checks'
+    // constants), found again by its address.
+    const Track* track(const char* name) const;
     bool recorded(const std::string& name) const;
     const std::vector<kvhost::RecordedTag>& recordedTags() const { return recorded_; }
 
@@ -58,7 +62,7 @@ public:
     std::vector<double> staticValue(const char* name) const;
     // The first element of a tag as frame 0 holds it (for a tag not
     // recorded, the dump blocks' value); NaN when absent.
-    double blockValue(const char* name) const;
+    double blockValue(const char* name) const;  // `name` as for track(const char*)
 
 private:
     const kvhost::Capture* firstFrame() const;
@@ -69,6 +73,8 @@ private:
     std::vector<kvhost::RecordedTag> recorded_;
     mutable std::map<std::string, std::unique_ptr<Track>> tracks_;
     mutable std::optional<kvhost::Capture> first_;  // frame 0, for its static metadata
+    mutable std::unordered_map<const char*, const Track*> byAddress_;
+    mutable std::unordered_map<const char*, double> blockValues_;
 };
 
 // The elements of a payload as numbers: integers and floats as they are, a

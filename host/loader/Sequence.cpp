@@ -697,8 +697,13 @@ std::vector<TagChange> Sequence::changes(uint32_t id) const {
                 }
             }
         }
-        std::stable_sort(out.begin() + static_cast<std::ptrdiff_t>(begin), out.end(),
-                         [](const TagChange& a, const TagChange& b) { return a.frame < b.frame; });
+        // Each side is in frame order, the request's first: merged, a
+        // frame's request change stays ahead of its result change.
+        const auto first = out.begin() + static_cast<std::ptrdiff_t>(begin);
+        std::inplace_merge(
+            first,
+            std::partition_point(first, out.end(), [](const TagChange& c) { return !c.result; }),
+            out.end(), [](const TagChange& a, const TagChange& b) { return a.frame < b.frame; });
         // A new file starts with the tag unset on both sides.
         if (p > 0 && begin > 0) {
             // Inserted in front: the result's first, so that the request's leads.

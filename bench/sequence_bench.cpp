@@ -1,6 +1,8 @@
 // Sessions (metautils-inspect --frames): reading a tag monitor event log of
 // N events, building every frame of it, running the default frame getters
-// on 10,000 frames, and the memory a 100,000-event log takes. The logs are
+// on 10,000 frames, the session checks over it (metautils-inspect --check,
+// target: under 10 % of the reading), and the memory a 100,000-event log
+// takes. The logs are
 // generated: the sample session's dump with its event log replaced by N
 // events, newest first as dumpsys prints them, over five monitored tags, two
 // events a frame. Absolute times, each with its time per event so that the
@@ -24,6 +26,7 @@
 #include "Ratios.h"
 #include "Report.h"
 #include "Scene.h"
+#include "kvanalysis/Checks.h"
 #include "kvhost/Capture.h"
 
 namespace kvbench {
@@ -166,6 +169,28 @@ void FramesThroughGetters(benchmark::State& state) {
     Install(scene());
 }
 
+// Every check that reads the tags, and a rule, over the sequence: what
+// --check adds to reading a session, the getters aside (those checks run
+// only on the frames where a tag a getter read has changed).
+void CheckSequence(benchmark::State& state) {
+    const int64_t events = state.range(0);
+    const std::optional<kvhost::Sequence> sequence = Load(state, events);
+    if (!sequence) return;
+    std::string error;
+    kvanalysis::CheckOptions options;
+    options.rules = kvanalysis::parseRules(
+        "zoom-jump warning: abs(delta.android.control.zoomRatio) > 4\n", "bench.rules", &error);
+    kvanalysis::Results results;
+    for (auto _ : state) {
+        results = kvanalysis::runChecks(*sequence, options, &error);
+        benchmark::DoNotOptimize(results);
+    }
+    if (!Expect(state, error.empty() && !results.checks.empty(), "the checks did not run")) return;
+    PerEvent(state, events);
+    state.SetLabel(std::to_string(results.findings.size()) + " findings");
+    Install(scene());
+}
+
 size_t ResidentBytes() {
     long pages = 0, resident = 0;
     if (FILE* f = std::fopen("/proc/self/statm", "r")) {
@@ -207,6 +232,13 @@ void RegisterSequenceBenchmarks() {
         if (large) b->Arg(500000);
         b->Unit(benchmark::kMillisecond);
     }
+    Register("sequence/checks", CheckSequence)
+        ->ArgName("events")
+        ->Arg(10000)
+        ->Arg(100000)
+        ->Unit(benchmark::kMillisecond);
+    AddRatio({"session checks / reading the session, 100000 events",
+              "sequence/checks/events:100000", "sequence/loadSequence/events:100000", 0.10, ""});
     Register("sequence/10000 frames through the default getters", FramesThroughGetters)
         ->Unit(benchmark::kMillisecond);
     Register("sequence/memory of a 100000-event log", SequenceMemory)

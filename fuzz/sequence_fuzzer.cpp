@@ -13,7 +13,11 @@
 // Rendering, besides: each of the first kFrames frames loads (or fails with
 // an error naming the file) and every view of --frames renders from them:
 // the table, the JSON with and without log lines, the CSV (every row as wide
-// as its header) and the timelines' drawing.
+// as its header) and the timelines' drawing; every session check and a set
+// of rules (tags, elements, enum names, the frame before, differences,
+// getter outputs) run over the sequence, with the getters' results of those
+// frames: each check gets a status, a check that is not decidable says why,
+// and every finding's frames lie in the sequence, first before last.
 #include <optional>
 #include <set>
 #include <utility>
@@ -22,6 +26,7 @@
 #include "FuzzSupport.h"
 #include "JsonReader.h"
 #include "Sequence.h"
+#include "SessionChecks.h"
 #include "Svg.h"
 #include "TagPayload.h"
 
@@ -33,6 +38,13 @@ bool namesLine(const std::string& w) {
 
 #if defined(KVFUZZ_RENDER)
 constexpr size_t kFrames = 50;  // rendered per input, to keep a run fast
+
+constexpr const char* kRules =
+    "zoom-jump warning: abs(delta.android.control.zoomRatio) > 0.5\n"
+    "crop error: android.scaler.cropRegion.2 < prev.android.scaler.cropRegion.2 / 2\n"
+    "scan info: android.control.afState == android.control.afState.PASSIVE_SCAN\n"
+    "final warning: GetFinalCropRegion.crop.width > 0 && GetFinalCropRegion.result != 0\n"
+    "late error: frame - prev.frame > 3 || timestamp < prev.timestamp\n";
 
 // The CSV's rows, each as its number of fields; quoted fields may hold
 // commas and line ends.
@@ -142,6 +154,30 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         KVFUZZ_CHECK(w == widths[0], "a CSV row of %zu fields under a header of %zu:\n%s", w,
                      widths[0], csv.c_str());
     }
+    std::string error;
+    kvanalysis::CheckOptions options;
+    options.rules = kvanalysis::parseRules(kRules, "fuzz.rules", &error);
+    KVFUZZ_CHECK(error.empty(), "the fuzzer's rules: %s", error.c_str());
+    for (const inspect::Getter& g : inspect::getterTable()) options.getterNames.push_back(g.method);
+    std::vector<std::vector<kvanalysis::GetterCall>> calls;
+    for (const inspect::FrameCalls& f : frames) calls.push_back(inspect::checkCalls(f.calls));
+    options.getters = [&calls](const kvhost::Sequence&, size_t i) {
+        return i < calls.size() ? calls[i] : std::vector<kvanalysis::GetterCall>{};
+    };
+    const kvanalysis::Results results = kvanalysis::runChecks(sequence, options, &error);
+    KVFUZZ_CHECK(error.empty(), "the checks refused a session: %s", error.c_str());
+    KVFUZZ_CHECK(results.checks.size() == kvanalysis::checkTable().size() + 5, "%zu checks",
+                 results.checks.size());
+    for (const kvanalysis::CheckResult& c : results.checks) {
+        KVFUZZ_CHECK(c.status != kvanalysis::Status::NotDecidable || !c.why.empty(),
+                     "%s not decidable without a reason", c.id.c_str());
+    }
+    for (const kvanalysis::Finding& f : results.findings) {
+        KVFUZZ_CHECK(f.first <= f.last && f.last < sequence.frameCount(),
+                     "%s: frames %zu..%zu of %zu", f.check.c_str(), f.first, f.last,
+                     sequence.frameCount());
+    }
+    KVFUZZ_CHECK(!inspect::checksText(results).empty(), "no check report");
     const std::string svg = inspect::drawTimelines(frames, "f");
     KVFUZZ_CHECK(svg.size() > 7 && svg.compare(svg.size() - 7, 7, "</svg>\n") == 0,
                  "a drawing that does not end: %s", svg.substr(0, 200).c_str());

@@ -8,10 +8,10 @@ set -euo pipefail
 
 packages=(cmake make g++ pkg-config binutils libgtest-dev libgmock-dev googletest
           android-liblog-dev nlohmann-json3-dev libcli11-dev librsvg2-bin libbenchmark-dev
-          doxygen libarchive-dev)
+          doxygen libarchive-dev libmuparser-dev)
 if [ "${1:-}" = "--all" ]; then
     packages+=(clang-14 libclang-rt-14-dev g++-aarch64-linux-gnu qemu-user
-               android-liblog:arm64 chromium chromium-driver python3-selenium)
+               android-liblog:arm64 libmuparser-dev:arm64 chromium chromium-driver python3-selenium)
 fi
 
 sudo=""

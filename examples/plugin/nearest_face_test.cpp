@@ -6,12 +6,15 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "NearestFace.h"
+#include "kvanalysis/Checks.h"
 #include "kvhost/Adapter.h"
 #include "kvhost/Capture.h"
 #include "kvhost/LogCapture.h"
@@ -186,6 +189,37 @@ TEST_F(NearestFaceTest, ZoomTransitionOfASession) {
         EXPECT_NEAR(crop.width * zoom, 4000.0f, zoom);
     }
     EXPECT_FLOAT_EQ(zoom, 2.0f);  // the transition's end
+}
+
+// The session checks over a recorded session, with the plug-in's own calls
+// as the getters they judge: the sample's crop lags its zoom and its AF
+// hunts; the plug-in, which finds no face list there, fails alike on every
+// frame, which is no flap.
+TEST_F(NearestFaceTest, SessionChecksOverARecordedSession) {
+    const kvhost::SequenceResult session =
+        kvhost::loadSequence({SAMPLES_DIR "/session-crop-lag.txt"});
+    ASSERT_TRUE(session) << session.error;
+    kvanalysis::CheckOptions options;
+    options.getters = [](const kvhost::Sequence& sequence, size_t i) {
+        const std::lock_guard<std::mutex> lock(kvanalysis::standInLock());
+        const kvhost::LoadResult frame = sequence.frame(i);
+        const kvhost::Capture& c = *frame.capture;
+        nearestface::Face face;
+        kvanalysis::GetterCall call;
+        call.getter = "NearestFace::Process";
+        call.result = nearestface::NearestFace(c.cameraId, c.satCameraId)
+                          .Process({c.frame, c.inputWidth, c.inputHeight, c.isInSensorZoom}, &face);
+        return std::vector<kvanalysis::GetterCall>{call};
+    };
+    std::string error;
+    const kvanalysis::Results results = kvanalysis::runChecks(*session.sequence, options, &error);
+    ASSERT_EQ(error, "");
+    std::map<std::string, kvanalysis::Status> status;
+    for (const kvanalysis::CheckResult& c : results.checks) status[c.id] = c.status;
+    EXPECT_EQ(status["zoom"], kvanalysis::Status::Failed);
+    EXPECT_EQ(status["af-hunting"], kvanalysis::Status::Failed);
+    EXPECT_EQ(status["getter-flaps"], kvanalysis::Status::Passed);
+    EXPECT_EQ(kvanalysis::worst(results), kvanalysis::Severity::Error);
 }
 
 // A soak of a million frames: the stand-ins keep no record of calls, lookups

@@ -653,6 +653,86 @@ bool Sequence::changed(size_t i, uint32_t id) const {
     return false;
 }
 
+std::vector<TagChange> Sequence::changes(uint32_t id) const {
+    std::vector<TagChange> out;
+    if (!data_) return out;
+    for (size_t p = 0; p < data_->parts.size(); ++p) {
+        const loader::SequencePart& part = data_->parts[p];
+        const size_t base = data_->firstFrame[p];
+        const size_t begin = out.size();
+        const auto set = [&](size_t frame, bool result, const loader::TagEvent* e,
+                             const kvhost::TagInfo* info) {
+            TagChange c;
+            c.frame = base + frame;
+            c.result = result;
+            c.removed = e == nullptr || e->removed;
+            if (!c.removed) {
+                loader::TagPayload payload = loader::payloadOf(part, *e, info);
+                c.type = info->type;
+                c.count = static_cast<uint32_t>(payload.count);
+                c.bytes = std::move(payload.bytes);
+            }
+            out.push_back(std::move(c));
+        };
+        if (part.fromBlocks) {
+            // A block without the tag is a frame without it.
+            bool held = false;
+            for (size_t k = 0; k < part.frames.size(); ++k) {
+                const loader::SequencePart::Frame& f = part.frames[k];
+                const loader::TagEvent* found = nullptr;
+                for (uint32_t e = f.first; e < f.end; ++e) {
+                    if (part.infos[part.log.events[e].tag]->id == id) found = &part.log.events[e];
+                }
+                if (found != nullptr || held) {
+                    set(k, true, found, found ? part.infos[found->tag] : nullptr);
+                }
+                held = found != nullptr;
+            }
+        } else {
+            for (const loader::SequencePart::Track& t : part.tracks) {
+                if (t.info->id != id) continue;
+                for (const loader::Side side : {loader::Side::Request, loader::Side::Result}) {
+                    const std::vector<uint32_t>& events = t.sides[static_cast<size_t>(side)];
+                    size_t k = 0;
+                    for (size_t n = 0; n < events.size(); ++n) {
+                        const loader::TagEvent& e = part.log.events[events[n]];
+                        // Of one frame's events, the later one holds.
+                        if (n + 1 < events.size() &&
+                            part.log.events[events[n + 1]].frame == e.frame) {
+                            continue;
+                        }
+                        while (part.frames[k].number < e.frame) ++k;
+                        set(k, side == loader::Side::Result, &e, t.info);
+                    }
+                }
+            }
+        }
+        // Each side is in frame order, the request's first: merged, a
+        // frame's request change stays ahead of its result change.
+        const auto first = out.begin() + static_cast<std::ptrdiff_t>(begin);
+        std::inplace_merge(
+            first,
+            std::partition_point(first, out.end(), [](const TagChange& c) { return !c.result; }),
+            out.end(), [](const TagChange& a, const TagChange& b) { return a.frame < b.frame; });
+        // A new file starts with the tag unset on both sides.
+        if (p > 0 && begin > 0) {
+            // Inserted in front: the result's first, so that the request's leads.
+            for (const bool result : {true, false}) {
+                const bool setFirst = std::any_of(
+                    out.begin() + static_cast<std::ptrdiff_t>(begin), out.end(),
+                    [&](const TagChange& c) { return c.frame == base && c.result == result; });
+                if (setFirst) continue;
+                TagChange c;
+                c.frame = base;
+                c.result = result;
+                c.removed = true;
+                out.insert(out.begin() + static_cast<std::ptrdiff_t>(begin), std::move(c));
+            }
+        }
+    }
+    return out;
+}
+
 namespace {
 const std::vector<std::string> kNone;
 }  // namespace

@@ -1,9 +1,13 @@
 #include "Run.h"
 
 #include <CLI/CLI.hpp>
+#include <atomic>
 #include <charconv>
+#include <cstdlib>
 #include <exception>
 #include <new>
+#include <optional>
+#include <thread>
 
 #include "Frames.h"
 #include "Html.h"
@@ -11,6 +15,7 @@
 #include "Load.h"
 #include "Messages.h"
 #include "Report.h"
+#include "SessionChecks.h"
 #include "Svg.h"
 #include "kvhost/Capture.h"
 #include "kvhost/LogCapture.h"
@@ -49,6 +54,20 @@ struct Arguments {
     bool csv = false;
     std::string getters;
     std::string physical;
+    bool check = false;
+    std::string checks;
+    std::vector<std::string> checkSets;
+    std::string rulesPath;
+    std::string failOn = "error";
+    bool each = false;
+
+    bool checking() const { return check || !checks.empty() || !rulesPath.empty(); }
+};
+
+// What a run found that decides its exit status beside errors: the worst
+// finding of its session checks.
+struct Verdict {
+    std::optional<kvanalysis::Severity> worst;
 };
 
 // A refusal of the run: its message, without the program's name.
@@ -82,7 +101,7 @@ kvhost::SequenceOptions dumpOptions(const Arguments& a) {
 
 std::vector<const Getter*> gettersOf(const Arguments& a) {
     if (a.getters.empty()) {
-        if (a.frames) return defaultFrameGetters();
+        if (a.frames || a.checking()) return defaultFrameGetters();
         std::vector<const Getter*> all;
         for (const Getter& g : getterTable()) all.push_back(&g);
         return all;
@@ -91,6 +110,44 @@ std::vector<const Getter*> gettersOf(const Arguments& a) {
     std::vector<const Getter*> chosen = chooseGetters(a.getters, &error);
     if (chosen.empty()) throw Refusal{error};
     return chosen;
+}
+
+// The checks, settings and rules the arguments ask for; refused when one
+// is not known or a rule is bad.
+kvanalysis::CheckOptions checkOptions(const Arguments& a) {
+    kvanalysis::CheckOptions options;
+    options.builtIn = a.check || !a.checks.empty();
+    for (size_t at = 0; at < a.checks.size();) {
+        const size_t comma = std::min(a.checks.find(',', at), a.checks.size());
+        if (comma > at) options.checks.push_back(a.checks.substr(at, comma - at));
+        at = comma + 1;
+    }
+    for (const std::string& set : a.checkSets) {
+        const size_t eq = set.find('=');
+        char* end = nullptr;
+        const double value = eq == std::string::npos ? 0 : std::strtod(set.c_str() + eq + 1, &end);
+        if (eq == std::string::npos || end == set.c_str() + eq + 1 || *end != '\0') {
+            throw Refusal{"--check-set " + set + ": expected CHECK.PARAMETER=NUMBER"};
+        }
+        options.settings[set.substr(0, eq)] = value;
+    }
+    std::string error = kvanalysis::validate(options);
+    if (!error.empty()) throw Refusal{error};
+    if (!a.rulesPath.empty()) {
+        options.rules = kvanalysis::readRules(a.rulesPath, &error);
+        if (!error.empty()) throw Refusal{error};
+    }
+    for (const Getter& g : getterTable()) options.getterNames.push_back(g.method);
+    return options;
+}
+
+kvanalysis::Results runSessionChecks(const kvhost::Sequence& sequence,
+                                     kvanalysis::CheckOptions options, Verdict& verdict) {
+    std::string error;
+    kvanalysis::Results results = kvanalysis::runChecks(sequence, options, &error);
+    if (!error.empty()) throw Refusal{error};
+    verdict.worst = kvanalysis::worst(results);
+    return results;
 }
 
 // The page's lines of the camera ids and input size a capture was run with.
@@ -102,12 +159,25 @@ void addIds(HtmlPage& page, const Capture& capture) {
 }
 
 // A session's frames through the chosen getters, and their views.
-std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings) {
+std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings,
+                          Verdict& verdict) {
     const std::vector<const Getter*> getters = gettersOf(a);
+    std::optional<kvanalysis::CheckOptions> checking;
+    if (a.checking()) checking = checkOptions(a);
     const kvhost::SequenceResult loaded = kvhost::loadSequence(a.files, dumpOptions(a));
     if (!loaded) throw Refusal{loaded.error};
     warnings = loaded.warnings;
     const kvhost::Sequence& sequence = *loaded.sequence;
+    if (checking && !a.frames) {
+        checking->getters = getterSource(getters);
+        const kvanalysis::Results results = runSessionChecks(sequence, *checking, verdict);
+        if (a.json) return kvhost::loader::jsonText(checksJson(results), 2) + "\n";
+        std::string out;
+        for (const std::string& note : sequence.notes()) out += note + "\n";
+        return out + checksText(results);
+    }
+    // The checks read the calls the views are made of.
+    std::vector<std::vector<kvanalysis::GetterCall>> checked;
     std::vector<FrameCalls> frames;
     frames.reserve(sequence.frameCount());
     const bool html = !a.htmlPath.empty();
@@ -129,6 +199,7 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
         if (!frame) throw Refusal{frame.error};
         const kvhost::FrameInfo info = sequence.info(i);
         frames.push_back({info.number, info.timestamp, runGetters(*frame.capture, getters)});
+        if (checking) checked.push_back(checkCalls(frames.back().calls));
         if (html) {
             const Capture& capture = *frame.capture;
             if (i == 0) addIds(page, capture);
@@ -146,24 +217,107 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
             if (!a.json) call.reads.clear();
         }
     }
+    std::optional<kvanalysis::Results> results;
+    if (checking) {
+        checking->getters = [&checked](const kvhost::Sequence&, size_t i) { return checked[i]; };
+        results = runSessionChecks(sequence, *checking, verdict);
+    }
     const std::string timelines = a.svgPath.empty() && !html ? "" : drawTimelines(frames, a.path);
     if (!a.svgPath.empty()) kvhost::loader::writeFileAtomically(a.svgPath, timelines);
     if (html) {
         page.setTimelines(timelines);
         kvhost::loader::writeFileAtomically(a.htmlPath, page.html());
     }
-    if (a.json) return kvhost::loader::jsonText(framesJson(frames, a.logs), 2) + "\n";
+    if (a.json) {
+        Json report = framesJson(frames, a.logs);
+        if (results) report.update(checksJson(*results));
+        return kvhost::loader::jsonText(report, 2) + "\n";
+    }
     if (a.csv) return framesCsv(frames);
     std::string out;
     for (const std::string& note : messageLines(sequence.notes(), a.verbose)) out += note + "\n";
-    return out + framesTable(frames);
+    out += framesTable(frames);
+    return results ? out + "\n" + checksText(*results) : out;
+}
+
+// Each file its own session, checked on the machine's cores: a line a file
+// and a total, the exit status the worst of them.
+std::string produceEach(const Arguments& a, Verdict& verdict, bool& failed) {
+    const kvanalysis::CheckOptions options = checkOptions(a);
+    const std::vector<const Getter*> getters = gettersOf(a);
+    struct One {
+        std::string error;
+        kvanalysis::Results results;
+    };
+    std::vector<One> done(a.files.size());
+    std::atomic<size_t> next{0};
+    const auto work = [&] {
+        for (size_t k = next++; k < a.files.size(); k = next++) {
+            try {
+                const kvhost::SequenceResult loaded =
+                    kvhost::loadSequence({a.files[k]}, dumpOptions(a));
+                if (!loaded) {
+                    done[k].error = loaded.error;
+                    continue;
+                }
+                kvanalysis::CheckOptions mine = options;
+                mine.getters = getterSource(getters);
+                std::string error;
+                done[k].results = kvanalysis::runChecks(*loaded.sequence, mine, &error);
+                done[k].error = error;
+            } catch (const std::exception& e) {
+                done[k].error = a.files[k] + ": " + e.what();
+            }
+        }
+    };
+    const size_t threads =
+        std::max<size_t>(1, std::min<size_t>(std::thread::hardware_concurrency(), a.files.size()));
+    std::vector<std::thread> pool;
+    for (size_t t = 1; t < threads; ++t) pool.emplace_back(work);
+    work();
+    for (std::thread& t : pool) t.join();
+
+    std::string out;
+    Json files = Json::array();
+    size_t withFindings = 0, findings = 0, errors = 0;
+    for (size_t k = 0; k < done.size(); ++k) {
+        const One& one = done[k];
+        if (!one.error.empty()) {
+            ++errors;
+            out += a.files[k] + ": error: " + one.error + "\n";
+            files.push_back({{"file", a.files[k]}, {"error", one.error}});
+            continue;
+        }
+        size_t counts[3] = {0, 0, 0};
+        for (const kvanalysis::CheckResult& c : one.results.checks)
+            ++counts[static_cast<int>(c.status)];
+        const std::optional<kvanalysis::Severity> w = kvanalysis::worst(one.results);
+        if (w && (!verdict.worst || *w > *verdict.worst)) verdict.worst = w;
+        withFindings += one.results.findings.empty() ? 0 : 1;
+        findings += one.results.findings.size();
+        out += a.files[k] + ": " + std::to_string(one.results.findings.size()) + " findings" +
+               (w ? std::string(" (worst ") + kvanalysis::severityName(*w) + ")" : "") + ", " +
+               std::to_string(counts[0]) + " passed, " + std::to_string(counts[1]) + " failed, " +
+               std::to_string(counts[2]) + " not decidable\n";
+        Json file = checksJson(one.results);
+        file["file"] = a.files[k];
+        files.push_back(std::move(file));
+    }
+    failed = errors > 0;
+    out += "total: " + std::to_string(a.files.size()) + " files, " + std::to_string(withFindings) +
+           " with findings (" + std::to_string(findings) + "), " + std::to_string(errors) +
+           " not read\n";
+    if (a.json) return kvhost::loader::jsonText(Json{{"files", std::move(files)}}, 2) + "\n";
+    return out;
 }
 
 // Everything the run prints on standard output, made whole before any of it
 // is printed; the files it writes, written as they are made. The warnings
 // are collected into `warnings`.
-std::string produce(const Arguments& a, std::vector<std::string>& warnings) {
-    if (a.frames) return produceFrames(a, warnings);
+std::string produce(const Arguments& a, std::vector<std::string>& warnings, Verdict& verdict,
+                    bool& failed) {
+    if (a.each) return produceEach(a, verdict, failed);
+    if (a.frames || a.checking()) return produceFrames(a, warnings, verdict);
     if (a.files.size() != 1) {
         throw Refusal{"one file at a time; several make a session with --frames"};
     }
@@ -249,6 +403,24 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     app.add_option("--physical", a.physical,
                    "--frames: the events of this physical camera instead of the logical one's")
         ->needs(frames);
+    CLI::Option* check = app.add_flag(
+        "--check", a.check,
+        "check the session of FILE... (read as --frames reads it) against every check below");
+    CLI::Option* checks =
+        app.add_option("--checks", a.checks, "the checks to run, by id (ae-converge,zoom)");
+    app.add_option("--check-set", a.checkSets, "CHECK.PARAMETER=VALUE: a check's number");
+    CLI::Option* rules =
+        app.add_option("--rules", a.rulesPath,
+                       "evaluate the rules of this file on every frame (docs/session-checks.md)");
+    app.add_option("--fail-on", a.failOn,
+                   "exit 2 when a finding of this severity or worse exists: info, warning, error "
+                   "(default error)")
+        ->check(CLI::IsMember({"info", "warning", "error"}));
+    CLI::Option* each = app.add_flag(
+        "--each", a.each, "check each FILE as a session of its own, in parallel: a line a file");
+    each->excludes(frames)->excludes(svg)->excludes(html);
+    app.footer(checksHelp() +
+               "Exit status: 0, 1 on an error, 2 when a finding at or above --fail-on exists.");
     // The list runs no getter: there is no report, drawing or capture to give.
     app.add_flag("--list", a.list, "dump: list its metadata blocks and run nothing")
         ->excludes(json)
@@ -257,12 +429,18 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
         ->excludes(svg)
         ->excludes(html)
         ->excludes(save)
-        ->excludes(frames);
+        ->excludes(frames)
+        ->excludes(check)
+        ->excludes(checks)
+        ->excludes(rules);
     save->excludes(frames);
     tags->excludes(frames);  // the frames' table and CSV have no room for lookups
     try {
         app.parse(argc, argv);
         a.path = a.files.front();
+        if (a.each && !a.checking()) {
+            throw CLI::ValidationError("--each", "needs --check, --checks or --rules");
+        }
     } catch (const CLI::ParseError& e) {
         if (e.get_exit_code() == 0) return app.exit(e, out, err);  // --help
         err << "metautils-inspect: " << e.what() << " (--help lists the options)\n";
@@ -274,10 +452,12 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     std::string text;
     std::vector<std::string> warnings;
     std::string problem;
+    Verdict verdict;
+    bool failed = false;  // --each: a file that did not read
     // Whatever goes wrong while reading, running or writing ends the run
     // here with one line naming the file; nothing has been printed yet.
     try {
-        text = produce(a, warnings);
+        text = produce(a, warnings, verdict, failed);
     } catch (const Refusal& r) {
         problem = r.message;
     } catch (const kvhost::loader::InputError& e) {
@@ -298,7 +478,10 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
             << "is not writable\n";
         return 1;
     }
-    return 0;
+    if (failed) return 1;
+    kvanalysis::Severity failOn = kvanalysis::Severity::Error;
+    kvanalysis::parseSeverity(a.failOn, &failOn);
+    return verdict.worst && *verdict.worst >= failOn ? 2 : 0;
 }
 
 }  // namespace inspect

@@ -129,6 +129,18 @@ struct RecordedTag {
     int64_t firstFrame = 0;  // the frame number of its first event in the log
 };
 
+// From frame `frame` (an index of the sequence) on, one side of a recorded
+// tag holds `bytes` (`count` elements of `type`), or nothing when `removed`
+// (the log said "(Removed)", a block lacks it, or a new file starts).
+struct TagChange {
+    size_t frame = 0;
+    bool result = false;  // the result's side; false: the request's
+    bool removed = false;
+    TagType type = TagType::Byte;
+    uint32_t count = 0;
+    std::vector<uint8_t> bytes;
+};
+
 // A loaded sequence holds the events of its files and the base capture of
 // each (static metadata, input size, the tags that events do not carry), not
 // its frames: frame(i) builds one. Copies share what they hold.
@@ -150,6 +162,11 @@ public:
     // Whether the log printed tag `id` for frame i, on either side. The tag
     // monitor logs changes only: a frame without an event kept the value.
     bool changed(size_t i, uint32_t id) const;
+    // The values tag `id` takes on each side of the frames, by the frame
+    // rule, without building a frame: a change at each frame and side where
+    // the log sets it anew, in frame order (a frame's request side first).
+    // Empty for a tag the session did not record.
+    std::vector<TagChange> changes(uint32_t id) const;
     // What the reader chose, and what it left out ("file:line: what").
     const std::vector<std::string>& notes() const;
     const std::vector<std::string>& warnings() const;

@@ -274,6 +274,7 @@ const FileCase kFiles[] = {
     // request and result: no faces, no AF region.
     {"samples/session-android13.txt", {}, "", kTwoAbsent},
     {"samples/session-android11.txt", {}, "", kTwoAbsent},
+    {"samples/session-crop-lag.txt", {}, "", kTwoAbsent},
     {"tools/inspect/tests/captures/no-adapter.json", {}, "", kAbsentGeometry},
     {"tools/inspect/tests/captures/shading-map.json", {}, "", kNothing},
     {"tools/inspect/tests/captures/short-shading-map.json", {}, "", kNothing},
@@ -310,6 +311,69 @@ const FileCase kFiles[] = {
 // clang-format on
 
 INSTANTIATE_TEST_SUITE_P(Files, EveryOutput, ::testing::ValuesIn(kFiles));
+
+// --check and its kin: the exit status for CI (2 for a finding at or above
+// --fail-on, 1 for an error with one line and nothing else), the report's
+// parts, and --each's line a file.
+struct CheckRun {
+    std::vector<std::string> args;
+    int status;
+    std::string out;  // in standard output; "" for none
+    std::string err;  // standard error, whole
+};
+
+TEST(SessionChecks, ExitStatusAndReport) {
+    char pattern[] = "/tmp/inspect-checks-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    const std::string scratch = pattern, rules = scratch + "/mine.rules";
+    std::ofstream(rules) << "# zoom steps\nstep info: delta.android.control.zoomRatio > 0.05\n";
+    std::ofstream(scratch + "/bad.rules") << "step info: delta.android.control.zoomRatoi > 0\n";
+    const std::string lag = "samples/session-crop-lag.txt", a13 = "samples/session-android13.txt";
+    const std::vector<CheckRun> runs = {
+        {{"--check", lag}, 2, "frames 210..217: crop region 3636x2727 does not fit zoom 1.4", ""},
+        {{"--check", a13}, 0, "To decide them, record the session with:\n  adb shell dumpsys", ""},
+        {{"--checks", "af-hunting", lag}, 0, "frames 202..234: 5 scans", ""},
+        {{"--checks", "af-hunting", "--fail-on", "warning", lag}, 2, "af-hunting (warning)", ""},
+        {{"--checks", "zoom", "--check-set", "zoom.crop-size=0.5", lag}, 0, "zoom: ", ""},
+        {{"--checks", "zoom", "--json", lag}, 2, "\"frames\": [\n        210,\n        217\n", ""},
+        {{"--rules", rules, a13}, 0, "frames 106..115: delta.android.control.zoomRatio > 0.05", ""},
+        {{"--check", "--each", lag, a13}, 2, lag + ": 2 findings (worst error)", ""},
+        {{"--checks", "zoom", "--frames", lag}, 2, "zoom (error)", ""},
+        {{"--checks", "focus", lag},
+         1,
+         "",
+         "metautils-inspect: unknown check \"focus\" (--help lists them)\n"},
+        {{"--check", "--check-set", "zoom.speed=2", lag},
+         1,
+         "",
+         "metautils-inspect: \"zoom.speed\": zoom has no parameter \"speed\"\n"},
+        {{"--rules", scratch + "/bad.rules", lag},
+         1,
+         "",
+         "metautils-inspect: " + scratch +
+             "/bad.rules:1: rule \"step\": "
+             "\"delta.android.control.zoomRatoi\" is neither a tag nor a getter's output\n"},
+        {{"--each", lag}, 1, "", ""},
+    };
+    for (const CheckRun& r : runs) {
+        std::string line;
+        for (const std::string& a : r.args) line += " " + a;
+        SCOPED_TRACE("metautils-inspect" + line);
+        const Ran ran = runTool(r.args, scratch);
+        EXPECT_EQ(ran.status, r.status) << ran.err;
+        if (!r.out.empty()) {
+            EXPECT_NE(ran.out.find(r.out), std::string::npos) << ran.out;
+        }
+        if (r.status == 1) {
+            EXPECT_EQ(ran.out, "");
+        }
+        if (!r.err.empty()) {
+            EXPECT_EQ(ran.err, r.err);
+        }
+    }
+    for (const std::string& name : filesIn(scratch)) unlink((scratch + "/" + name).c_str());
+    rmdir(scratch.c_str());
+}
 
 // A file added to the samples or the test data has its row above.
 TEST(OutputTable, HasARowForEveryFileInTheTree) {

@@ -1,0 +1,815 @@
+// The bodies of the built-in checks. Each reasons on frame numbers (the
+// log holds only frames where something changed), on the tags' values as
+// the frame rule gives them, and holds a finding back where the log does
+// not show enough: a false alarm costs more than a miss.
+#include <algorithm>
+#include <cmath>
+#include <optional>
+#include <tuple>
+
+#include "Engine.h"
+#include "Tags.h"
+
+namespace kvanalysis {
+namespace {
+
+using namespace tag;
+using Values = std::vector<std::pair<std::string, std::string>>;
+
+bool is(double v, int value) {
+    return !std::isnan(v) && static_cast<int>(v) == value;
+}
+
+// The request side of `t` was set anew to `value` on frame i.
+bool requested(const Track* t, size_t i, int value) {
+    return t != nullptr && t->changedAt[0][i] && is(t->at(0, i), value);
+}
+
+// Any of the request-side tags was set anew on frame i.
+bool requestChanged(const Context& c, std::initializer_list<const char*> names, size_t i) {
+    for (const char* name : names) {
+        const Track* t = c.recorded(name);
+        if (t != nullptr && t->changedAt[0][i]) return true;
+    }
+    return false;
+}
+
+std::string frameText(const Context& c, size_t i) {
+    return "frame " + std::to_string(c.s.number(i));
+}
+
+// Frames where a condition holds, each stretch of consecutive frames one
+// finding, described by its first frame.
+class Stretches {
+public:
+    explicit Stretches(Context& c) : c_(c) {}
+    ~Stretches() { close(); }
+    // `describe()` gives a stretch's message and values, asked only for
+    // the first frame of a stretch.
+    template <typename Describe>
+    void add(size_t i, Describe describe) {
+        if (open_ && i == last_ + 1) {
+            last_ = i;
+            return;
+        }
+        close();
+        open_ = true;
+        first_ = last_ = i;
+        std::tie(message_, values_) = describe();
+    }
+    void close() {
+        if (open_) c_.find(first_, last_, message_, values_);
+        open_ = false;
+    }
+
+private:
+    Context& c_;
+    bool open_ = false;
+    size_t first_ = 0, last_ = 0;
+    std::string message_;
+    Values values_;
+};
+
+// Events (frame indexes) in a sliding window of frame numbers: more than
+// `allowed` of them within `window` frames is one finding over them,
+// windows that overlap merged.
+void crowded(Context& c, const std::vector<size_t>& events, double allowed, double window,
+             const std::string& what) {
+    size_t from = 0;
+    std::optional<std::pair<size_t, size_t>> open;  // event positions
+    const auto flush = [&] {
+        if (!open) return;
+        const size_t n = open->second - open->first + 1;
+        c.find(events[open->first], events[open->second],
+               std::to_string(n) + " " + what + " in " +
+                   std::to_string(c.s.number(events[open->second]) -
+                                  c.s.number(events[open->first]) + 1) +
+                   " frames",
+               {{"count", std::to_string(n)}});
+        open.reset();
+    };
+    for (size_t k = 0; k < events.size(); ++k) {
+        while (!c.within(events[from], events[k], window - 1)) ++from;
+        if (static_cast<double>(k - from + 1) > allowed) {
+            if (open && from <= open->second) {
+                open->second = k;
+            } else {
+                flush();
+                open.emplace(from, k);
+            }
+        }
+    }
+    flush();
+}
+
+// ---- AE ---------------------------------------------------------------------------
+
+bool converged(double state) {
+    return is(state, ae::kConverged) || is(state, ae::kFlashRequired) || is(state, ae::kLocked);
+}
+
+void aeConverge(Context& c) {
+    const Track* state = c.recorded(kAeState);
+    const Track* trigger = c.recorded(kAePrecapture);
+    const double limit = c.param("frames");
+    const double precapture = c.param("precapture-frames");
+    std::optional<size_t> start;    // of the stretch not converged
+    std::optional<size_t> trigged;  // a precapture trigger within it
+    bool working = false;           // SEARCHING or PRECAPTURE seen in it
+    // The stretch ends on frame `end`: converged on the frame after it when
+    // `converged`, else cut (by the log, AE off or new settings).
+    const auto judge = [&](size_t end, bool converged) {
+        if (!start || !working) return;
+        const bool late = !c.within(*start, end, limit);
+        const bool lateAfterTrigger = trigged && !c.within(*trigged, end, precapture);
+        if (!late && !lateAfterTrigger) {
+            if (converged) c.judged();
+            return;
+        }
+        const size_t from = late ? *start : *trigged;
+        const double n = static_cast<double>(c.s.number(end) - c.s.number(from) + 1);
+        c.find(from, end,
+               std::string("aeState not CONVERGED, FLASH_REQUIRED or LOCKED ") +
+                   (converged ? "for " : "for at least ") + numberText(n) + " frames" +
+                   (late ? "" : " after a precapture trigger") + " (at most " +
+                   numberText(late ? limit : precapture) + ")",
+               {{"aeState", valueText(state, state->value(end))}});
+    };
+    const auto cut = [&](size_t i) {
+        if (start && i > 0) judge(i - 1, false);
+        start.reset();
+    };
+    for (size_t i = 0; i < c.s.frames(); ++i) {
+        const double v = state->value(i);
+        if (std::isnan(v) || is(c.context(kAeMode, i), ae::kModeOff)) {
+            cut(i);
+            continue;
+        }
+        if (converged(v)) {
+            if (start && i > 0) judge(i - 1, true);
+            start.reset();
+            continue;
+        }
+        if (start &&
+            requestChanged(c, {kAeMode, kAeLock, kAeCompensation, kAeFps, kAeRegions}, i)) {
+            cut(i);
+        }
+        if (!start) {
+            start = i;
+            trigged.reset();
+            working = false;
+        }
+        if (requested(trigger, i, trigger::kStart)) trigged = i;
+        working = working || is(v, ae::kSearching) || is(v, ae::kPrecapture);
+    }
+    // The log ends inside a stretch: a finding only if it is already too long.
+    if (start) judge(c.s.frames() - 1, false);
+    c.nothingToJudge("aeState never left CONVERGED in the log, or never converged within it");
+}
+
+void aePrecapture(Context& c) {
+    const Track* state = c.recorded(kAeState);
+    const Track* trigger = c.recorded(kAePrecapture);
+    const double limit = c.param("frames");
+    const double after = c.param("after");
+    const size_t n = c.s.frames();
+    size_t triggers = 0;
+    for (size_t t = 0; t < n; ++t) {
+        if (!requested(trigger, t, trigger::kStart)) continue;
+        if (is(c.context(kAeMode, t), ae::kModeOff)) continue;
+        ++triggers;
+        bool seen = false;  // PRECAPTURE seen
+        std::optional<size_t> done;
+        bool ended = false;
+        size_t j = t;
+        for (; j < n && c.within(t, j, limit); ++j) {
+            if (j > t && (requested(trigger, j, trigger::kStart) ||
+                          requested(trigger, j, trigger::kCancel))) {
+                ended = true;  // a new trigger or a cancel ends this sequence
+                break;
+            }
+            const double v = state->value(j);
+            if (is(v, ae::kPrecapture)) {
+                seen = true;
+            } else if (seen && !std::isnan(v)) {
+                if (is(v, ae::kConverged) || is(v, ae::kFlashRequired)) {
+                    done = j;
+                } else {
+                    c.find(t, j, "aeState left PRECAPTURE for " + valueText(state, v),
+                           {{"aeState", valueText(state, v)}, {"trigger", frameText(c, t)}});
+                }
+                break;
+            }
+        }
+        if (ended) continue;
+        if (!done) {
+            if (seen && j < n && is(state->value(j - 1), ae::kPrecapture) &&
+                c.logGoesPast(t, limit)) {
+                c.find(t, j - 1,
+                       "the precapture sequence did not complete within " + numberText(limit) +
+                           " frames",
+                       {{"aeState", "PRECAPTURE"}, {"trigger", frameText(c, t)}});
+            }
+            continue;
+        }
+        // Complete: not PRECAPTURE again soon without a new trigger.
+        bool again = false;
+        for (size_t k = *done + 1; k < n && c.within(*done, k, after); ++k) {
+            if (requested(trigger, k, trigger::kStart)) break;
+            if (is(state->value(k), ae::kPrecapture)) {
+                c.find(*done, k,
+                       "aeState PRECAPTURE again " +
+                           std::to_string(c.s.number(k) - c.s.number(*done)) +
+                           " frames after the sequence completed",
+                       {{"aeState", "PRECAPTURE"}, {"trigger", frameText(c, t)}});
+                again = true;
+                break;
+            }
+        }
+        if (!again && c.logGoesPast(*done, after)) c.judged();
+    }
+    c.nothingToJudge(triggers ? "every precapture sequence runs past the end of the log"
+                              : "no precapture trigger START in the log");
+}
+
+void aeLock(Context& c) {
+    const Track* lock = c.recorded(kAeLock);
+    const Track* state = c.recorded(kAeState);
+    const Track* exposure[] = {c.recorded(kExposureTime), c.recorded(kSensitivity)};
+    if (state == nullptr && exposure[0] == nullptr && exposure[1] == nullptr) {
+        c.nothingToJudge(std::string("needs ") + kAeState + ", " + kExposureTime + " or " +
+                         kSensitivity + " recorded as well (add to -m)");
+        return;
+    }
+    const double settle = c.param("settle");
+    const size_t n = c.s.frames();
+    for (size_t i = 0; i < n; ++i) {
+        if (!is(lock->value(i), 1) || (i > 0 && is(lock->value(i - 1), 1))) continue;
+        // A lock from frame i; it began before the log when i is the first
+        // frame that knows the lock.
+        const bool known = i > 0 && !std::isnan(lock->value(i - 1));
+        size_t end = i;
+        while (end + 1 < n && is(lock->value(end + 1), 1)) ++end;
+        if (!c.logGoesPast(i, settle) || c.within(i, end, settle)) continue;
+        if (is(c.context(kAeMode, i), ae::kModeOff)) continue;
+        Stretches unlocked(c);
+        for (size_t j = i; j <= end; ++j) {
+            if (c.within(i, j, settle) && known) continue;
+            const double v = state ? state->value(j) : NAN;
+            if (state && !std::isnan(v) && !is(v, ae::kLocked) && known) {
+                unlocked.add(j, [&] {
+                    return std::make_pair(
+                        std::string("aeState " + valueText(state, v) +
+                                    " while AE is locked since " + frameText(c, i)),
+                        Values{{"aeState", valueText(state, v)}, {"aeLock", "1 ON"}});
+                });
+            }
+            for (const Track* e : exposure) {
+                if (e == nullptr || j == i || !e->changedAt[1][j]) continue;
+                const double before = e->at(1, j - 1);
+                const double now = e->at(1, j);
+                if (std::isnan(before) || std::isnan(now) || before == now) continue;
+                c.find(j, j,
+                       e->info->name + " changed from " + numberText(before) + " to " +
+                           numberText(now) + " while AE is locked since " + frameText(c, i),
+                       {{e->info->name, numberText(now)}, {"before", numberText(before)}});
+            }
+        }
+        c.judged();
+    }
+    c.nothingToJudge("no AE lock held longer than " + numberText(settle) + " frames in the log");
+}
+
+void aeOscillation(Context& c) {
+    const Track* sensitivity = c.recorded(kSensitivity);
+    const Track* exposure = c.recorded(kExposureTime);
+    const Track* state = c.recorded(kAeState);
+    const bool product = sensitivity != nullptr && exposure != nullptr;
+    if (!product && state == nullptr) {
+        c.nothingToJudge(std::string("needs ") + kSensitivity + " and " + kExposureTime + ", or " +
+                         kAeState + ", recorded (add to -m)");
+        return;
+    }
+    const double step = c.param("step");
+    const double allowed = c.param("reversals");
+    const double window = c.param("window");
+    const size_t n = c.s.frames();
+    std::vector<size_t> reversals, researches;
+    double anchor = NAN;
+    int direction = 0;
+    size_t seen = 0;
+    const auto check = [&] {
+        crowded(c, reversals, allowed, window, "reversals of exposure");
+        crowded(c, researches, allowed, window, "returns from CONVERGED to SEARCHING");
+        reversals.clear();
+        researches.clear();
+    };
+    for (size_t i = 0; i < n; ++i) {
+        const bool locked = is(c.context(kAeLock, i), 1) || is(c.context(kAeMode, i), 0);
+        if (locked ||
+            requestChanged(
+                c, {kAeMode, kAeLock, kAeCompensation, kAeFps, kAeRegions, kAePrecapture}, i)) {
+            check();
+            anchor = NAN;
+            direction = 0;
+            if (locked) continue;
+        }
+        if (product) {
+            const double e = sensitivity->at(1, i) * exposure->at(1, i);
+            if (!std::isnan(e) && e > 0) {
+                ++seen;
+                if (std::isnan(anchor)) {
+                    anchor = e;
+                } else if (std::fabs(e - anchor) > step * anchor) {
+                    const int d = e > anchor ? 1 : -1;
+                    if (direction != 0 && d != direction) reversals.push_back(i);
+                    direction = d;
+                    anchor = e;
+                }
+            }
+        }
+        if (state != nullptr && i > 0 && is(state->value(i), ae::kSearching) &&
+            is(state->value(i - 1), ae::kConverged)) {
+            researches.push_back(i);
+        }
+        if (state != nullptr && !std::isnan(state->value(i))) ++seen;
+    }
+    check();
+    if (seen > 1) c.judged();
+}
+
+// ---- AF -----------------------------------------------------------------------------
+
+bool afLocked(double v) {
+    return is(v, af::kFocusedLocked) || is(v, af::kNotFocusedLocked);
+}
+
+void afSequence(Context& c) {
+    const Track* state = c.recorded(kAfState);
+    const Track* trigger = c.recorded(kAfTrigger);
+    const Track* mode = c.recorded(kAfMode);
+    const double limit = c.param("frames");
+    const size_t n = c.s.frames();
+    size_t triggers = 0;
+    for (size_t t = 0; t < n; ++t) {
+        if (!requested(trigger, t, trigger::kStart)) continue;
+        const double m = c.context(kAfMode, t);
+        if (is(m, af::kModeOff) || is(m, af::kEdof)) continue;
+        ++triggers;
+        const auto ends = [&](size_t j) {
+            return j > t && (requested(trigger, j, trigger::kStart) ||
+                             requested(trigger, j, trigger::kCancel) ||
+                             (mode != nullptr && mode->changedAt[0][j]));
+        };
+        std::optional<size_t> locked;
+        bool ended = false;
+        size_t j = t;
+        for (; j < n && c.within(t, j, limit); ++j) {
+            if (ends(j)) {
+                ended = true;
+                break;
+            }
+            if (afLocked(state->value(j))) {
+                locked = j;
+                break;
+            }
+        }
+        if (ended) continue;
+        if (!locked) {
+            if (c.logGoesPast(t, limit)) {
+                c.find(t, j - 1,
+                       "afState reached neither FOCUSED_LOCKED nor NOT_FOCUSED_LOCKED within " +
+                           numberText(limit) + " frames of the trigger",
+                       {{"afState", valueText(state, state->value(j - 1))}});
+            }
+            continue;
+        }
+        // The lock holds until a cancel, a new trigger or a mode change.
+        bool lost = false;
+        for (size_t k = *locked + 1; k < n && !ends(k); ++k) {
+            const double v = state->value(k);
+            if (!std::isnan(v) && !afLocked(v)) {
+                c.find(*locked, k,
+                       "the AF lock was lost (afState " + valueText(state, v) +
+                           ") without a cancel, a new trigger or a change of AF mode",
+                       {{"afState", valueText(state, v)}, {"trigger", frameText(c, t)}});
+                lost = true;
+                break;
+            }
+        }
+        if (!lost) c.judged();
+    }
+    c.nothingToJudge(triggers ? "every AF trigger runs past the end of the log"
+                              : "no AF trigger START in the log");
+}
+
+void afHunting(Context& c) {
+    const Track* state = c.recorded(kAfState);
+    const Track* mode = c.recorded(kAfMode);
+    const size_t n = c.s.frames();
+    std::vector<size_t> scans;
+    size_t seen = 0;
+    const auto check = [&] {
+        crowded(c, scans, c.param("scans"), c.param("window"),
+                "scans (afState PASSIVE_SCAN) of continuous AF");
+        scans.clear();
+    };
+    for (size_t i = 0; i < n; ++i) {
+        const double m = mode->value(i);
+        const bool continuous = is(m, af::kContinuousVideo) || is(m, af::kContinuousPicture);
+        if (!continuous || requestChanged(c, {kAfMode, kAfRegions, kAfTrigger}, i)) check();
+        if (!continuous) continue;
+        const double v = state->value(i);
+        if (std::isnan(v)) continue;
+        ++seen;
+        if (i > 0 && is(v, af::kPassiveScan) && !is(state->value(i - 1), af::kPassiveScan) &&
+            !std::isnan(state->value(i - 1))) {
+            scans.push_back(i);
+        }
+    }
+    check();
+    if (seen > 1) c.judged();
+    c.nothingToJudge("no frame in a continuous AF mode with a known afState");
+}
+
+// ---- Zoom and crop ----------------------------------------------------------------
+
+void zoom(Context& c) {
+    const Track* ratio = c.recorded(kZoomRatio);
+    const Track* crop = c.recorded(kCropRegion);
+    const size_t n = c.s.frames();
+    const double tolerance = c.param("ratio");
+    const std::vector<double> depth = c.s.staticValue(kPipelineMaxDepth);
+    const double latency = !depth.empty() && depth[0] > 0 ? depth[0] : c.param("latency");
+    bool requests = false;
+    for (size_t i = 0; i < n && !requests; ++i) requests = ratio->changedAt[0][i] != 0;
+
+    // The result within `tolerance` of a request of the last `latency` frames.
+    if (requests) {
+        Stretches off(c);
+        for (size_t i = 0; i < n; ++i) {
+            const double res = ratio->at(1, i);
+            if (std::isnan(res)) continue;
+            bool near = false;
+            bool known = false;
+            // Frame j's request holds until the next frame of the log: it is
+            // in the window when that frame is.
+            for (size_t j = i + 1; j-- > 0;) {
+                if (j < i && !c.within(j + 1, i, latency - 1)) break;
+                const double req = ratio->at(0, j);
+                if (!std::isnan(req)) {
+                    known = true;
+                    // Printed to eight decimals: a ratio on the bound is within it.
+                    near = near || std::fabs(res - req) <= tolerance * req + 1e-6;
+                }
+            }
+            if (!known) continue;
+            c.judged();
+            if (!near) {
+                off.add(i, [&] {
+                    return std::make_pair(
+                        std::string("result zoom ratio " + numberText(res) +
+                                    " is none of those requested " + "in the last " +
+                                    numberText(latency) + " frames (" +
+                                    numberText(ratio->at(0, i)) + " on this frame)"),
+                        Values{{"result", numberText(res)},
+                               {"request", numberText(ratio->at(0, i))}});
+                });
+            }
+        }
+        // Monotonic while the request is: a result step against the
+        // request's direction within a run of steps one way.
+        int direction = 0;
+        std::optional<size_t> runEnd;  // the last request step of the run
+        for (size_t i = 1; i < n; ++i) {
+            const double a = ratio->at(0, i - 1), b = ratio->at(0, i);
+            if (ratio->changedAt[0][i] && !std::isnan(a) && !std::isnan(b) && a != b) {
+                const int d = b > a ? 1 : -1;
+                if (d != direction) direction = d;
+                runEnd = i;
+            }
+            if (runEnd && !c.within(*runEnd, i, latency)) direction = 0;
+            const double ra = ratio->at(1, i - 1), rb = ratio->at(1, i);
+            if (direction != 0 && ratio->changedAt[1][i] && !std::isnan(ra) && !std::isnan(rb) &&
+                (rb - ra) * direction < -tolerance / 5 * ra) {
+                c.find(i, i,
+                       "result zoom ratio went from " + numberText(ra) + " to " + numberText(rb) +
+                           " while the request moved the other way",
+                       {{"result", numberText(rb)}, {"before", numberText(ra)}});
+            }
+        }
+    }
+
+    // The crop's size and centre for the result's zoom.
+    const std::vector<double> active = c.s.staticValue(kActiveArray);
+    if (crop == nullptr || active.size() < 4 || active[2] <= 0 || active[3] <= 0) {
+        if (!requests) {
+            c.nothingToJudge(crop == nullptr
+                                 ? std::string("no zoom request in the log, and ") + kCropRegion +
+                                       " is not recorded"
+                                 : "no zoom request in the log, and no active array size in "
+                                   "the static metadata to place the crop in");
+        }
+        return;
+    }
+    const double size = c.param("crop-size");
+    const double centre = c.param("crop-centre");
+    Stretches wrong(c);
+    for (size_t i = 0; i < n; ++i) {
+        const double z = ratio->at(1, i);
+        const double l = crop->at(1, i, 0), t = crop->at(1, i, 1), w = crop->at(1, i, 2),
+                     h = crop->at(1, i, 3);
+        if (std::isnan(z) || z <= 0 || std::isnan(h) || w <= 0 || h <= 0) continue;
+        c.judged();
+        const double scale = std::max(1.0, z);
+        // Android's zoom ratio leaves the crop at the whole array; a crop
+        // that zooms as well is the array over the ratio.
+        const auto off = [&](double got, double whole) {
+            return std::min(std::fabs(got / whole - 1), std::fabs(got * z / whole - 1)) >
+                   size * scale;
+        };
+        const double dx = std::fabs(l + w / 2 - active[2] / 2);
+        const double dy = std::fabs(t + h / 2 - active[3] / 2);
+        const bool offSize = off(w, active[2]) || off(h, active[3]);
+        if (!offSize && dx <= centre * scale * active[2] && dy <= centre * scale * active[3]) {
+            continue;
+        }
+        wrong.add(i, [&] {
+            return std::make_pair(
+                offSize
+                    ? "crop region " + numberText(w) + "x" + numberText(h) + " does not fit zoom " +
+                          numberText(z) + " (expected " + numberText(std::round(active[2] / z)) +
+                          "x" + numberText(std::round(active[3] / z)) + " or the whole array)"
+                    : "crop region off centre by (" + numberText(dx) + ", " + numberText(dy) + ")",
+                Values{{"zoomRatio", numberText(z)},
+                       {"cropRegion", numberText(l) + " " + numberText(t) + " " + numberText(w) +
+                                          " " + numberText(h)}});
+        });
+    }
+}
+
+void finalCrop(Context& c) {
+    const Track* ratio = c.recorded(kZoomRatio);
+    const Track* policy = c.recorded(kPolicyCrop);
+    const double jump = c.param("jump");
+    const size_t n = c.s.frames();
+    struct Crop {
+        double left = NAN, top = NAN, width = NAN, height = NAN;
+        std::string from;
+        bool ok = false;
+    };
+    const auto cropOf = [&](size_t i) {
+        Crop k;
+        const GetterCall* call = c.getters.find(i, "GetFinalCropRegion");
+        if (call == nullptr || call->result.value_or(-1) != 0) return k;
+        const auto get = [&](const char* f) {
+            const auto at = call->numbers.find(f);
+            return at == call->numbers.end() ? NAN : at->second;
+        };
+        k.left = get("crop.left");
+        k.top = get("crop.top");
+        k.width = get("crop.width");
+        k.height = get("crop.height");
+        const auto from = call->words.find("stages.shift.from");
+        if (from != call->words.end()) k.from = from->second;
+        k.ok = k.width > 0 && k.height > 0;
+        return k;
+    };
+    bool any = false;
+    Crop before = cropOf(0);
+    for (size_t i = 1; i < n; ++i) {
+        const Crop now = cropOf(i);
+        const double za = ratio->value(i - 1), zb = ratio->value(i);
+        if (!before.ok || !now.ok || std::isnan(za) || std::isnan(zb)) {
+            before = now;
+            continue;
+        }
+        any = true;
+        c.judged();
+        const bool zoomSame = std::fabs(zb - za) <= 1e-6 * za;
+        const bool policySame = !policy->changed(i);
+        const double move = std::hypot(now.left + now.width / 2 - before.left - before.width / 2,
+                                       now.top + now.height / 2 - before.top - before.height / 2);
+        const Values values = {
+            {"finalCrop", numberText(now.left) + " " + numberText(now.top) + " " +
+                              numberText(now.width) + " " + numberText(now.height)},
+            {"zoomRatio", numberText(zb)},
+            {"shift", now.from.empty() ? "unknown" : now.from}};
+        if (zoomSame && policySame && now.from == before.from && move > jump * before.width) {
+            c.find(i - 1, i,
+                   "final crop's centre moved " + numberText(std::round(move)) +
+                       " pixels with zoom, sensor-policy crop and shift source unchanged",
+                   values);
+        }
+        if (!zoomSame) {
+            const double grow = now.width / before.width - 1;
+            if ((zb > za && grow > jump) || (zb < za && grow < -jump)) {
+                c.find(i - 1, i,
+                       "final crop's width went from " + numberText(before.width) + " to " +
+                           numberText(now.width) + " while the zoom went from " + numberText(za) +
+                           " to " + numberText(zb),
+                       values);
+            }
+        }
+        const bool moving = !zoomSame || (i > 1 && std::fabs(za - ratio->value(i - 2)) > 1e-6 * za);
+        if (moving && !before.from.empty() && !now.from.empty() && before.from != now.from) {
+            c.find(i - 1, i,
+                   "final crop's shift source changed from " + before.from + " to " + now.from +
+                       " while the zoom moved",
+                   values);
+        }
+        before = now;
+    }
+    if (!any) c.nothingToJudge("GetFinalCropRegion gave no crop on two frames in a row");
+}
+
+void getterFlaps(Context& c) {
+    const size_t n = c.s.frames();
+    std::vector<std::string> names;
+    for (size_t i = 0; i < n; ++i) {
+        for (const GetterCall& call : c.getters.at(i)) {
+            if (call.result && std::find(names.begin(), names.end(), call.getter) == names.end()) {
+                names.push_back(call.getter);
+            }
+        }
+    }
+    for (const std::string& name : names) {
+        std::optional<int> first;
+        bool flaps = false;
+        for (size_t i = 0; i < n; ++i) {
+            const GetterCall* call = c.getters.find(i, name);
+            if (call == nullptr || !call->result) continue;
+            if (!first) first = call->result;
+            flaps = flaps || *call->result != *first;
+        }
+        if (!first) continue;
+        c.judged();
+        if (!flaps) continue;
+        Stretches failing(c);
+        for (size_t i = 0; i < n; ++i) {
+            const GetterCall* call = c.getters.find(i, name);
+            if (call == nullptr || !call->result || *call->result == 0) continue;
+            failing.add(i, [&] {
+                return std::make_pair(std::string(name + " gives " + std::to_string(*call->result) +
+                                                  (call->found.empty() ? "" : ": " + call->found)),
+                                      Values{{"result", std::to_string(*call->result)}});
+            });
+        }
+    }
+    if (names.empty()) c.nothingToJudge("no getter with a result code was run");
+}
+
+// ---- Flash and timestamps ------------------------------------------------------------
+
+void flashFires(Context& c) {
+    const Track* state = c.recorded(kFlashState);
+    const Track* mode = c.recorded(kFlashMode);
+    const Track* ae = c.recorded(kAeState);
+    const Track* intent = c.recorded(kCaptureIntent);
+    if (mode == nullptr && (ae == nullptr || intent == nullptr)) {
+        c.nothingToJudge(std::string("needs ") + kFlashMode + ", or " + kAeState + " and " +
+                         kCaptureIntent + ", recorded as well (add to -m)");
+        return;
+    }
+    const double torchFrames = c.param("torch-frames");
+    const double readyFrames = c.param("ready-frames");
+    const size_t n = c.s.frames();
+    // After a flash: READY or PARTIAL again in time.
+    const auto recovers = [&](size_t fired) {
+        for (size_t k = fired + 1; k < n && c.within(fired, k, readyFrames); ++k) {
+            const double v = state->value(k);
+            if (is(v, flash::kReady) || is(v, flash::kPartial)) return;
+            if (mode != nullptr &&
+                (is(mode->at(0, k), flash::kTorch) || is(mode->at(0, k), flash::kSingle))) {
+                return;
+            }
+        }
+        if (!c.logGoesPast(fired, readyFrames)) return;
+        c.find(fired, fired,
+               "flash state not READY or PARTIAL within " + numberText(readyFrames) +
+                   " frames after it fired",
+               {{"flash.state", valueText(state, state->value(fired))}});
+    };
+    for (size_t i = 0; i < n; ++i) {
+        const double aeMode = c.context(kAeMode, i);
+        const bool autoFlash = is(aeMode, ae::kAutoFlash) || is(aeMode, ae::kAutoFlashRedeye) ||
+                               is(aeMode, ae::kAlwaysFlash);
+        const double v = state->value(i);
+        if (mode != nullptr && !autoFlash && requested(mode, i, flash::kSingle) && !std::isnan(v)) {
+            c.judged();
+            if (!is(v, flash::kFired)) {
+                c.find(i, i, "flash mode SINGLE but flash state " + valueText(state, v),
+                       {{"flash.mode", "1 SINGLE"}, {"flash.state", valueText(state, v)}});
+            } else {
+                recovers(i);
+            }
+        }
+        if (mode != nullptr && !autoFlash && requested(mode, i, flash::kTorch)) {
+            bool fired = false;
+            size_t k = i;
+            for (; k < n && c.within(i, k, torchFrames) && is(mode->at(0, k), flash::kTorch); ++k) {
+                fired = fired || is(state->value(k), flash::kFired);
+            }
+            const bool held = k < n && is(mode->at(0, k), flash::kTorch);
+            if (fired) {
+                c.judged();
+            } else if (held) {
+                c.find(i, k - 1,
+                       "torch on but flash state not FIRED within " + numberText(torchFrames) +
+                           " frames",
+                       {{"flash.mode", "2 TORCH"},
+                        {"flash.state", valueText(state, state->value(k - 1))}});
+            }
+        }
+        if (ae != nullptr && intent != nullptr && i > 0 && requested(intent, i, kStillCapture) &&
+            is(ae->value(i - 1), ae::kFlashRequired) && (autoFlash || std::isnan(aeMode)) &&
+            !std::isnan(v)) {
+            c.judged();
+            if (!is(v, flash::kFired)) {
+                c.find(i, i,
+                       "aeState FLASH_REQUIRED, then a still capture with flash state " +
+                           valueText(state, v),
+                       {{"aeState", "4 FLASH_REQUIRED"}, {"flash.state", valueText(state, v)}});
+            } else {
+                recovers(i);
+            }
+        }
+    }
+    c.nothingToJudge("no flash asked for in the log");
+}
+
+void timestamps(Context& c) {
+    const size_t n = c.s.frames();
+    Stretches back(c);
+    for (size_t i = 1; i < n; ++i) {
+        // A frame number that does not grow starts another file of the session.
+        if (c.s.number(i) <= c.s.number(i - 1)) continue;
+        const int64_t a = c.s.timestamp(i - 1), b = c.s.timestamp(i);
+        if (a == 0 || b == 0) continue;
+        c.judged();
+        if (b <= a) {
+            back.add(i, [&] {
+                return std::make_pair(
+                    std::string("sensor timestamp " + std::to_string(b) + " ns does not follow " +
+                                std::to_string(a) + " ns of the frame before"),
+                    Values{{"timestamp", std::to_string(b)}, {"before", std::to_string(a)}});
+            });
+        }
+    }
+    back.close();
+    // Drops: with a tag that changes on every frame, every frame is in the
+    // log, and an interval much longer than the usual is a frame missing.
+    bool everyFrame = false;
+    for (const kvhost::RecordedTag& r : c.s.recordedTags()) {
+        const Track* t = c.s.track(r.name);
+        if (t == nullptr) continue;
+        size_t changes = 0;
+        for (size_t i = 0; i < n; ++i) changes += t->changedAt[1][i];
+        everyFrame = everyFrame || (n >= 10 && changes * 10 >= n * 9);
+    }
+    if (!everyFrame) return;
+    std::vector<int64_t> gaps;
+    for (size_t i = 1; i < n; ++i) {
+        if (c.s.number(i) == c.s.number(i - 1) + 1 && c.s.timestamp(i) > c.s.timestamp(i - 1)) {
+            gaps.push_back(c.s.timestamp(i) - c.s.timestamp(i - 1));
+        }
+    }
+    if (gaps.size() < 3) return;
+    std::vector<int64_t> sorted = gaps;
+    std::nth_element(sorted.begin(),
+                     sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2), sorted.end());
+    const double median = static_cast<double>(sorted[sorted.size() / 2]);
+    const double drop = c.param("drop");
+    for (size_t i = 1; i < n; ++i) {
+        if (c.s.number(i) != c.s.number(i - 1) + 1) continue;
+        const double gap = static_cast<double>(c.s.timestamp(i) - c.s.timestamp(i - 1));
+        if (gap > drop * median) {
+            c.find(i - 1, i,
+                   "frame interval " + numberText(gap / 1e6) + " ms, over " + numberText(drop) +
+                       " x the median " + numberText(median / 1e6) + " ms: a frame dropped",
+                   {{"interval_ns", numberText(gap)}, {"median_ns", numberText(median)}});
+        }
+    }
+}
+
+}  // namespace
+
+CheckBody checkBody(const std::string& id) {
+    static const std::map<std::string, CheckBody> bodies = {
+        {"ae-converge", aeConverge},
+        {"ae-precapture", aePrecapture},
+        {"ae-lock", aeLock},
+        {"ae-oscillation", aeOscillation},
+        {"af-sequence", afSequence},
+        {"af-hunting", afHunting},
+        {"zoom", zoom},
+        {"final-crop", finalCrop},
+        {"getter-flaps", getterFlaps},
+        {"flash", flashFires},
+        {"timestamps", timestamps},
+    };
+    const auto body = bodies.find(id);
+    return body == bodies.end() ? nullptr : body->second;
+}
+
+}  // namespace kvanalysis

@@ -1,0 +1,153 @@
+#include "Session.h"
+
+#include <cstring>
+#include <mutex>
+
+#include "kvanalysis/Checks.h"
+
+namespace kvanalysis {
+
+std::vector<double> numbersOf(kvhost::TagType type, const uint8_t* data, size_t count) {
+    std::vector<double> out;
+    out.reserve(count);
+    const auto each = [&](auto sample) {
+        using T = decltype(sample);
+        for (size_t k = 0; k < count; ++k) {
+            T v{};
+            std::memcpy(&v, data + k * sizeof(T), sizeof(T));
+            out.push_back(static_cast<double>(v));
+        }
+    };
+    switch (type) {
+        case kvhost::TagType::Byte:
+            each(uint8_t{});
+            break;
+        case kvhost::TagType::Int32:
+            each(int32_t{});
+            break;
+        case kvhost::TagType::Float:
+            each(float{});
+            break;
+        case kvhost::TagType::Int64:
+            each(int64_t{});
+            break;
+        case kvhost::TagType::Double:
+            each(double{});
+            break;
+        case kvhost::TagType::Rational:
+            for (size_t k = 0; k < count; ++k) {
+                int32_t r[2];
+                std::memcpy(r, data + k * sizeof r, sizeof r);
+                out.push_back(r[1] != 0 ? static_cast<double>(r[0]) / r[1] : NAN);
+            }
+            break;
+    }
+    return out;
+}
+
+Session::Session(const kvhost::Sequence& sequence)
+    : sequence_(sequence), recorded_(sequence.recordedTags()) {
+    const size_t n = sequence.frameCount();
+    numbers_.reserve(n);
+    timestamps_.reserve(n);
+    for (size_t i = 0; i < n; ++i) {
+        const kvhost::FrameInfo f = sequence.info(i);
+        numbers_.push_back(f.number);
+        timestamps_.push_back(f.timestamp);
+    }
+}
+
+const Track* Session::track(const char* name) const {
+    const auto known = byAddress_.find(name);
+    if (known != byAddress_.end()) return known->second;
+    return byAddress_[name] = track(std::string(name));
+}
+
+bool Session::recorded(const std::string& name) const {
+    const Track* t = track(name);
+    return t != nullptr && t->recorded;
+}
+
+const Track* Session::track(const std::string& name) const {
+    std::unique_ptr<Track>& slot = tracks_[name];
+    if (slot) return slot.get();
+    const kvhost::TagInfo* info = kvhost::findTag(name.c_str());
+    if (info == nullptr) return nullptr;
+    auto t = std::make_unique<Track>();
+    t->info = info;
+    for (const kvhost::RecordedTag& r : recorded_) {
+        if (r.id == info->id) {
+            t->recorded = true;
+            t->firstFrame = r.firstFrame;
+        }
+    }
+    const size_t n = frames();
+    const std::vector<kvhost::TagChange> changes =
+        t->recorded ? sequence_.changes(info->id) : std::vector<kvhost::TagChange>{};
+    for (const kvhost::TagChange& c : changes) {
+        if (!c.removed) t->width = std::max(t->width, std::min<size_t>(c.count, Track::kMaxWidth));
+    }
+    for (int side = 0; side < 2; ++side) {
+        t->values[side].assign(n * t->width, NAN);
+        t->changedAt[side].assign(n, 0);
+    }
+    // Each change holds until the next one of its side.
+    std::vector<double> held[2];
+    size_t from[2] = {0, 0};
+    const auto fill = [&](int side, size_t until) {
+        for (size_t i = from[side]; i < until; ++i) {
+            for (size_t k = 0; k < held[side].size() && k < t->width; ++k) {
+                t->values[side][i * t->width + k] = held[side][k];
+            }
+        }
+        from[side] = until;
+    };
+    for (const kvhost::TagChange& c : changes) {
+        const int side = c.result ? 1 : 0;
+        if (c.frame >= n) continue;
+        fill(side, c.frame);
+        held[side] = c.removed ? std::vector<double>{}
+                               : numbersOf(c.type, c.bytes.data(),
+                                           std::min<size_t>(c.count, Track::kMaxWidth));
+        t->changedAt[side][c.frame] = 1;
+    }
+    fill(0, n);
+    fill(1, n);
+    slot = std::move(t);
+    return slot.get();
+}
+
+const kvhost::Capture* Session::firstFrame() const {
+    if (!first_ && frames() > 0) {
+        const std::lock_guard<std::mutex> lock(standInLock());
+        kvhost::LoadResult f = sequence_.frame(0);
+        if (f) first_ = std::move(*f.capture);
+    }
+    return first_ ? &*first_ : nullptr;
+}
+
+std::vector<double> Session::staticValue(const char* name) const {
+    const kvhost::Capture* first = firstFrame();
+    const kvhost::TagInfo* info = kvhost::findTag(name);
+    if (first == nullptr || info == nullptr) return {};
+    const std::shared_ptr<kvhost::Metadata> statics = first->staticOf(first->cameraId);
+    if (!statics) return {};
+    const camera_metadata_ro_entry_t e = statics->find(info->id);
+    if (e.count == 0 || e.data.u8 == nullptr) return {};
+    return numbersOf(static_cast<kvhost::TagType>(e.type), e.data.u8, e.count);
+}
+
+double Session::blockValue(const char* name) const {
+    const auto known = blockValues_.find(name);
+    if (known != blockValues_.end()) return known->second;
+    double& value = blockValues_[name];
+    value = NAN;
+    const kvhost::Capture* first = firstFrame();
+    const kvhost::TagInfo* info = kvhost::findTag(name);
+    if (first == nullptr || info == nullptr || !first->frame) return NAN;
+    const camera_metadata_ro_entry_t e = first->frame->find(info->id);
+    if (e.count == 0 || e.data.u8 == nullptr) return NAN;
+    return value = numbersOf(static_cast<kvhost::TagType>(e.type), e.data.u8, 1)[0];
+}
+
+}  // namespace kvanalysis

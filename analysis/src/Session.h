@@ -1,0 +1,84 @@
+// A session's recorded tags as numbers, frame by frame and side by side,
+// filled from the sequence's changes (Sequence::changes) without building a
+// frame: what the checks and the rules read.
+#pragma once
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "kvhost/Capture.h"
+
+namespace kvanalysis {
+
+// A tag's values over the frames. Absent values are NaN.
+struct Track {
+    static constexpr size_t kMaxWidth = 8;  // elements kept of each value
+
+    const kvhost::TagInfo* info = nullptr;
+    bool recorded = false;
+    int64_t firstFrame = 0;  // the frame number of its first event
+    size_t width = 1;
+    std::vector<double> values[2];      // [side][frame * width + k]: request 0, result 1
+    std::vector<uint8_t> changedAt[2];  // [side][frame]: the log set it on that frame
+
+    // Element k of side `side` (0 request, 1 result) on frame i.
+    double at(int side, size_t i, size_t k = 0) const {
+        return k < width ? values[side][i * width + k] : NAN;
+    }
+    // The frame rule: the result's value where it has one, else the request's.
+    double value(size_t i, size_t k = 0) const {
+        const double r = at(1, i, k);
+        return std::isnan(r) ? at(0, i, k) : r;
+    }
+    bool changed(size_t i) const { return changedAt[0][i] || changedAt[1][i]; }
+};
+
+class Session {
+public:
+    explicit Session(const kvhost::Sequence& sequence);
+
+    const kvhost::Sequence& sequence() const { return sequence_; }
+    size_t frames() const { return numbers_.size(); }
+    int64_t number(size_t i) const { return numbers_[i]; }
+    int64_t timestamp(size_t i) const { return timestamps_[i]; }
+    // The track of a tag, built when first asked; null for a name the tag
+    // table does not know. A tag that is not recorded has a track of NaNs.
+    const Track* track(const std::string& name) const;
+    // The same for a name that lives as long as the session (the checks'
+    // constants), found again by its address.
+    const Track* track(const char* name) const;
+    bool recorded(const std::string& name) const;
+    const std::vector<kvhost::RecordedTag>& recordedTags() const { return recorded_; }
+
+    // An entry of the static metadata of the session's camera, as numbers;
+    // empty when absent.
+    std::vector<double> staticValue(const char* name) const;
+    // The first element of a tag as frame 0 holds it (for a tag not
+    // recorded, the dump blocks' value); NaN when absent.
+    double blockValue(const char* name) const;  // `name` as for track(const char*)
+
+private:
+    const kvhost::Capture* firstFrame() const;
+
+    const kvhost::Sequence& sequence_;
+    std::vector<int64_t> numbers_;
+    std::vector<int64_t> timestamps_;
+    std::vector<kvhost::RecordedTag> recorded_;
+    mutable std::map<std::string, std::unique_ptr<Track>> tracks_;
+    mutable std::optional<kvhost::Capture> first_;  // frame 0, for its static metadata
+    mutable std::unordered_map<const char*, const Track*> byAddress_;
+    mutable std::unordered_map<const char*, double> blockValues_;
+};
+
+// The elements of a payload as numbers: integers and floats as they are, a
+// rational as its quotient.
+std::vector<double> numbersOf(kvhost::TagType type, const uint8_t* data, size_t count);
+
+}  // namespace kvanalysis

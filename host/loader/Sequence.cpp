@@ -728,8 +728,11 @@ std::vector<RecordedTag> Sequence::recordedTags() const {
 
 bool Sequence::changed(size_t i, uint32_t id) const {
     if (i >= frameCount()) return false;
-    const auto [part, k] = locate(*data_, i);
-    const loader::SequencePart::Frame& f = part->frames[k];
+    // Not a structured binding: a lambda below takes the part, which C++17
+    // does not let it capture from one.
+    const std::pair<const loader::SequencePart*, size_t> at = locate(*data_, i);
+    const loader::SequencePart* part = at.first;
+    const loader::SequencePart::Frame& f = part->frames[at.second];
     if (part->fromBlocks) {
         for (uint32_t e = f.first; e < f.end; ++e) {
             if (part->infos[part->log.events[e].tag]->id == id) return true;
@@ -739,10 +742,10 @@ bool Sequence::changed(size_t i, uint32_t id) const {
     for (const loader::SequencePart::Track& t : part->tracks) {
         if (t.info->id != id) continue;
         for (const std::vector<uint32_t>& side : t.sides) {
-            const auto at = std::lower_bound(
+            const auto first = std::lower_bound(
                 side.begin(), side.end(), f.number,
                 [&](uint32_t e, int64_t n) { return part->log.events[e].frame < n; });
-            if (at != side.end() && part->log.events[*at].frame == f.number) return true;
+            if (first != side.end() && part->log.events[*first].frame == f.number) return true;
         }
     }
     return false;

@@ -9,7 +9,8 @@
 // - an accepted sequence has frameCount() frames, an event log's frame
 //   numbers strictly ascending; every frame's tags are whole payloads,
 //   each tag once, and a recorded tag changes only on frames that have its
-//   event.
+//   event. Rendering loads each frame with a value slot for each recorded
+//   tag.
 // Rendering, besides: each of the first kFrames frames loads (or fails with
 // an error naming the file) and every view of --frames renders from them:
 // the table, the JSON with and without log lines, the CSV (every row as wide
@@ -129,6 +130,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
 #if defined(KVFUZZ_RENDER)
     const std::vector<const inspect::Getter*> getters = inspect::defaultFrameGetters();
+    const std::vector<kvhost::RecordedTag> recorded = sequence.recordedTags();
     std::vector<inspect::FrameCalls> frames;
     for (size_t i = 0; i < std::min(sequence.frameCount(), kFrames); ++i) {
         const kvhost::LoadResult frame = sequence.frame(i);
@@ -138,8 +140,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             continue;
         }
         const kvhost::FrameInfo info = sequence.info(i);
-        frames.push_back(
-            {info.number, info.timestamp, inspect::runGetters(*frame.capture, getters)});
+        inspect::FrameCalls& f = frames.emplace_back();
+        f.number = info.number;
+        f.timestamp = info.timestamp;
+        f.calls = inspect::runGetters(*frame.capture, getters);
+        f.recorded = inspect::recordedValues(sequence, i, *frame.capture, recorded);
+        f.fromBlocks = inspect::tagsFromBlocks(f.calls, recorded);
+        KVFUZZ_CHECK(f.recorded.size() == recorded.size(), "%zu recorded values of %zu tags",
+                     f.recorded.size(), recorded.size());
     }
     KVFUZZ_CHECK(!inspect::framesTable(frames).empty(), "no table");
     for (const bool logs : {false, true}) {

@@ -10,7 +10,6 @@ namespace kvhost {
 namespace loader {
 namespace {
 
-constexpr const char* kFwkCameraId = "kovani.snapshot.fwkCameraId";
 constexpr uint32_t kActiveArraySize = 0xF0000;  // android.sensor.info.activeArraySize
 
 // A camera id of the dump as the library's int; empty for any other text.
@@ -35,7 +34,8 @@ int32_t element(const TagPayload& p, size_t i) {
 
 class Builder {
 public:
-    Builder(const Dump& dump, const DumpOptions& options) : dump_(dump), options_(options) {
+    Builder(const Dump& dump, const DumpOptions& options, bool inputRequired = true)
+        : dump_(dump), options_(options), inputRequired_(inputRequired) {
         c_.file = dump.file;
         c_.warnings = dump.warnings;
         for (const DumpVendorTag& v : dump.vendorTags) vendorNames_.emplace(v.id, v.name);
@@ -218,11 +218,8 @@ private:
         }
         const auto stat = c_.statics.find(static_cast<uint32_t>(c_.cameraId));
         if (stat != c_.statics.end()) {
-            for (const TagPayload& p : stat->second) {
-                if (p.info->id != kActiveArraySize || p.count < 4) continue;
-                if (element(p, 2) < 1 || element(p, 3) < 1) break;
-                c_.inputWidth = element(p, 2);
-                c_.inputHeight = element(p, 3);
+            if (const auto size = activeArraySize(stat->second)) {
+                std::tie(c_.inputWidth, c_.inputHeight) = *size;
                 c_.notes.push_back("input image " + std::to_string(c_.inputWidth) + "x" +
                                    std::to_string(c_.inputHeight) +
                                    ": the active array of camera " + std::to_string(c_.cameraId) +
@@ -230,8 +227,11 @@ private:
                 return;
             }
         }
-        fail("no input image size: camera " + std::to_string(c_.cameraId) +
-             " has no active array size in the dump; give one with --input WxH");
+        const std::string why =
+            "camera " + std::to_string(c_.cameraId) + " has no active array size in the dump";
+        if (inputRequired_) fail("no input image size: " + why + "; give one with --input WxH");
+        c_.notes.push_back(std::string(kUnknownInput) + ": " + why +
+                           "; what maps into the input image is not run (--input WxH gives it)");
     }
 
     // The reader's readings of what a device printed lossily.
@@ -344,6 +344,7 @@ private:
 
     const Dump& dump_;
     const DumpOptions& options_;
+    const bool inputRequired_;
     Capture c_;
     std::optional<int> camera_;
     std::map<uint32_t, std::string> vendorNames_;  // the dump's vendor tag list, by id
@@ -352,14 +353,23 @@ private:
 
 }  // namespace
 
-Capture captureFromDump(const Dump& dump, const DumpOptions& options) {
+Capture captureFromDump(const Dump& dump, const DumpOptions& options, bool inputRequired) {
     // The first pass makes every choice and finds every error without
     // registering the dump's vendor tags: a dump that fails changes nothing.
     {
         const DryRun dry;
-        Builder(dump, options).build();
+        Builder(dump, options, inputRequired).build();
     }
-    return Builder(dump, options).build();
+    return Builder(dump, options, inputRequired).build();
+}
+
+std::optional<std::pair<int, int>> activeArraySize(const std::vector<TagPayload>& statics) {
+    for (const TagPayload& p : statics) {
+        if (p.info->id != kActiveArraySize || p.count < 4) continue;
+        if (element(p, 2) < 1 || element(p, 3) < 1) break;
+        return std::make_pair(element(p, 2), element(p, 3));
+    }
+    return std::nullopt;
 }
 
 std::vector<std::vector<TagPayload>> blockTags(const Dump& dump,

@@ -22,7 +22,21 @@ namespace loader {
 //
 // Resolving tags registers in the host tag table the vendor tags that it
 // does not know.
-Capture captureFromDump(const Dump& dump, const DumpOptions& options);
+//
+// Without `inputRequired`, a camera without an active array size is no
+// error: the input size stays 0x0 and a note starting with kUnknownInput
+// says so.
+Capture captureFromDump(const Dump& dump, const DumpOptions& options, bool inputRequired = true);
+
+constexpr const char* kUnknownInput = "input image size unknown";
+
+// The tag through which the library finds a frame's static metadata; the
+// reader adds it to a frame that lacks it.
+constexpr const char* kFwkCameraId = "kovani.snapshot.fwkCameraId";
+
+// The active array's width and height of a camera's static metadata; none
+// when it has no such tag or an empty one.
+std::optional<std::pair<int, int>> activeArraySize(const std::vector<TagPayload>& statics);
 
 // The entries of each of `blocks` (of `dump`) as a frame takes them,
 // resolved into the host tag table as captureFromDump resolves them (vendor

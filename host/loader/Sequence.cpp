@@ -21,7 +21,6 @@ namespace {
 
 constexpr uint32_t kFrameNumber = 0x170000;  // android.sync.frameNumber
 constexpr uint32_t kTimestamp = 0xE0010;     // android.sensor.timestamp
-constexpr const char* kFwkCameraId = "kovani.snapshot.fwkCameraId";
 
 // A file as read, before any tag is resolved.
 struct FileText {
@@ -87,7 +86,9 @@ FileText readFile(SequenceText in) {
 
 class PartBuilder {
 public:
-    PartBuilder(const FileText& f, const SequenceOptions& options) : f_(f), options_(options) {}
+    // `lender`: the latest file before this one with static metadata, if any.
+    PartBuilder(const FileText& f, const SequenceOptions& options, const SequencePart* lender)
+        : f_(f), options_(options), lender_(lender) {}
 
     SequencePart build(std::vector<std::string>& notes, std::vector<std::string>& warnings) {
         if (!f_.note.empty()) note(f_.note);
@@ -96,6 +97,7 @@ public:
         } else {
             fromBlocks();
         }
+        borrowStatics();
         part_.statics = buildStatics(part_.base);
         for (const std::string& n : part_.base.notes) notes.push_back(f_.path + ": " + n);
         notes.insert(notes.end(), notes_.begin(), notes_.end());
@@ -121,11 +123,100 @@ private:
         return *empty_;
     }
 
+    // A file without static metadata of its own (watch output, a HAL's log)
+    // takes that of the file before it: a dump of the same phone.
+    void borrowStatics() {
+        Capture& base = part_.base;
+        if (lender_ == nullptr || !base.statics.empty() || !options_.statics.empty()) return;
+        base.statics = lender_->base.statics;
+        std::string cameras;
+        for (const auto& item : base.statics) {
+            cameras += (cameras.empty() ? "" : ", ") + std::to_string(item.first);
+        }
+        note("static metadata of camera" + std::string(base.statics.size() == 1 ? " " : "s ") +
+             cameras + ": from " + lender_->base.file + ", the file before it (it has none)");
+        if (base.inputWidth != 0) return;
+        const auto stat = base.statics.find(static_cast<uint32_t>(base.cameraId));
+        const auto size = stat == base.statics.end() ? std::nullopt : activeArraySize(stat->second);
+        if (!size) return;
+        std::tie(base.inputWidth, base.inputHeight) = *size;
+        base.notes.erase(
+            std::remove_if(base.notes.begin(), base.notes.end(),
+                           [](const std::string& n) { return n.rfind(kUnknownInput, 0) == 0; }),
+            base.notes.end());
+        note("input image " + std::to_string(size->first) + "x" + std::to_string(size->second) +
+             ": the active array of camera " + std::to_string(base.cameraId) + " in " +
+             lender_->base.file);
+    }
+
     // ---- A file with events -------------------------------------------------
+
+    // "com.example.camera (active)", "com.other.app (cached @ 03-14 09:40:11)".
+    std::string clientText(uint16_t client) const {
+        const EventClient& c = f_.log.clients[client];
+        std::string state = c.state;
+        if (!c.cachedAt.empty()) state += (state.empty() ? "" : " ") + ("@ " + c.cachedAt);
+        return c.package + (state.empty() ? "" : " (" + state + ")");
+    }
+
+    // The app whose events are read: the one given, else the active one
+    // (the first listed), else that of the file's first event; 0 when no
+    // line names an app (a dumpsys).
+    uint16_t chooseClient() {
+        const EventLog& log = f_.log;
+        std::vector<size_t> count(log.clients.size());
+        const TagEvent* first = nullptr;
+        for (const TagEvent& e : log.events) {
+            ++count[e.client];
+            if (e.client != 0 && (first == nullptr || e.line < first->line)) first = &e;
+        }
+        std::vector<std::string> named;
+        for (size_t i = 1; i < log.clients.size(); ++i) {
+            if (count[i] != 0) named.push_back(clientText(static_cast<uint16_t>(i)));
+        }
+        uint16_t chosen = first ? first->client : 0;
+        std::string why = "the client of the file's first event";
+        if (options_.client) {
+            const auto at =
+                std::find_if(log.clients.begin() + 1, log.clients.end(),
+                             [&](const EventClient& c) { return c.package == *options_.client; });
+            const auto i = static_cast<size_t>(at - log.clients.begin());
+            if (at == log.clients.end() || count[i] == 0) {
+                fail("client " + *options_.client + " has no tag monitor event (" +
+                     (named.empty() ? std::string("the events name no client")
+                                    : "the log has events of " + joined(named)) +
+                     ")");
+            }
+            chosen = static_cast<uint16_t>(i);
+            why = "given";
+        } else {
+            for (size_t i = 1; i < log.clients.size(); ++i) {
+                if (count[i] == 0 || log.clients[i].state != "active") continue;
+                chosen = static_cast<uint16_t>(i);
+                why = "the active client";
+                break;
+            }
+        }
+        if (chosen == 0) return 0;
+        std::string others;
+        size_t left = 0;
+        for (size_t i = 0; i < log.clients.size(); ++i) {
+            if (i == chosen || count[i] == 0) continue;
+            left += count[i];
+            others += (others.empty() ? "" : ", ") +
+                      (i == 0 ? std::string("no client") : clientText(static_cast<uint16_t>(i)));
+        }
+        note("client " + clientText(chosen) + ": " + why +
+             (others.empty() ? ""
+                             : "; " + std::to_string(left) + " events of " + others +
+                                   " left out (--client PACKAGE reads another's)"));
+        return chosen;
+    }
 
     void fromEvents() {
         const EventLog& log = f_.log;
-        const uint32_t camera = chooseCamera();
+        const uint16_t client = chooseClient();
+        const uint32_t camera = chooseCamera(client);
         uint32_t physical = 0;
         if (options_.physical) {
             const auto at =
@@ -140,7 +231,7 @@ private:
         const std::string& name = log.cameras[camera];
         const bool fromEvents = !o.camera && isNumber(name);
         if (fromEvents) o.camera = std::stoi(name);
-        part_.base = captureFromDump(dump(), o);
+        part_.base = captureFromDump(dump(), o, false);
         part_.base.satCameraId = part_.base.cameraId;
         // The reader, not the user, chose the camera: its note says so.
         if (fromEvents && !part_.base.notes.empty()) {
@@ -155,6 +246,7 @@ private:
         std::set<std::string> otherPhysical;
         size_t otherCameras = 0;
         for (const TagEvent& e : log.events) {
+            if (e.client != client) continue;  // said by the client's note
             if (e.camera != camera) {
                 ++otherCameras;
             } else if (e.physical != physical) {
@@ -168,11 +260,15 @@ private:
         part_.log.payload = log.payload;
         const std::string who =
             "camera " + (name.empty() ? std::string("of the dump") : name) +
-            (physical ? " (physical camera " + log.physicalIds[physical] + ")" : "");
+            (physical ? " (physical camera " + log.physicalIds[physical] + ")" : "") +
+            (client ? " by " + log.clients[client].package : "");
         note("frames: the tag monitor events of " + who + ", " +
              std::to_string(part_.log.events.size()) + " of the " +
              std::to_string(log.events.size()) + " in the file");
-        if (otherCameras) note(std::to_string(otherCameras) + " events of other cameras left out");
+        if (otherCameras) {
+            note(std::to_string(otherCameras) + " events of other cameras left out (--camera " +
+                 "ID reads another's)");
+        }
         if (!otherPhysical.empty()) {
             std::vector<std::string> ids(otherPhysical.begin(), otherPhysical.end());
             note("events of " + joined(ids) + " left out (--physical reads a physical camera's)");
@@ -181,15 +277,16 @@ private:
         frameNumbers();
     }
 
-    // The camera whose events are read: the one given, else the camera of
-    // the file's first event.
-    uint32_t chooseCamera() {
+    // The camera whose events are read, among the client's: the one given,
+    // else the camera of the client's first event.
+    uint32_t chooseCamera(uint16_t client) {
         const EventLog& log = f_.log;
         std::vector<bool> has(log.cameras.size());
-        const TagEvent* first = &log.events[0];
+        const TagEvent* first = nullptr;
         for (const TagEvent& e : log.events) {
+            if (e.client != client) continue;
             has[e.camera] = true;
-            if (e.line < first->line) first = &e;
+            if (first == nullptr || e.line < first->line) first = &e;
         }
         if (!options_.camera) return first->camera;
         const std::string wanted = std::to_string(*options_.camera);
@@ -455,6 +552,7 @@ private:
 
     const FileText& f_;
     const SequenceOptions& options_;
+    const SequencePart* lender_;
     std::optional<Dump> empty_;
     SequencePart part_;
     std::vector<std::string> notes_;
@@ -520,20 +618,26 @@ std::shared_ptr<const Sequence::Data> readSequenceTexts(std::vector<SequenceText
     if (texts.empty()) throw InputError("no file given");
     std::vector<FileText> files;
     for (SequenceText& t : texts) files.push_back(readFile(std::move(t)));
+    const auto build = [&](Sequence::Data& d) {
+        const SequencePart* lender = nullptr;
+        for (const FileText& f : files) {
+            d.firstFrame.push_back(d.frameCount);
+            d.parts.push_back(PartBuilder(f, options, lender).build(d.notes, d.warnings));
+            d.frameCount += d.parts.back().frames.size();
+            if (!d.parts.back().base.statics.empty()) lender = &d.parts.back();
+        }
+    };
     // The first pass makes every choice and finds every error without
     // registering a tag: a sequence that fails changes nothing.
     {
         const DryRun dry;
-        std::vector<std::string> notes;
-        std::vector<std::string> warnings;
-        for (const FileText& f : files) PartBuilder(f, options).build(notes, warnings);
+        Sequence::Data d;
+        d.parts.reserve(files.size());
+        build(d);
     }
     auto data = std::make_shared<Sequence::Data>();
-    for (const FileText& f : files) {
-        data->firstFrame.push_back(data->frameCount);
-        data->parts.push_back(PartBuilder(f, options).build(data->notes, data->warnings));
-        data->frameCount += data->parts.back().frames.size();
-    }
+    data->parts.reserve(files.size());  // the lender stays where it is
+    build(*data);
     return data;
 }
 
@@ -609,6 +713,8 @@ std::vector<RecordedTag> Sequence::recordedTags() const {
     };
     for (const loader::SequencePart& part : data_->parts) {
         if (part.fromBlocks) {
+            // The framework camera id, which the reader adds to each block,
+            // names the camera, not a value of the frame.
             for (const loader::SequencePart::Frame& f : part.frames) {
                 for (uint32_t k = f.first; k < f.end; ++k) {
                     const loader::TagEvent& e = part.log.events[k];
@@ -644,10 +750,10 @@ bool Sequence::changed(size_t i, uint32_t id) const {
     for (const loader::SequencePart::Track& t : part->tracks) {
         if (t.info->id != id) continue;
         for (const std::vector<uint32_t>& side : t.sides) {
-            const auto at = std::lower_bound(
+            const auto first = std::lower_bound(
                 side.begin(), side.end(), f.number,
                 [&](uint32_t e, int64_t n) { return part->log.events[e].frame < n; });
-            if (at != side.end() && part->log.events[*at].frame == f.number) return true;
+            if (first != side.end() && part->log.events[*first].frame == f.number) return true;
         }
     }
     return false;

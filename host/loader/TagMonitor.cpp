@@ -1,6 +1,7 @@
 #include "TagMonitor.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <utility>
 
 #include "DumpText.h"
@@ -15,6 +16,7 @@ constexpr std::string_view kEnabled = "Tag monitoring enabled for tags:";
 constexpr std::string_view kDisabled = "Tag monitoring disabled";
 constexpr std::string_view kEventLog = "Monitored tag event log:";
 constexpr std::string_view kClient = "Client: ";
+constexpr std::string_view kCachedAt = "Cached @ ";
 constexpr std::string_view kOutputStreams = "output stream ids:";
 constexpr std::string_view kInputStream = "input stream id:";
 
@@ -107,15 +109,22 @@ private:
             newestFirst_ = startsWith(s, kEventLog);
             listing_ = false;
             open_ = false;
+            client_ = 0;
+            if (startsWith(s, kClient)) readClient(s.substr(kClient.size()));
+            return;
+        }
+        if (startsWith(s, kCachedAt) && client_ != 0) {
+            log_.clients[client_].cachedAt = std::string(trim(s.substr(kCachedAt.size())));
             return;
         }
         uint32_t camera = camera_;
+        uint16_t client = client_;
         std::string_view body = s;
-        if (!isEventLine(s)) body = watchPrefixed(s, &camera);
+        if (!isEventLine(s)) body = watchPrefixed(s, &camera, &client);
         if (isEventLine(body)) {
             listing_ = false;
             open_ = false;
-            readEvent(body, camera);
+            readEvent(body, camera, client);
             return;
         }
         if (open_ && body[0] == '[') return continueEvent(body);
@@ -127,9 +136,31 @@ private:
         listing_ = false;
     }
 
+    // "<package> (active)" or "<package> (cached)": the client of the lines
+    // that follow.
+    void readClient(std::string_view s) {
+        const size_t open = s.rfind(" (");
+        const std::string_view package = trim(s.substr(0, open));
+        if (package.empty()) return;
+        client_ = clientIndex(package);
+        if (open != std::string_view::npos && s.back() == ')') {
+            log_.clients[client_].state = std::string(s.substr(open + 2, s.size() - open - 3));
+        }
+    }
+
+    uint16_t clientIndex(std::string_view package) {
+        for (size_t i = 1; i < log_.clients.size(); ++i) {
+            if (log_.clients[i].package == package) return static_cast<uint16_t>(i);
+        }
+        if (log_.clients.size() > UINT16_MAX) return 0;  // more apps than a phone runs
+        log_.clients.push_back({std::string(package), "", ""});
+        return static_cast<uint16_t>(log_.clients.size() - 1);
+    }
+
     // A watch line's "<cameraId>:<package>" taken off: the rest, with the
-    // camera in *camera; `s` itself when it has no such lead.
-    std::string_view watchPrefixed(std::string_view s, uint32_t* camera) {
+    // camera in *camera and the package in *client; `s` itself when it has
+    // no such lead.
+    std::string_view watchPrefixed(std::string_view s, uint32_t* camera, uint16_t* client) {
         size_t p = 0;
         while (p < s.size() && !isBlank(s[p])) ++p;
         const std::string_view lead = s.substr(0, p);
@@ -138,13 +169,15 @@ private:
         const std::string_view rest = s.substr(p);
         if (rest[0] != '[' && !isEventLine(rest)) return s;
         *camera = indexOf(log_.cameras, lead.substr(0, colon));
+        if (colon + 1 < lead.size()) *client = clientIndex(lead.substr(colon + 1));
         return rest;
     }
 
-    void readEvent(std::string_view s, uint32_t camera) {
+    void readEvent(std::string_view s, uint32_t camera, uint16_t client) {
         TagEvent e;
         e.line = static_cast<uint32_t>(line_);
         e.camera = camera;
+        e.client = client;
         size_t p = 0;
         readEventHead(s, p, &e.frame, &e.timestamp);
         skipBlanks(s, p);
@@ -255,6 +288,7 @@ private:
     EventLog log_;
     size_t line_ = 0;
     uint32_t camera_ = 0;
+    uint16_t client_ = 0;       // of the "Client:" section
     bool listing_ = false;      // in the list of monitored tags
     bool open_ = false;         // the last event takes continuation rows
     bool newestFirst_ = false;  // the events since sectionStart_ are newest first

@@ -2,8 +2,9 @@
 // media.camera -m <tags>` prints under each open camera ("Tag monitoring
 // enabled for tags:", then "Monitored tag event log:", newest first), and
 // what `cmd media.camera watch dump` and `watch live` print (per client
-// "Client: <package> (active)", then the events oldest first, each line led
-// by "<cameraId>:<package>"). One event a line:
+// "Client: <package> (active)", or "(cached)" with a "Cached @ MM-DD
+// HH:MM:SS" line for a closed one, then its events oldest first, each line
+// led by "<cameraId>:<package>"). One event a line:
 //
 //   f<frame>:<timestamp>ns: [<physical id>] REQ:|RES:<section.tag>: [v v ]
 //
@@ -42,6 +43,7 @@ struct TagEvent {
     uint32_t line = 0;
     uint16_t camera = 0;    // index into EventLog::cameras
     uint16_t physical = 0;  // index into EventLog::physicalIds; 0 for the logical camera
+    uint16_t client = 0;    // index into EventLog::clients; 0 when the line names none
     Side side = Side::Request;
     bool removed = false;
     bool added = false;  // by the reader (a block's framework camera id), not printed
@@ -50,6 +52,13 @@ struct TagEvent {
 struct EventTag {
     std::string name;
     kvhost::TagType type = kvhost::TagType::Int32;
+};
+
+// An app whose session a watch command printed.
+struct EventClient {
+    std::string package;   // "" when no line named one
+    std::string state;     // "active", "cached", or "" when no "Client:" line said
+    std::string cachedAt;  // "MM-DD HH:MM:SS" of its "Cached @" line
 };
 
 struct EventLog {
@@ -61,6 +70,7 @@ struct EventLog {
     std::vector<uint8_t> payload;
     std::vector<std::string> cameras{""};      // "" when no line named the camera
     std::vector<std::string> physicalIds{""};  // "" is the logical camera
+    std::vector<EventClient> clients{EventClient{}};
     // The tags listed under "Tag monitoring enabled for tags:", by camera.
     std::map<std::string, std::vector<std::string>> monitored;
     bool monitoringDisabled = false;    // a "Tag monitoring disabled" line

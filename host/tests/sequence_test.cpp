@@ -67,6 +67,8 @@ struct LayoutCase {
     Tags last;            // the tags of the last frame
     std::string warning;  // in the warnings, "" for none
     const char* physical = nullptr;
+    const char* client = nullptr;
+    std::string note = "";  // in the notes, "" for none
 };
 
 class EventLayout : public ::testing::TestWithParam<LayoutCase> {};
@@ -75,9 +77,13 @@ TEST_P(EventLayout, GivesTheLoggedValues) {
     const LayoutCase& c = GetParam();
     SequenceOptions o;
     if (c.physical) o.physical = c.physical;
+    if (c.client) o.client = c.client;
     const auto d = load({c.text}, o);
     EXPECT_EQ(numbers(d), c.frames);
     EXPECT_EQ(tagsOf(*d, c.frames.size() - 1), c.last);
+    std::string notes;
+    for (const std::string& n : d->notes) notes += n + "\n";
+    EXPECT_NE(notes.find(c.note), std::string::npos) << notes;
     const std::string warnings = allWarnings(*d);
     if (c.warning.empty()) {
         EXPECT_EQ(warnings, "");
@@ -179,7 +185,76 @@ INSTANTIATE_TEST_SUITE_P(
             {5},
             {{"android.control.afRegions", bytesOf<int32_t>({0, 0, 8, 8, 1, 10, 10, 20, 20, 1})}},
             "",
-            "2"}),
+            "2"},
+        // Android 14's watch dump: the active client's events, whatever the
+        // order of the sections; a cached client's after its "Cached @" line.
+        LayoutCase{"WatchActiveClient",
+                   "Client: com.other.app (cached)\n"
+                   "Cached @ 03-14 09:40:11\n"
+                   "0:com.other.app  f3:1000ns:                            "
+                   "RES:android.control.afMode: [OFF]\n\n"
+                   "Client: com.example.camera (active)\n"
+                   "0:com.example.camera  f8:2000ns:                            "
+                   "RES:android.control.afMode: [AUTO]\n",
+                   {8},
+                   {{"android.control.afMode", kAuto}},
+                   "",
+                   nullptr,
+                   nullptr,
+                   "client com.example.camera (active): the active client; 1 events of "
+                   "com.other.app (cached @ 03-14 09:40:11) left out"},
+        LayoutCase{"WatchCachedClientChosen",
+                   "Client: com.example.camera (active)\n"
+                   "0:com.example.camera  f8:2000ns:                            "
+                   "RES:android.control.afMode: [AUTO]\n\n"
+                   "Client: com.other.app (cached)\n"
+                   "Cached @ 03-14 09:40:11\n"
+                   "0:com.other.app  f3:1000ns:                            "
+                   "RES:android.control.afMode: [CONTINUOUS_PICTURE]\n",
+                   {3},
+                   {{"android.control.afMode", kPicture}},
+                   "",
+                   nullptr,
+                   "com.other.app",
+                   "client com.other.app (cached @ 03-14 09:40:11): given"},
+        // Two-digit camera ids lead watch lines; the client's first event
+        // names its camera.
+        LayoutCase{"WatchTwoDigitCamera",
+                   "Client: com.example.camera (active)\n"
+                   "12:com.example.camera  f4:0ns:             REQ:android.control.zoomRatio: "
+                   "[1.50000000]\n"
+                   "3:com.example.camera  f9:0ns:             REQ:android.control.afMode: "
+                   "[AUTO]\n",
+                   {4},
+                   {{"android.control.zoomRatio", kZoom15}},
+                   "",
+                   nullptr,
+                   nullptr,
+                   "frames: the tag monitor events of camera 12 by com.example.camera, 1 of the 2"},
+        // Requests run ahead of results: a later frame's request lines come
+        // between an earlier frame's result lines; stream changes stand on
+        // lines of their own and make frames; enum names end without a
+        // blank, integers with one.
+        LayoutCase{"WatchInterleaved",
+                   "0:com.example.camera  f10:0ns:             REQ: output stream ids: 0 1\n"
+                   "0:com.example.camera  f10:0ns:             REQ:android.control.afRegions: "
+                   "[0 0 0 0 0 ]\n"
+                   "0:com.example.camera  f13:0ns:             REQ:android.control.afRegions: "
+                   "[10 20 30 40 1 ]\n"
+                   "0:com.example.camera  f14:0ns:             REQ: output stream ids: 0 1 2\n"
+                   "0:com.example.camera  f10:5000ns:                            "
+                   "RES:android.control.afMode: [OFF]\n"
+                   "0:com.example.camera  f11:6000ns:                            "
+                   "RES:android.control.afRegions: [0 0 0 0 0 ]\n"
+                   "0:com.example.camera  f13:8000ns:                            "
+                   "RES:android.control.afMode: [AUTO]\n",
+                   {10, 11, 13, 14},
+                   {{"android.control.afMode", kAuto},
+                    {"android.control.afRegions", bytesOf<int32_t>({0, 0, 0, 0, 0})}},
+                   "",
+                   nullptr,
+                   nullptr,
+                   "client com.example.camera: the client of the file's first event"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // The frame rule over one log: result over request, removed tags, tags
@@ -261,6 +336,52 @@ TEST(FrameBlocks, OneFrameABlockFileAfterFile) {
     EXPECT_FALSE(s.changed(1, s.recordedTags()[0].id));
 }
 
+// Watch output holds no static metadata: alone it reads without an input
+// size; after a dump of the same phone it takes that dump's static metadata
+// and active array; --input still wins.
+TEST(Statics, AFileWithoutThemBorrowsTheDumpBeforeIt) {
+    const ScratchFile watch("watch.txt",
+                            "0:com.example.camera  f5:0ns:             "
+                            "REQ:android.control.afMode: [AUTO]\n");
+    const ScratchFile dump("dump.txt",
+                           "== Camera HAL device device@3.7/internal/0 (v3.7) static "
+                           "information: ==\nDumping camera metadata array: 1 / 1 entries\n"
+                           "android.sensor.info.activeArraySize (f0000): int32[4]\n"
+                           "[0 0 4000 3000 ]\n");
+    const auto frameOf = [](const std::vector<std::string>& paths, SequenceOptions o) {
+        const SequenceResult r = loadSequence(paths, o);
+        EXPECT_TRUE(r) << r.error;
+        return r ? r.sequence->frame(r.sequence->frameCount() - 1) : LoadResult{};
+    };
+    const auto noted = [](const LoadResult& f, const std::string& what) {
+        for (const std::string& n : f.capture->notes) {
+            if (n.find(what) != std::string::npos) return true;
+        }
+        return false;
+    };
+    const LoadResult alone = frameOf({watch.path}, {});
+    ASSERT_TRUE(alone) << alone.error;
+    EXPECT_EQ(alone.capture->inputWidth, 0);
+    EXPECT_TRUE(alone.capture->statics.empty());
+    EXPECT_TRUE(noted(alone, "input image size unknown: camera 0 has no active array size"));
+    const LoadResult lent = frameOf({dump.path, watch.path}, {});
+    ASSERT_TRUE(lent) << lent.error;
+    EXPECT_EQ(lent.capture->inputWidth, 4000);
+    EXPECT_EQ(lent.capture->inputHeight, 3000);
+    EXPECT_EQ(lent.capture->statics.count(0), 1u);
+    EXPECT_FALSE(noted(lent, "input image size unknown"));
+    SequenceOptions given;
+    given.input.emplace(640, 480);
+    const LoadResult sized = frameOf({dump.path, watch.path}, given);
+    ASSERT_TRUE(sized) << sized.error;
+    EXPECT_EQ(sized.capture->inputWidth, 640);
+    // A file given before the dump has nothing to borrow from.
+    const SequenceResult before = loadSequence({watch.path, dump.path});
+    ASSERT_TRUE(before) << before.error;
+    EXPECT_EQ(before.sequence->frame(0).capture->inputWidth, 0);
+    clearStaticMetadata();
+}
+
 TEST(BadEvents, AreLeftOutWithAWarningNamingTheLine) {
     const auto d =
         load({"f1:10ns:  REQ:android.control.afMode: [AUTO]\n"
@@ -291,6 +412,11 @@ TEST(BadFiles, AreOneErrorNamingTheFile) {
     const ScratchFile log("camera-0.txt", "0:app  f1:10ns:  REQ:android.control.afMode: [AUTO]\n");
     EXPECT_EQ(loadSequence({log.path}, other).error,
               log.path + ": camera 3 has no tag monitor event (the log has events of camera 0)");
+    SequenceOptions client;
+    client.client = "com.absent";
+    EXPECT_EQ(
+        loadSequence({log.path}, client).error,
+        log.path + ": client com.absent has no tag monitor event (the log has events of app)");
     EXPECT_EQ(Sequence(nullptr).frame(0).error, "frame 0: the sequence has 0 frames");
 }
 
@@ -314,6 +440,33 @@ TEST(SessionSamples, ZoomRatioMovesFrameByFrame) {
                                             1.9f, 2.0f}))
             << sample;
     }
+    clearStaticMetadata();
+}
+
+// The watch sample: the active client's camera 0 through an AE precapture,
+// the cached client's and the other camera's events left out.
+TEST(SessionSamples, WatchDumpReadsTheActiveClient) {
+    const SequenceResult r =
+        loadSequence({std::string(KVTEST_SOURCE_DIR) + "/samples/session-watch.txt"});
+    ASSERT_TRUE(r) << r.error;
+    EXPECT_EQ(r.warnings, std::vector<std::string>{});
+    const Sequence& s = *r.sequence;
+    std::vector<int64_t> frames;
+    std::vector<uint8_t> states;  // android.control.aeState as it moves
+    const kvhost::TagInfo* ae = kvhost::findTag("android.control.aeState");
+    ASSERT_NE(ae, nullptr);
+    for (size_t i = 0; i < s.frameCount(); ++i) {
+        frames.push_back(s.info(i).number);
+        const LoadResult f = s.frame(i);
+        ASSERT_TRUE(f) << f.error;
+        const camera_metadata_ro_entry_t e = f.capture->frame->find(ae->id);
+        ASSERT_EQ(e.count, 1u) << "frame " << frames.back();
+        if (states.empty() || states.back() != e.data.u8[0]) states.push_back(e.data.u8[0]);
+    }
+    EXPECT_EQ(frames,
+              (std::vector<int64_t>{200, 203, 205, 212, 213, 215, 217, 220, 221, 222, 223, 224}));
+    // SEARCHING, CONVERGED, PRECAPTURE, FLASH_REQUIRED.
+    EXPECT_EQ(states, (std::vector<uint8_t>{1, 2, 5, 4}));
     clearStaticMetadata();
 }
 

@@ -326,6 +326,16 @@ Outcome focusPoint(Call& c) {
     return Outcome{rc, Json{{"x", point.x}, {"y", point.y}}, ""};  // written whatever the result
 }
 
+// A call that maps into the input image, made only when its size is known
+// (a session without static metadata has none).
+template <Outcome (*F)(Call&)>
+Outcome mapped(Call& c) {
+    if (c.capture.inputWidth > 0 && c.capture.inputHeight > 0) return F(c);
+    return Outcome{std::nullopt, nullptr,
+                   "needs the input image size, which is unknown (no active array size in the "
+                   "static metadata); give it with --input WxH"};
+}
+
 // ---- Camera identity, sensor modes and the platform adapter --------------------
 
 // Whether the library will reach the scripted stand-in: the adapter path it
@@ -568,11 +578,11 @@ const std::vector<Getter>& getterTable() {
         {kGeometry, "GetSensorBayerPatten", Given::Frame, bayerPattern},
         // Faces and focus regions, mapped into the input image.
         {kGeometry, "GetFacesInfoHolder", Given::Frame, facesHolder},
-        {kGeometry, "GetFaceRect", Given::Frame, faceRect},
-        {kGeometry, "GetFacesNoMap", Given::Frame, facesNoMap},
-        {kGeometry, "GetFaceInfo", Given::Frame, faceInfo},
-        {kGeometry, "GetfocusROI", Given::Frame, focusRoi},
-        {kGeometry, "GetfocusTP", Given::Frame, focusPoint},
+        {kGeometry, "GetFaceRect", Given::Frame, mapped<faceRect>},
+        {kGeometry, "GetFacesNoMap", Given::Frame, mapped<facesNoMap>},
+        {kGeometry, "GetFaceInfo", Given::Frame, mapped<faceInfo>},
+        {kGeometry, "GetfocusROI", Given::Frame, mapped<focusRoi>},
+        {kGeometry, "GetfocusTP", Given::Frame, mapped<focusPoint>},
 
         // Camera roles.
         {kIdentity, "GetCameraRoleId(cameraId)", Given::Nothing, roleOfCamera},

@@ -46,6 +46,11 @@ td.output pre { margin: 0; font: 13px/1.35 ui-monospace, monospace; white-space:
 td.output .given { color: #555; font-size: .9em; }
 td.output details summary { cursor: pointer; color: #2b5ea8; font-size: .9em; }
 td.output pre.logs { color: #444; background: #f6f7f9; padding: .3em; }
+td.output .blocks { color: #8a5a00; font-size: .9em; }
+dl#read details summary { cursor: pointer; color: #2b5ea8; }
+#recorded { margin: 1em 0; }
+#recorded td.value { font-family: ui-monospace, monospace; white-space: pre-wrap; word-break: break-all; }
+#recorded td.changed { color: #555; font-size: .9em; }
 </style>
 </head>
 <body>
@@ -68,6 +73,10 @@ td.output pre.logs { color: #444; background: #f6f7f9; padding: .3em; }
 <label><input id="failed" type="checkbox"> failed calls only</label>
 <span id="count"></span>
 </div>
+<table id="recorded" hidden>
+<thead><tr><th>recorded tag</th><th>value</th><th>in this frame</th></tr></thead>
+<tbody></tbody>
+</table>
 <table id="calls">
 <thead><tr><th>subsystem</th><th>method</th><th>result</th><th>output</th></tr></thead>
 <tbody></tbody>
@@ -89,9 +98,21 @@ td.output pre.logs { color: #444; background: #f6f7f9; padding: .3em; }
 
   document.title = "metautils-inspect: " + data.title;
   $("title").textContent = data.title;
+  // The notes (what the reader chose and left out) folded under one line.
+  const notes = data.read.filter(([label]) => label === "note").map(([, text]) => text);
   for (const [label, text] of data.read) {
+    if (label === "note") continue;
     const cls = label === "warning" ? "warning" : "";
     $("read").append(el("dt", cls, label), el("dd", cls, text));
+  }
+  if (notes.length) {
+    const details = el("details");
+    details.append(el("summary", "", notes.length + (notes.length === 1 ? " note" : " notes") +
+                                     ": what was read, chosen and left out"),
+                   ...notes.map((n) => el("div", "", n)));
+    const dd = el("dd");
+    dd.append(details);
+    $("read").append(el("dt", "", "notes"), dd);
   }
 
   // The pictures are the program's SVG, parsed as XML: a picture that is not
@@ -129,6 +150,10 @@ td.output pre.logs { color: #444; background: #f6f7f9; padding: .3em; }
     const open = out.querySelector("details") !== null && out.querySelector("details").open;
     out.replaceChildren(el("pre", "", v.text));
     if (v.given && v.given !== "frame") out.append(el("div", "given", "given the " + v.given));
+    if (v.fromBlocks) {
+      out.append(el("div", "blocks", "from the dump's request and result blocks, the same in " +
+                                     "every frame (not recorded): " + v.fromBlocks.join(", ")));
+    }
     // On expand: the call's log lines and the tags it looked up.
     const reads = v.reads || [];
     if (v.logs.length || reads.length) {
@@ -163,6 +188,20 @@ td.output pre.logs { color: #444; background: #f6f7f9; padding: .3em; }
   $("filter").addEventListener("input", applyFilter);
   $("failed").addEventListener("change", applyFilter);
 
+  const recordedRows = data.recorded.map((r) => {
+    const tr = el("tr");
+    tr.dataset.tag = r.tag;
+    tr.append(el("td", "tag", r.tag), el("td", "value"), el("td", "changed"));
+    $("recorded").tBodies[0].append(tr);
+    return tr;
+  });
+  $("recorded").hidden = recordedRows.length === 0;
+  const showRecorded = (tr, v) => {
+    tr.dataset.values = JSON.stringify(v.values);
+    tr.cells[1].textContent = v.text;
+    tr.cells[2].textContent = v.changed ? "logged" : "kept from an earlier frame";
+  };
+
   const frames = data.frames;
   const byNumber = new Map();
   frames.forEach((f, i) => { if (!byNumber.has(String(f.frame))) byNumber.set(String(f.frame), i); });
@@ -179,6 +218,7 @@ td.output pre.logs { color: #444; background: #f6f7f9; padding: .3em; }
     current = i;
     const f = frames[i];
     f.calls.forEach((value, k) => showCall(rows[k], data.getters[k].values[value]));
+    f.recorded.forEach((value, k) => showRecorded(recordedRows[k], data.recorded[k].values[value]));
     $("geometry").replaceChildren(geometry(f.geometry));
     if (data.session) {
       $("calls").dataset.frame = String(f.frame);
@@ -272,18 +312,36 @@ void HtmlPage::addFrame(const FrameCalls& frame, const std::string& geometrySvg)
         value.erase("subsystem");
         value.erase("method");
         value["text"] = callText(frame.calls[k]);
+        if (k < frame.fromBlocks.size() && !frame.fromBlocks[k].empty()) {
+            value["fromBlocks"] = frame.fromBlocks[k];
+        }
         Column& column = columns_[k];
         const std::string key = kvhost::loader::jsonText(value);
         const auto [at, added] = column.index.emplace(key, column.values.size());
         if (added) column.values.push_back(std::move(value));
         calls.push_back(at->second);
     }
+    if (frames_.empty()) {
+        for (const RecordedValue& v : frame.recorded) recordedTags_.push_back(v.tag);
+        recorded_.resize(recordedTags_.size());
+    }
+    Json recorded = Json::array();
+    for (size_t k = 0; k < frame.recorded.size() && k < recorded_.size(); ++k) {
+        const RecordedValue& v = frame.recorded[k];
+        Json value{{"values", v.values}, {"text", recordedText(v)}, {"changed", v.changed}};
+        Column& column = recorded_[k];
+        const std::string key = kvhost::loader::jsonText(value);
+        const auto [at, added] = column.index.emplace(key, column.values.size());
+        if (added) column.values.push_back(std::move(value));
+        recorded.push_back(at->second);
+    }
     const auto [at, added] = geometryIndex_.emplace(geometrySvg, geometries_.size());
     if (added) geometries_.push_back(geometrySvg);
     frames_.push_back({{"frame", session_ ? Json(frame.number) : Json()},
                        {"timestamp", session_ ? Json(frame.timestamp) : Json()},
                        {"geometry", at->second},
-                       {"calls", std::move(calls)}});
+                       {"calls", std::move(calls)},
+                       {"recorded", std::move(recorded)}});
 }
 
 std::string HtmlPage::html() const {
@@ -296,6 +354,10 @@ std::string HtmlPage::html() const {
         getters.push_back({{"subsystem", getters_[k]->subsystem},
                            {"method", getters_[k]->method},
                            {"values", columns_[k].values}});
+    }
+    Json& recorded = data["recorded"] = Json::array();
+    for (size_t k = 0; k < recordedTags_.size(); ++k) {
+        recorded.push_back({{"tag", recordedTags_[k]}, {"values", recorded_[k].values}});
     }
     data["geometries"] = geometries_;
     data["timelines"] = session_ ? Json(timelines_) : Json();

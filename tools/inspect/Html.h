@@ -18,8 +18,9 @@ class HtmlPage {
 public:
     // One line of what was read: "file", "camera", "note", "warning"...
     void addRead(const std::string& label, const std::string& text);
-    // A frame's calls (with their log lines) and its geometry picture. Every
-    // frame runs the same getters in the same order.
+    // A frame's calls (with their log lines), its recorded tags' values and
+    // its geometry picture. Every frame runs the same getters in the same
+    // order and has the same recorded tags.
     void addFrame(const FrameCalls& frame, const std::string& geometrySvg);
     void setTitle(const std::string& title) { title_ = title; }
     // A session's page: frame numbers, the selector and the timelines.
@@ -38,6 +39,8 @@ private:
     Json read_ = Json::array();
     std::vector<const Getter*> getters_;
     std::vector<Column> columns_;
+    std::vector<std::string> recordedTags_;
+    std::vector<Column> recorded_;  // by recorded tag
     std::vector<std::string> geometries_;
     std::map<std::string, size_t> geometryIndex_;
     Json frames_ = Json::array();

@@ -1,10 +1,12 @@
 #include "Run.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <atomic>
 #include <charconv>
 #include <cstdlib>
 #include <exception>
+#include <map>
 #include <new>
 #include <optional>
 #include <thread>
@@ -54,6 +56,7 @@ struct Arguments {
     bool csv = false;
     std::string getters;
     std::string physical;
+    std::string client;
     bool check = false;
     std::string checks;
     std::vector<std::string> checkSets;
@@ -78,6 +81,7 @@ struct Refusal {
 kvhost::SequenceOptions dumpOptions(const Arguments& a) {
     kvhost::SequenceOptions options;
     if (!a.physical.empty()) options.physical = a.physical;
+    if (!a.client.empty()) options.client = a.client;
     options.camera = a.camera;
     options.frame = a.frame;
     for (const std::string& s : a.statics) {
@@ -154,8 +158,17 @@ kvanalysis::Results runSessionChecks(const kvhost::Sequence& sequence,
 void addIds(HtmlPage& page, const Capture& capture) {
     page.addRead("camera", std::to_string(capture.cameraId) + ", SAT camera " +
                                std::to_string(capture.satCameraId));
-    page.addRead("input",
-                 std::to_string(capture.inputWidth) + "x" + std::to_string(capture.inputHeight));
+    page.addRead("input", capture.inputWidth > 0 ? std::to_string(capture.inputWidth) + "x" +
+                                                       std::to_string(capture.inputHeight)
+                                                 : std::string("unknown"));
+}
+
+// Whether a call failed for want of a tag: -1 or -2 with a lookup that found nothing.
+bool lacksItsTags(const CallRecord& call) {
+    const std::optional<int>& rc = call.outcome.result;
+    return rc && (*rc == -1 || *rc == -2) &&
+           std::any_of(call.reads.begin(), call.reads.end(),
+                       [](const kvhost::LookupRecord& r) { return !r.found; });
 }
 
 // A session's frames through the chosen getters, and their views.
@@ -178,44 +191,80 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
     }
     // The checks read the calls the views are made of.
     std::vector<std::vector<kvanalysis::GetterCall>> checked;
+    const std::vector<kvhost::RecordedTag> recorded = sequence.recordedTags();
     std::vector<FrameCalls> frames;
     frames.reserve(sequence.frameCount());
     const bool html = !a.htmlPath.empty();
-    HtmlPage page;
-    page.setSession(true);
-    page.setTitle(a.path + (a.files.size() > 1
-                                ? " and " + std::to_string(a.files.size() - 1) + " more files"
-                                : ""));
-    for (const std::string& file : a.files) page.addRead("file", file);
-    page.addRead("frames", std::to_string(sequence.frameCount()));
-    for (const std::string& note : messageLines(sequence.notes(), a.verbose)) {
-        page.addRead("note", note);
-    }
-    for (const std::string& warning : messageLines(warnings, a.verbose)) {
-        page.addRead("warning", warning);
-    }
+    // The page's geometry pictures, each once, and each frame's.
+    std::vector<std::string> pictures;
+    std::map<std::string, size_t> pictureIndex;
+    std::vector<size_t> pictureOf;
+    std::optional<Capture> first;
+    // By getter: whether some frame had the tags it reads; what its first
+    // frame's lookups show.
+    std::vector<bool> hasTags(getters.size(), false);
+    std::vector<std::string> lookups(getters.size());
     for (size_t i = 0; i < sequence.frameCount(); ++i) {
         const kvhost::LoadResult frame = sequence.frame(i);
         if (!frame) throw Refusal{frame.error};
+        const Capture& capture = *frame.capture;
         const kvhost::FrameInfo info = sequence.info(i);
-        frames.push_back({info.number, info.timestamp, runGetters(*frame.capture, getters)});
-        if (checking) checked.push_back(checkCalls(frames.back().calls));
+        FrameCalls& f = frames.emplace_back();
+        f.number = info.number;
+        f.timestamp = info.timestamp;
+        f.calls = runGetters(capture, getters);
+        f.recorded = recordedValues(sequence, i, capture, recorded);
+        f.fromBlocks = tagsFromBlocks(f.calls, recorded);
+        if (checking) checked.push_back(checkCalls(f.calls));
         if (html) {
-            const Capture& capture = *frame.capture;
-            if (i == 0) addIds(page, capture);
+            if (i == 0) first = capture;
             // Drawn without the caption, which names the frame: frames of the
             // same geometry share one picture in the page.
             Capture drawn = capture;
             drawn.description.clear();
-            page.addFrame(frames.back(),
-                          drawGeometry(drawn, runGetters(capture, geometryGetters())));
+            const auto [at, added] = pictureIndex.emplace(
+                drawGeometry(drawn, runGetters(capture, geometryGetters())), pictures.size());
+            if (added) pictures.push_back(at->first);
+            pictureOf.push_back(at->second);
         }
-        // The page has taken the frame already; of the rest only the JSON
-        // report shows log lines (when asked for) and lookups.
-        for (CallRecord& call : frames.back().calls) {
-            if (!a.logs) call.logs.clear();
-            if (!a.json) call.reads.clear();
+        // Of the rest only the JSON report and the page show log lines (when
+        // asked for) and lookups.
+        for (size_t k = 0; k < f.calls.size(); ++k) {
+            CallRecord& call = f.calls[k];
+            hasTags[k] = hasTags[k] || !lacksItsTags(call);
+            if (i == 0) lookups[k] = failureClause(call);
+            if (!a.logs && !html) call.logs.clear();
+            if (!a.json && !html) call.reads.clear();
         }
+    }
+    std::vector<std::string> notes = sequence.notes();
+    // A default getter whose tags no frame has: one note, not a column of failures.
+    if (a.getters.empty() && !frames.empty()) {
+        for (size_t k = 0; k < getters.size(); ++k) {
+            if (hasTags[k]) continue;
+            notes.push_back(std::string(getters[k]->method) +
+                            ": not shown, it found its tags in no frame (" + lookups[k] + ")");
+        }
+        for (size_t k = getters.size(); k-- > 0;) {
+            if (hasTags[k]) continue;
+            for (FrameCalls& f : frames) {
+                f.calls.erase(f.calls.begin() + static_cast<std::ptrdiff_t>(k));
+                f.fromBlocks.erase(f.fromBlocks.begin() + static_cast<std::ptrdiff_t>(k));
+            }
+        }
+    }
+    if (recorded.empty()) {
+        notes.push_back("recorded frame by frame: no tag");
+    } else if (recorded.size() > kShownRecordedTags) {
+        notes.push_back("recorded frame by frame: " + std::to_string(recorded.size()) +
+                        " tags; the table and the timelines show the first " +
+                        std::to_string(kShownRecordedTags) + ", --json and --csv all");
+    }
+    if (std::any_of(frames.begin(), frames.end(), [](const FrameCalls& f) {
+            return std::any_of(f.fromBlocks.begin(), f.fromBlocks.end(),
+                               [](const std::vector<std::string>& t) { return !t.empty(); });
+        })) {
+        notes.push_back(kFromBlocksNote);
     }
     std::optional<kvanalysis::Results> results;
     if (checking) {
@@ -225,17 +274,30 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
     const std::string timelines = a.svgPath.empty() && !html ? "" : drawTimelines(frames, a.path);
     if (!a.svgPath.empty()) kvhost::loader::writeFileAtomically(a.svgPath, timelines);
     if (html) {
+        HtmlPage page;
+        page.setSession(true);
+        page.setTitle(a.path + (a.files.size() > 1
+                                    ? " and " + std::to_string(a.files.size() - 1) + " more files"
+                                    : ""));
+        for (const std::string& file : a.files) page.addRead("file", file);
+        page.addRead("frames", std::to_string(sequence.frameCount()));
+        if (first) addIds(page, *first);
+        for (const std::string& note : messageLines(notes, a.verbose)) page.addRead("note", note);
+        for (const std::string& warning : messageLines(warnings, a.verbose)) {
+            page.addRead("warning", warning);
+        }
+        for (size_t i = 0; i < frames.size(); ++i) page.addFrame(frames[i], pictures[pictureOf[i]]);
         page.setTimelines(timelines);
         kvhost::loader::writeFileAtomically(a.htmlPath, page.html());
     }
     if (a.json) {
-        Json report = framesJson(frames, a.logs);
+        Json report = framesJson(frames, a.logs, notes, warnings);
         if (results) report.update(checksJson(*results));
         return kvhost::loader::jsonText(report, 2) + "\n";
     }
     if (a.csv) return framesCsv(frames);
     std::string out;
-    for (const std::string& note : messageLines(sequence.notes(), a.verbose)) out += note + "\n";
+    for (const std::string& note : messageLines(notes, a.verbose)) out += note + "\n";
     out += framesTable(frames);
     return results ? out + "\n" + checksText(*results) : out;
 }
@@ -351,7 +413,9 @@ std::string produce(const Arguments& a, std::vector<std::string>& warnings, Verd
         for (const std::string& warning : messageLines(capture.warnings, a.verbose)) {
             page.addRead("warning", warning);
         }
-        page.addFrame({0, 0, calls}, geometry);
+        FrameCalls frame;
+        frame.calls = calls;
+        page.addFrame(frame, geometry);
         kvhost::loader::writeFileAtomically(a.htmlPath, page.html());
     }
     return report;
@@ -421,6 +485,10 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     each->excludes(frames)->excludes(svg)->excludes(html);
     app.footer(checksHelp() +
                "Exit status: 0, 1 on an error, 2 when a finding at or above --fail-on exists.");
+    app.add_option("--client", a.client,
+                   "--frames: the events of this app (package) of `cmd media.camera watch` "
+                   "output; default: the active one")
+        ->needs(frames);
     // The list runs no getter: there is no report, drawing or capture to give.
     app.add_flag("--list", a.list, "dump: list its metadata blocks and run nothing")
         ->excludes(json)

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <functional>
 #include <iterator>
+#include <optional>
 #include <sstream>
 
 namespace inspect {
@@ -338,7 +340,9 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
                                 : "sensor: active array " + inlineText(activeArray)
                           : "sensor coordinates: no active array, the panel spans what is drawn",
                     "#333333", "bold");
-        if (const auto crop = rectOf(androidCrop)) {
+        const auto crop = rectOf(androidCrop);
+        // The band follows the input image's aspect: none when its size is unknown.
+        if (crop && capture.inputWidth > 0 && capture.inputHeight > 0) {
             sensor.rect(visibleBand(*crop, *extent, capture.inputWidth, capture.inputHeight),
                         kVisible);
             left.push_back({&kVisible, "part of the crop region the input image shows"});
@@ -398,8 +402,9 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
     Panel image(body, inputX, top, input);
     image.rect(input, kArray);
     image.text(inputX, top - 8,
-               "input image " + std::to_string(capture.inputWidth) + "x" +
-                   std::to_string(capture.inputHeight),
+               capture.inputWidth > 0 ? "input image " + std::to_string(capture.inputWidth) + "x" +
+                                            std::to_string(capture.inputHeight)
+                                      : std::string("input image: size unknown, nothing mapped"),
                "#333333", "bold");
     right.push_back({&kArray, "input image"});
     const Json& mapped = outputOf(calls, "GetFaceRect");
@@ -497,8 +502,9 @@ const Chart kCharts[] = {
        }}}},
 };
 
-const char* const kSeriesColours[] = {"#1f77b4", "#ff7f0e"};
+const char* const kSeriesColours[] = {"#1f77b4", "#ff7f0e", "#2ca02c", "#9467bd"};
 constexpr double kChartWidth = 900, kChartHeight = 110, kChartLeft = 190, kChartGap = 60;
+constexpr size_t kMostSeries = std::size(kSeriesColours);  // a recorded tag's values drawn
 
 const CallRecord* callOf(const FrameCalls& f, const char* method) {
     return findCall(f.calls, method);
@@ -509,57 +515,54 @@ bool failed(const CallRecord* call) {
            (!call->outcome.skipped.empty() || (call->outcome.result && *call->outcome.result != 0));
 }
 
-}  // namespace
+// What one chart draws: a line per series over the frames, and the frames to
+// mark under it.
+struct ChartData {
+    std::string title;
+    bool named = false;
+    std::vector<std::string> labels;                         // by series
+    std::vector<std::vector<std::optional<double>>> values;  // by series, by frame
+    std::vector<int64_t> marked;                             // frame numbers
+    std::function<std::string(double)> nameOf;               // an enum value's name; "" for none
+};
 
-std::string drawTimelines(const std::vector<FrameCalls>& frames, const std::string& title) {
-    std::ostringstream body;
-    double y = 44;
-    const double left = kChartLeft, right = kChartLeft + kChartWidth;
-    double first = 0, last = 1;
-    if (!frames.empty()) {
-        first = static_cast<double>(frames.front().number);
-        last = std::max(first + 1, static_cast<double>(frames.back().number));
+class Timelines {
+public:
+    explicit Timelines(const std::vector<FrameCalls>& frames) : frames_(frames) {
+        if (!frames.empty()) {
+            first_ = static_cast<double>(frames.front().number);
+            last_ = std::max(first_ + 1, static_cast<double>(frames.back().number));
+        }
     }
-    const auto px = [&](double frame) {
-        return left + (frame - first) / (last - first) * kChartWidth;
-    };
-    size_t drawn = 0;
-    for (const Chart& chart : kCharts) {
-        if (frames.empty() || callOf(frames.front(), chart.series.front().method) == nullptr)
-            continue;
-        ++drawn;
-        // The values of each series per frame, and their range.
-        std::vector<std::vector<std::optional<double>>> values;
+
+    double px(double frame) const {
+        return kChartLeft + (frame - first_) / (last_ - first_) * kChartWidth;
+    }
+
+    void chart(const ChartData& c) {
+        const double left = kChartLeft, right = kChartLeft + kChartWidth;
         double lo = 0, hi = 0;
         bool any = false;
-        for (const Series& s : chart.series) {
-            values.emplace_back();
-            for (const FrameCalls& f : frames) {
-                const CallRecord* call = callOf(f, s.method);
-                std::optional<double> v;
-                if (call != nullptr && !failed(call)) v = s.of(call->outcome.output);
-                if (v && std::isfinite(*v)) {
-                    lo = any ? std::min(lo, *v) : *v;
-                    hi = any ? std::max(hi, *v) : *v;
-                    any = true;
-                } else {
-                    v.reset();
-                }
-                values.back().push_back(v);
+        for (const auto& series : c.values) {
+            for (const auto& v : series) {
+                if (!v) continue;
+                lo = any ? std::min(lo, *v) : *v;
+                hi = any ? std::max(hi, *v) : *v;
+                any = true;
             }
         }
         if (hi - lo < 1e-9) hi = lo + 1;
-        const double top = y + 20, bottom = top + kChartHeight;
+        const double top = y_ + 20, bottom = top + kChartHeight;
         const auto py = [&](double v) { return bottom - (v - lo) / (hi - lo) * kChartHeight; };
-        body << "<text x=\"" << fmt(kMargin) << "\" y=\"" << fmt(y + 12)
-             << "\" font-weight=\"bold\">" << escaped(chart.title) << "</text>\n";
-        body << "<rect x=\"" << fmt(left) << "\" y=\"" << fmt(top) << "\" width=\""
-             << fmt(kChartWidth) << "\" height=\"" << fmt(kChartHeight)
-             << "\" fill=\"#fafafa\" stroke=\"#bbbbbb\"/>\n";
+        body_ << "<text x=\"" << fmt(kMargin) << "\" y=\"" << fmt(y_ + 12)
+              << "\" font-weight=\"bold\">" << escaped(c.title) << "</text>\n";
+        body_ << "<rect x=\"" << fmt(left) << "\" y=\"" << fmt(top) << "\" width=\""
+              << fmt(kChartWidth) << "\" height=\"" << fmt(kChartHeight)
+              << "\" fill=\"#fafafa\" stroke=\"#bbbbbb\"/>\n";
         // The axis: the named values, or the range's ends.
         std::vector<double> ticks;
-        if (chart.named) {
-            for (const auto& series : values) {
+        if (c.named) {
+            for (const auto& series : c.values) {
                 for (const auto& v : series) {
                     if (v && std::find(ticks.begin(), ticks.end(), *v) == ticks.end())
                         ticks.push_back(*v);
@@ -572,78 +575,184 @@ std::string drawTimelines(const std::vector<FrameCalls>& frames, const std::stri
             std::string label = fmt(t);
             if (label.size() > 2 && label.compare(label.size() - 2, 2, ".0") == 0)
                 label.resize(label.size() - 2);
-            if (chart.named) {
-                const Getter* g = callOf(frames.front(), chart.series.front().method)->getter;
-                if (const char* name = valueName(*g, Json(static_cast<int64_t>(t)))) {
-                    label += std::string(" ") + name;
-                }
+            if (c.named && c.nameOf) {
+                const std::string name = c.nameOf(t);
+                if (!name.empty()) label += " " + name;
             }
-            body << "<text x=\"" << fmt(left - 6) << "\" y=\"" << fmt(py(t) + 4)
-                 << "\" text-anchor=\"end\" font-size=\"11\">" << escaped(label) << "</text>\n";
+            body_ << "<text x=\"" << fmt(left - 6) << "\" y=\"" << fmt(py(t) + 4)
+                  << "\" text-anchor=\"end\" font-size=\"11\">" << escaped(label) << "</text>\n";
         }
-        for (size_t s = 0; s < values.size(); ++s) {
+        for (size_t s = 0; s < c.values.size(); ++s) {
             const char* colour = kSeriesColours[s % std::size(kSeriesColours)];
             std::string path;
             bool open = false;
-            for (size_t i = 0; i < frames.size(); ++i) {
-                const auto& v = values[s][i];
+            for (size_t i = 0; i < frames_.size(); ++i) {
+                const auto& v = c.values[s][i];
                 if (!v) {
                     open = false;
                     continue;
                 }
-                const double x = px(static_cast<double>(frames[i].number)), vy = py(*v);
+                const double x = px(static_cast<double>(frames_[i].number)), vy = py(*v);
                 if (!open) {
                     path += "M" + fmt(x) + " " + fmt(vy);
-                } else if (chart.named) {
+                } else if (c.named) {
                     path += "H" + fmt(x) + "V" + fmt(vy);  // a state holds until it changes
                 } else {
                     path += "L" + fmt(x) + " " + fmt(vy);
                 }
                 open = true;
-                body << "<circle cx=\"" << fmt(x) << "\" cy=\"" << fmt(vy) << "\" r=\"2.5\" fill=\""
-                     << colour << "\" data-frame=\"" << frames[i].number << "\"/>\n";
+                body_ << "<circle cx=\"" << fmt(x) << "\" cy=\"" << fmt(vy)
+                      << "\" r=\"2.5\" fill=\"" << colour << "\" data-frame=\"" << frames_[i].number
+                      << "\"/>\n";
             }
             if (!path.empty()) {
-                body << "<path d=\"" << path << "\" fill=\"none\" stroke=\"" << colour
-                     << "\" stroke-width=\"1.5\"/>\n";
+                body_ << "<path d=\"" << path << "\" fill=\"none\" stroke=\"" << colour
+                      << "\" stroke-width=\"1.5\"/>\n";
             }
-            if (values.size() > 1) {
-                body << "<text x=\"" << fmt(right + 8) << "\" y=\""
-                     << fmt(top + 14 + 16.0 * static_cast<double>(s)) << "\" fill=\"" << colour
-                     << "\">" << escaped(chart.series[s].label) << "</text>\n";
+            if (c.values.size() > 1) {
+                body_ << "<text x=\"" << fmt(right + 8) << "\" y=\""
+                      << fmt(top + 14 + 16.0 * static_cast<double>(s)) << "\" fill=\"" << colour
+                      << "\">" << escaped(c.labels[s]) << "</text>\n";
             }
         }
         // Frames where a getter of the chart failed: a red mark under the chart.
-        for (const FrameCalls& f : frames) {
-            for (const Series& s : chart.series) {
-                if (!failed(callOf(f, s.method))) continue;
-                const double x = px(static_cast<double>(f.number));
-                body << "<path d=\"M" << fmt(x) << " " << fmt(bottom + 3)
-                     << "v8\" stroke=\"#d62728\" "
-                     << "stroke-width=\"2\" data-frame=\"" << f.number << "\"/>\n";
-                break;
-            }
+        for (const int64_t number : c.marked) {
+            const double x = px(static_cast<double>(number));
+            body_ << "<path d=\"M" << fmt(x) << " " << fmt(bottom + 3) << "v8\" stroke=\"#d62728\" "
+                  << "stroke-width=\"2\" data-frame=\"" << number << "\"/>\n";
         }
         // The frame numbers at the ends.
-        body << "<text x=\"" << fmt(left) << "\" y=\"" << fmt(bottom + 24)
-             << "\" font-size=\"11\">frame " << frames.front().number << "</text>\n<text x=\""
-             << fmt(right) << "\" y=\"" << fmt(bottom + 24)
-             << "\" font-size=\"11\" text-anchor=\"end\">frame " << frames.back().number
-             << "</text>\n";
-        y = bottom + kChartGap - 20;
+        body_ << "<text x=\"" << fmt(left) << "\" y=\"" << fmt(bottom + 24)
+              << "\" font-size=\"11\">frame " << frames_.front().number << "</text>\n<text x=\""
+              << fmt(right) << "\" y=\"" << fmt(bottom + 24)
+              << "\" font-size=\"11\" text-anchor=\"end\">frame " << frames_.back().number
+              << "</text>\n";
+        y_ = bottom + kChartGap - 20;
+        ++drawn_;
     }
-    if (drawn == 0) {
-        body << "<text x=\"" << fmt(kMargin) << "\" y=\"" << fmt(y + 16)
-             << "\">no chart: none of the getters run has a timeline (zoom, crop, final crop, AF, "
-                "sensitivity, exposure)</text>\n";
-        y += 40;
+
+    void line(const std::string& text, const char* colour = "#333333") {
+        body_ << "<text x=\"" << fmt(kMargin) << "\" y=\"" << fmt(y_ + 16) << "\" fill=\"" << colour
+              << "\">" << escaped(text) << "</text>\n";
+        y_ += 24;
     }
-    body << "<text x=\"" << fmt(kMargin) << "\" y=\"" << fmt(y + 16)
-         << "\" fill=\"#d62728\">red marks: frames where the getter failed (result not 0, or not "
-            "called)</text>\n";
-    const double width = kChartLeft + kChartWidth + 120, height = y + 40;
+
+    size_t drawn() const { return drawn_; }
+    double y() const { return y_; }
+    std::string body() const { return body_.str(); }
+
+private:
+    const std::vector<FrameCalls>& frames_;
+    std::ostringstream body_;
+    double y_ = 44;
+    double first_ = 0, last_ = 1;
+    size_t drawn_ = 0;
+};
+
+// A getter chart's values and marks; empty when the frames did not run it.
+std::optional<ChartData> getterChart(const Chart& chart, const std::vector<FrameCalls>& frames) {
+    if (frames.empty()) return std::nullopt;
+    const CallRecord* first = callOf(frames.front(), chart.series.front().method);
+    if (first == nullptr) return std::nullopt;
+    ChartData c;
+    c.title = chart.title;
+    c.named = chart.named;
+    const Getter* g = first->getter;
+    c.nameOf = [g](double v) {
+        const char* name = valueName(*g, Json(static_cast<int64_t>(v)));
+        return std::string(name ? name : "");
+    };
+    bool fromBlocks = false;
+    for (const Series& s : chart.series) {
+        c.labels.push_back(s.label);
+        c.values.emplace_back();
+        for (const FrameCalls& f : frames) {
+            const CallRecord* call = callOf(f, s.method);
+            std::optional<double> v;
+            if (call != nullptr && !failed(call)) v = s.of(call->outcome.output);
+            if (v && !std::isfinite(*v)) v.reset();
+            c.values.back().push_back(v);
+            const size_t k = call ? static_cast<size_t>(call - f.calls.data()) : f.calls.size();
+            fromBlocks = fromBlocks || (k < f.fromBlocks.size() && !f.fromBlocks[k].empty());
+        }
+    }
+    for (const FrameCalls& f : frames) {
+        for (const Series& s : chart.series) {
+            if (!failed(callOf(f, s.method))) continue;
+            c.marked.push_back(f.number);
+            break;
+        }
+    }
+    if (fromBlocks) c.title += " (reads tags of the dump's blocks, not recorded)";
+    return c;
+}
+
+// A recorded tag's chart: a series per value (up to kMostSeries numbers a
+// frame), its enum values as named steps; none for other values.
+std::optional<ChartData> recordedChart(size_t k, const std::vector<FrameCalls>& frames) {
+    ChartData c;
+    c.title = frames.front().recorded[k].tag;
+    const kvhost::TagInfo* info = kvhost::findTag(c.title.c_str());
+    c.named = info != nullptr && !info->enums.empty();
+    if (c.named) {
+        c.nameOf = [info](double v) {
+            const char* name = kvhost::enumName(*info, static_cast<int32_t>(v));
+            return std::string(name ? name : "");
+        };
+    }
+    size_t width = 0;
+    for (const FrameCalls& f : frames) {
+        const Json& v = f.recorded[k].values;
+        if (v.is_null()) continue;
+        if (v.empty() || v.size() > kMostSeries ||
+            !std::all_of(v.begin(), v.end(), [](const Json& e) { return e.is_number(); })) {
+            return std::nullopt;
+        }
+        width = std::max(width, v.size());
+    }
+    if (width == 0) return std::nullopt;
+    c.values.assign(width, {});
+    for (size_t s = 0; s < width; ++s) {
+        c.labels.push_back("[" + std::to_string(s) + "]");
+        for (const FrameCalls& f : frames) {
+            const Json& v = f.recorded[k].values;
+            std::optional<double> value;
+            if (s < v.size()) value = v[s].get<double>();
+            if (value && !std::isfinite(*value)) value.reset();
+            c.values[s].push_back(value);
+        }
+    }
+    return c;
+}
+
+}  // namespace
+
+std::string drawTimelines(const std::vector<FrameCalls>& frames, const std::string& title) {
+    Timelines t(frames);
+    if (!frames.empty()) {
+        const size_t recorded = std::min(frames.front().recorded.size(), kShownRecordedTags);
+        for (size_t k = 0; k < recorded; ++k) {
+            if (const auto c = recordedChart(k, frames)) {
+                t.chart(*c);
+            } else {
+                t.line(frames.front().recorded[k].tag + ": not drawn (no value, or not up to " +
+                       std::to_string(kMostSeries) +
+                       " numbers a frame); the table and --csv show it");
+            }
+        }
+    }
+    for (const Chart& chart : kCharts) {
+        if (const auto c = getterChart(chart, frames)) t.chart(*c);
+    }
+    if (t.drawn() == 0) {
+        t.line(
+            "no chart: no recorded tag, and none of the getters run has a timeline (zoom, "
+            "crop, final crop, AF, sensitivity, exposure)");
+    }
+    t.line("red marks: frames where the getter failed (result not 0, or not called)", "#d62728");
+    const double width = kChartLeft + kChartWidth + 120, height = t.y() + 16;
     return document(width, height, title + " (" + std::to_string(frames.size()) + " frames)",
-                    body.str());
+                    t.body());
 }
 
 }  // namespace inspect

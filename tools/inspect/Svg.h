@@ -16,10 +16,12 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
 // The getters whose outputs drawGeometry reads.
 std::vector<const Getter*> geometryGetters();
 
-// A session's timelines: one small chart per quantity over the frame number
-// (zoom, crop size and centre, final crop, AF state and mode as named steps,
-// sensitivity, exposure), for the getters the frames ran; the frames where a
-// getter failed are marked under its chart.
+// A session's timelines: one small chart per quantity over the frame number:
+// first the recorded tags' own values (enum values as named steps), then
+// zoom, crop size and centre, final crop, AF state and mode, sensitivity and
+// exposure for the getters the frames ran, titled as reading the dump's
+// blocks where they did; the frames where a getter failed are marked under
+// its chart.
 std::string drawTimelines(const std::vector<FrameCalls>& frames, const std::string& title);
 
 }  // namespace inspect

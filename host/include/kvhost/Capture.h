@@ -155,9 +155,10 @@ public:
     LoadResult frame(size_t i) const;
     // The tags whose values the session recorded frame by frame: the tag
     // monitor's monitored tags that have events, in the order the log
-    // lists them, or every tag of a log of frame blocks. The other tags of
-    // a frame come from the dump's request and result blocks and are the
-    // same in every frame.
+    // lists them, or every tag of a log of frame blocks but the framework
+    // camera id (kovani.snapshot.fwkCameraId), which names the camera. The
+    // other tags of a frame come from the dump's request and result blocks
+    // and are the same in every frame.
     std::vector<RecordedTag> recordedTags() const;
     // Whether the log printed tag `id` for frame i, on either side. The tag
     // monitor logs changes only: a frame without an event kept the value.
@@ -181,9 +182,16 @@ private:
 // DumpOptions apply to each file as loadCapture applies them (a file of
 // events takes `camera` as the camera whose events are read); `physical`
 // reads the events of that physical camera of the camera instead of the
-// logical camera's.
+// logical camera's; `client` the events of that app (its package) of a watch
+// command's output instead of the active one's.
+//
+// Unlike loadCapture, a file without static metadata reads: it takes that
+// of the file before it that has some (a dump of the same phone), else its
+// input size stays unknown (0x0) and what maps into the input image cannot
+// be run; the notes say which.
 struct SequenceOptions : DumpOptions {
     std::optional<std::string> physical;
+    std::optional<std::string> client;
 };
 
 struct SequenceResult {

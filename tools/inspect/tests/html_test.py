@@ -51,6 +51,9 @@ PAGES = [
     ([DUMPS + "script-tag.txt"], "<script>alert(1)</script>"),
     (SESSION, None),
     (["samples/session-android11.txt", "--frames"], None),
+    # Watch output alone, and after a dump of the same phone.
+    (["samples/session-watch.txt", "--frames"], None),
+    (["samples/dumpsys-camera.txt", "samples/session-watch.txt", "--frames"], None),
 ]
 
 CHROMIUM_FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",
@@ -59,6 +62,9 @@ CHROMIUM_FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic
 
 CALLS = ("return Array.from(document.querySelectorAll('[data-method]'), e => "
          "[e.dataset.method, e.dataset.result, e.dataset.output, !e.hidden]);")
+RECORDED = ("return Array.from(document.querySelectorAll('#recorded [data-tag]'), e => "
+            "[e.dataset.tag, e.dataset.values]);")
+NOTES = "return Array.from(document.querySelectorAll('#read details div'), e => e.textContent);"
 
 
 def browser(profile):
@@ -137,6 +143,9 @@ def check_page(driver, tool, args, text, scratch):
             driver.get(url + "#frame=%d" % frames[i]["frame"])
             wait_for_frame(driver, frames[i]["frame"])
             check_calls(driver.execute_script(CALLS), frames[i]["calls"], (name, i))
+            shown = [(tag, json.loads(values)) for tag, values in driver.execute_script(RECORDED)]
+            want = [(r["tag"], r["values"]) for r in frames[i]["recorded"]]
+            assert shown == want, (name, i, shown, want)
         if len(frames) > 1:
             # The next frame by key, and the address follows.
             driver.get(url + "#frame=%d" % frames[0]["frame"])
@@ -148,6 +157,8 @@ def check_page(driver, tool, args, text, scratch):
     else:
         calls = report["calls"]
         check_calls(driver.execute_script(CALLS), calls, name)
+    # The notes, folded under one line, as the JSON report gives them.
+    assert driver.execute_script(NOTES) == report["notes"], (name, report["notes"])
     # The filter keeps the calls whose method or subsystem holds the text.
     query = "crop"
     driver.find_element(By.ID, "filter").send_keys(query.upper())

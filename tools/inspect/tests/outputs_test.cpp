@@ -11,11 +11,13 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "Frames.h"
 #include "Report.h"
 #include "Run.h"
 
@@ -86,6 +88,17 @@ std::string absentText(const std::string& svg) {
     return text.substr(0, text.find_last_not_of(' ') + 1);
 }
 
+// Whether a drawing has an attribute that is no number (="nan", ="-inf"),
+// as SVG or inside a page's data (=\"nan).
+bool hasNoNumber(const std::string& text) {
+    for (const char* quote : {"=\"", "=\\\""}) {
+        for (const char* bad : {"nan", "-nan", "inf", "-inf"}) {
+            if (text.find(std::string(quote) + bad) != std::string::npos) return true;
+        }
+    }
+    return false;
+}
+
 std::vector<std::string> csvFields(const std::string& line) {
     std::vector<std::string> fields(1);
     bool quoted = false;
@@ -111,8 +124,9 @@ Json reportOf(const std::string& text) {
 struct FileCase {
     std::string path;               // from the source tree
     std::vector<std::string> args;  // options the file needs
-    std::string error;   // every mode's one line, after "metautils-inspect: PATH: "; "" when read
-    std::string absent;  // the drawing's "not in this capture" line; "" when nothing is absent
+    std::string error;     // every mode's one line, after "metautils-inspect: PATH: "; "" when read
+    std::string absent;    // the drawing's "not in this capture" line; "" when nothing is absent
+    bool session = false;  // a session only: `error` is the single-frame modes', --frames reads
 };
 
 std::ostream& operator<<(std::ostream& os, const FileCase& c) {
@@ -194,6 +208,7 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
         if (written.count("geometry.svg")) {
             const std::string drawing = readText(svg);
             EXPECT_EQ(drawing.rfind("<svg xmlns=", 0), 0u);
+            EXPECT_FALSE(hasNoNumber(drawing));
             EXPECT_EQ(drawing.substr(drawing.size() - 7), "</svg>\n");
             EXPECT_EQ(absentText(drawing), c.absent);
         }
@@ -210,13 +225,16 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
         }
         for (const std::string& name : written) unlink((scratch_ + "/" + name).c_str());
     }
-    // A dump is a session too: its frames in every view.
-    if (!c.error.empty() || description) return;
-    const std::vector<std::string> sessions[] = {{"--frames"},
-                                                 {"--frames", "--json", "--logs"},
+    // A dump is a session too: its frames in every view, each with the
+    // recorded tags and the notes of the JSON report.
+    if ((!c.error.empty() && !c.session) || description) return;
+    const std::vector<std::string> sessions[] = {{"--frames", "--json", "--logs"},
+                                                 {"--frames"},
                                                  {"--frames", "--csv", "--getters", "all"},
                                                  {"--frames", "--svg", svg},
                                                  {"--frames", "--html", html}};
+    std::vector<std::string> recorded, notes;
+    bool fromBlocks = false;
     for (const std::vector<std::string>& options : sessions) {
         std::vector<std::string> args{c.path};
         args.insert(args.end(), c.args.begin(), c.args.end());
@@ -226,8 +244,38 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
         const Ran ran = runTool(args, scratch_);
         ASSERT_EQ(ran.status, 0) << ran.err;
         EXPECT_NE(ran.out, "");
+        // The first recorded tags, which the table and the timelines show.
+        const size_t shown = std::min(recorded.size(), kShownRecordedTags);
         if (view == "--json") {
-            EXPECT_FALSE(Json::parse(ran.out)["frames"].empty());
+            const Json report = Json::parse(ran.out);
+            EXPECT_FALSE(report["frames"].empty());
+            notes = report["notes"].get<std::vector<std::string>>();
+            for (const Json& v : report["frames"][0]["recorded"]) recorded.push_back(v["tag"]);
+            for (const Json& f : report["frames"]) {
+                EXPECT_EQ(f["recorded"].size(), recorded.size()) << f["frame"];
+                for (const Json& call : f["calls"])
+                    fromBlocks = fromBlocks || call.contains("fromBlocks");
+            }
+            // Results from the dump's blocks are said to be so.
+            EXPECT_EQ(std::count(notes.begin(), notes.end(), kFromBlocksNote), fromBlocks ? 1 : 0);
+        } else if (view == "") {
+            // The notes as the JSON report gives them, then the header: the
+            // first recorded tags, then the getters.
+            std::istringstream lines(ran.out);
+            std::string line;
+            for (const std::string& note : notes) {
+                std::getline(lines, line);
+                EXPECT_EQ(line, note);
+            }
+            std::getline(lines, line);
+            std::istringstream header(line);
+            std::vector<std::string> columns{std::istream_iterator<std::string>(header), {}};
+            ASSERT_GE(columns.size(), 2 + shown) << line;
+            EXPECT_EQ(std::vector<std::string>(columns.begin() + 2, columns.begin() + 2 + shown),
+                      std::vector<std::string>(recorded.begin(), recorded.begin() + shown));
+            EXPECT_EQ(ran.out.find(" * ") != std::string::npos ||
+                          ran.out.find(" *\n") != std::string::npos,
+                      fromBlocks);
         } else if (view == "--csv") {
             // One named column per field, and every row as wide as the header.
             std::istringstream lines(ran.out);
@@ -236,11 +284,26 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
             const std::vector<std::string> names = csvFields(header);
             EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), names.size());
             while (std::getline(lines, row)) EXPECT_EQ(csvFields(row).size(), names.size()) << row;
+            for (const std::string& tag : recorded) {
+                EXPECT_TRUE(std::any_of(names.begin(), names.end(), [&](const std::string& n) {
+                    return n.rfind(tag, 0) == 0;
+                })) << tag;
+            }
         } else if (view == "--svg") {
-            EXPECT_EQ(readText(svg).substr(readText(svg).size() - 7), "</svg>\n");
+            const std::string drawing = readText(svg);
+            EXPECT_EQ(drawing.substr(drawing.size() - 7), "</svg>\n");
+            EXPECT_FALSE(hasNoNumber(drawing));
+            for (size_t k = 0; k < shown; ++k) {
+                EXPECT_NE(drawing.find(">" + recorded[k]), std::string::npos) << recorded[k];
+            }
             unlink(svg.c_str());
         } else if (view == "--html") {
-            EXPECT_EQ(readText(html).rfind("<!DOCTYPE html>", 0), 0u);
+            const std::string page = readText(html);
+            EXPECT_EQ(page.rfind("<!DOCTYPE html>", 0), 0u);
+            EXPECT_FALSE(hasNoNumber(page));
+            for (const std::string& tag : recorded) {
+                EXPECT_NE(page.find("{\"tag\":\"" + tag + "\""), std::string::npos) << tag;
+            }
             unlink(html.c_str());
         }
     }
@@ -275,6 +338,10 @@ const FileCase kFiles[] = {
     {"samples/session-android13.txt", {}, "", kTwoAbsent},
     {"samples/session-android11.txt", {}, "", kTwoAbsent},
     {"samples/session-crop-lag.txt", {}, "", kTwoAbsent},
+    // Watch output: events of several clients and cameras, no metadata
+    // block; read as a session only.
+    {"samples/session-watch.txt", {}, "neither a capture description nor a camera metadata dump: "
+     "no \"Dumping camera metadata array\" line", "", true},
     {"tools/inspect/tests/captures/no-adapter.json", {}, "", kAbsentGeometry},
     {"tools/inspect/tests/captures/shading-map.json", {}, "", kNothing},
     {"tools/inspect/tests/captures/short-shading-map.json", {}, "", kNothing},

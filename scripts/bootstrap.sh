@@ -11,7 +11,7 @@ packages=(cmake make g++ pkg-config binutils libgtest-dev libgmock-dev googletes
           doxygen libarchive-dev libmuparser-dev)
 if [ "${1:-}" = "--all" ]; then
     packages+=(clang-14 libclang-rt-14-dev g++-aarch64-linux-gnu qemu-user
-               android-liblog:arm64 libmuparser-dev:arm64 chromium chromium-driver python3-selenium)
+               android-liblog:arm64 chromium chromium-driver python3-selenium)
 fi
 
 sudo=""

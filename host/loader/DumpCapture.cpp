@@ -96,6 +96,19 @@ private:
     void chooseCamera() {
         if (options_.camera) {
             camera_ = options_.camera;
+            // A camera that no block names is a slip of the user's, unless
+            // no block names one (a pasted fragment).
+            std::set<int> named;
+            for (const DumpBlock& b : dump_.blocks) {
+                if (const auto n = cameraNumber(b.camera)) named.insert(*n);
+            }
+            if (!named.empty() && named.count(*camera_) == 0) {
+                std::string list;
+                for (const int n : named) list += (list.empty() ? "" : ", ") + std::to_string(n);
+                fail("--camera " + std::to_string(*camera_) + ": no camera " +
+                     std::to_string(*camera_) + " in the dump (its blocks are of camera" +
+                     (named.size() == 1 ? " " : "s ") + list + ")");
+            }
             c_.notes.push_back("camera " + std::to_string(*camera_) + ": given");
             return;
         }
@@ -382,11 +395,20 @@ std::vector<std::vector<TagPayload>> blockTags(const Dump& dump,
     return tags;
 }
 
-std::string listBlocks(const Dump& dump) {
+std::string listBlocks(const Dump& dump, std::vector<std::string>* warnings) {
     std::string out =
         "block   line  what                             camera  entries      warnings\n";
     char row[160];
+    // The entries a capture would leave out count with the reader's
+    // warnings; the dry run registers none of the dump's tags.
+    const DryRun dry;
+    const DumpOptions none;
+    Builder builder(dump, none);
+    if (warnings != nullptr) *warnings = dump.warnings;
     for (const DumpBlock& b : dump.blocks) {
+        std::vector<std::string> left;
+        builder.tagsOfBlock(b, left);
+        if (warnings != nullptr) warnings->insert(warnings->end(), left.begin(), left.end());
         const std::string entries =
             std::to_string(b.entries.size()) + " of " + std::to_string(b.declaredEntries);
         const std::string what = std::string(blockKindName(b.kind)) +
@@ -394,7 +416,7 @@ std::string listBlocks(const Dump& dump) {
                                  (b.previousSession ? " (previous)" : "");
         std::snprintf(row, sizeof row, "%5d %6zu  %-32s %-7s %-12s %zu\n", b.number, b.line,
                       what.c_str(), b.camera.empty() ? "-" : b.camera.c_str(), entries.c_str(),
-                      b.warnings);
+                      b.warnings + left.size());
         out += row;
     }
     return out;

@@ -47,8 +47,9 @@ std::vector<std::vector<TagPayload>> blockTags(const Dump& dump,
                                                std::vector<std::string>& warnings);
 
 // The blocks of a dump, one line each: number, line, what it is, camera,
-// entries read of those declared, warnings.
-std::string listBlocks(const Dump& dump);
+// entries read of those declared, warnings: the reader's and the entries a
+// capture would leave out, which go into `warnings` with the dump's.
+std::string listBlocks(const Dump& dump, std::vector<std::string>* warnings = nullptr);
 
 }  // namespace loader
 }  // namespace kvhost

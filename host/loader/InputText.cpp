@@ -87,8 +87,9 @@ public:
             text_.pop_back();  // the file's last line had no line end
         }
         if (bugReport_ == 1 && !camera_) {
-            fail("a bug report without camera text (no media.camera service dump, no camera "
-                 "metadata lines)");
+            fail(
+                "a bug report without camera text (no media.camera service dump, no camera "
+                "metadata lines)");
         }
         if (text_.find_first_not_of(" \t\r\n") == std::string::npos) fail("empty file");
         return std::move(text_);

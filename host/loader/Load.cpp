@@ -12,6 +12,7 @@
 #include <new>
 
 #include "InputText.h"
+#include "TagMonitor.h"
 
 namespace kvhost {
 namespace loader {
@@ -95,6 +96,15 @@ LoadResult loadCapture(const std::string& path, const DumpOptions& options,
         }
         loader::Capture capture = loader::loadText(text, path, options);
         if (!in.note.empty()) capture.notes.insert(capture.notes.begin(), in.note);
+        // A dump whose tag monitor logged a session: one frame is read here.
+        if (!loader::isCaptureDescription(text)) {
+            const size_t events = loader::readEventLog(text, path, {}).events.size();
+            if (events != 0) {
+                capture.notes.push_back("the file also holds a tag monitor log of " +
+                                        std::to_string(events) +
+                                        " events: --frames shows the session frame by frame");
+            }
+        }
         if (!saveAs.empty()) loader::writeFileAtomically(saveAs, loader::captureText(capture));
         result.warnings = capture.warnings;
         result.capture = loader::install(std::move(capture));
@@ -114,8 +124,7 @@ BlockList listDumpBlocks(const std::string& path) {
             throw loader::InputError(path + ": a capture description, not a dump");
         }
         const loader::Dump dump = loader::readDump(text, path);
-        list.text = loader::listBlocks(dump);
-        list.warnings = dump.warnings;
+        list.text = loader::listBlocks(dump, &list.warnings);
     } catch (const loader::InputError& e) {
         list.error = e.what();
     } catch (const std::bad_alloc&) {

@@ -320,20 +320,26 @@ TEST(DumpCapture, UnnamedVendorTagIsNamedByTheVendorList) {
 }
 
 TEST(DumpCapture, TagsThatDoNotFitAreLeftOutWithAWarning) {
-    const Capture c = captureOf(
-        "Dumping camera metadata array: 6 / 6 entries\n"
-        // Printed as int32, but Android's AF mode holds bytes.
-        "android.control.afMode (10007): int32[1]\n[1 ]\n"
-        // Shorter than the 448-byte record the library copies.
-        "kovani.ai.asd.SmartAE (80020000): byte[2]\n[1 2 ]\n"
-        // A device tag on an id the table gives another tag: a fresh id.
-        "org.example.dump.ownTag (80100003): float[1]\n[1.50000000 ]\n"
-        "android.scaler.cropRegion (d0000): int32[4]\n[1 2 3 4 ]\n"
-        // Newer than the tag table: read as printed, said once; an id
-        // without an Android name stays out.
-        "android.future.level (1fff0): int32[2]\n[7 8 ]\n"
-        "other.future.level (1fff1): int32[1]\n[7 ]\n");
+    const std::string text =
+        ("Dumping camera metadata array: 6 / 6 entries\n"
+         // Printed as int32, but Android's AF mode holds bytes.
+         "android.control.afMode (10007): int32[1]\n[1 ]\n"
+         // Shorter than the 448-byte record the library copies.
+         "kovani.ai.asd.SmartAE (80020000): byte[2]\n[1 2 ]\n"
+         // A device tag on an id the table gives another tag: a fresh id.
+         "org.example.dump.ownTag (80100003): float[1]\n[1.50000000 ]\n"
+         "android.scaler.cropRegion (d0000): int32[4]\n[1 2 3 4 ]\n"
+         // Newer than the tag table: read as printed, said once; an id
+         // without an Android name stays out.
+         "android.future.level (1fff0): int32[2]\n[7 8 ]\n"
+         "other.future.level (1fff1): int32[1]\n[7 ]\n");
+    const Capture c = captureOf(text);
     ASSERT_EQ(c.warnings.size(), 3u);
+    // The block list counts them, registering nothing.
+    std::vector<std::string> listed;
+    EXPECT_NE(listBlocks(readDump(text, "d"), &listed).find(" 6 of 6       3\n"),
+              std::string::npos);
+    EXPECT_EQ(listed, c.warnings);
     EXPECT_NE(c.warnings[2].find("d:12: other.future.level: an Android tag id the table does not"),
               std::string::npos);
     const TagPayload* newer = find(c.frame, "android.future.level");
@@ -374,6 +380,14 @@ TEST(DumpCapture, ImpossibleChoicesAreOneError) {
     EXPECT_EQ(message({}),
               "d: no input image size: camera 0 has no active array size in the dump; give one "
               "with --input WxH");
+    // A camera no block names.
+    const std::string sample = std::string(KVTEST_SOURCE_DIR) + "/samples/dumpsys-camera.txt";
+    DumpOptions camera;
+    camera.camera = 99;
+    EXPECT_EQ(loadCapture(sample, camera).error,
+              sample +
+                  ": --camera 99: no camera 99 in the dump (its blocks are of cameras 0, 1, "
+                  "2, 3)");
 }
 
 // ---- Files of either kind ---------------------------------------------------
@@ -483,7 +497,8 @@ TEST(ReadInput, KeepsTheCameraTextOfWhatTheUserHands) {
         {"PlainTextAsItIs", "a\r\n\nb", "a\r\n\nb", "", ""},
         {"BugReport", bugreport, want, "",
          "a bug report: its camera service dump and camera metadata lines read"},
-        {"BugReportWithoutCameraText", rule + "\n== dumpstate: x\nDUMP OF SERVICE wifi:\n  mode: [1] on\n", "",
+        {"BugReportWithoutCameraText",
+         rule + "\n== dumpstate: x\nDUMP OF SERVICE wifi:\n  mode: [1] on\n", "",
          "a bug report without camera text (no media.camera service dump, no camera metadata "
          "lines)",
          ""},
@@ -532,6 +547,16 @@ TEST(ReadInput, KeepsTheCameraTextOfWhatTheUserHands) {
     ASSERT_TRUE(loaded) << loaded.error;
     EXPECT_EQ(loaded.capture->notes.front(), "read bugreport-x.txt of the zip (the bug report)");
 #endif
+}
+
+// One frame of a dump that also logged a session: the report points at --frames.
+TEST(LoadCapture, ADumpWithATagMonitorLogSaysSo) {
+    const LoadResult r =
+        loadCapture(std::string(KVTEST_SOURCE_DIR) + "/samples/session-android13.txt");
+    ASSERT_TRUE(r) << r.error;
+    EXPECT_EQ(r.capture->notes.back(),
+              "the file also holds a tag monitor log of 81 events: --frames shows the session "
+              "frame by frame");
 }
 
 TEST(LoadCapture, DumpOptionsOnACaptureDescriptionAreAnError) {

@@ -339,8 +339,21 @@ std::string textReport(const Capture& capture, const std::vector<CallRecord>& ca
     out << header(capture, allMessages);
     size_t width = 0;
     for (const CallRecord& call : calls) width = std::max(width, std::strlen(call.getter->method));
+    // Each subsystem's calls under one heading, the subsystems in the order
+    // their first call was asked for.
+    std::vector<const CallRecord*> ordered;
+    for (const CallRecord& first : calls) {
+        const auto same = [&](const CallRecord* c) {
+            return std::strcmp(c->getter->subsystem, first.getter->subsystem) == 0;
+        };
+        if (std::any_of(ordered.begin(), ordered.end(), same)) continue;
+        for (const CallRecord& c : calls) {
+            if (same(&c)) ordered.push_back(&c);
+        }
+    }
     const char* subsystem = "";
-    for (const CallRecord& call : calls) {
+    for (const CallRecord* in : ordered) {
+        const CallRecord& call = *in;
         if (std::strcmp(subsystem, call.getter->subsystem) != 0) {
             subsystem = call.getter->subsystem;
             out << "\n" << subsystem << "\n";

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "Frames.h"
 #include "Html.h"
 #include "Messages.h"
 
@@ -52,6 +53,27 @@ TEST(Messages, OneLinePerKindWithItsFirstPlaces) {
     EXPECT_EQ(messageLines(warnings, false), want);
     EXPECT_EQ(messageLines(warnings, true), warnings);
     EXPECT_TRUE(messageLines({}, false).empty());
+}
+
+// Getters asked for across subsystems: each subsystem's heading once, its
+// calls under it in the order asked.
+TEST(TextReport, GroupsTheGettersAskedForBySubsystem) {
+    std::string error;
+    const std::vector<const Getter*> getters =
+        chooseGetters("GetSensitivity,GetFaceRect,GetAFState", &error);
+    ASSERT_EQ(getters.size(), 3u) << error;
+    std::vector<CallRecord> calls(3);
+    for (size_t i = 0; i < 3; ++i) calls[i].getter = getters[i];
+    const std::string report = textReport(Capture{}, calls, false);
+    const size_t core = report.find("\n" + std::string(getters[0]->subsystem) + "\n");
+    const size_t faces = report.find("\n" + std::string(getters[1]->subsystem) + "\n");
+    ASSERT_NE(core, std::string::npos);
+    ASSERT_NE(faces, std::string::npos);
+    EXPECT_EQ(report.find("\n" + std::string(getters[0]->subsystem) + "\n", core + 1),
+              std::string::npos);
+    EXPECT_LT(report.find("GetSensitivity"), report.find("GetAFState"));
+    EXPECT_LT(report.find("GetAFState"), faces);
+    EXPECT_LT(faces, report.find("GetFaceRect"));
 }
 
 kvhost::LogRecord primary(const std::string& format, const std::string& text) {

@@ -7,8 +7,8 @@
 
 namespace kvanalysis {
 
-std::vector<double> numbersOf(kvhost::TagType type, const uint8_t* data, size_t count) {
-    std::vector<double> out;
+void numbersOf(kvhost::TagType type, const uint8_t* data, size_t count, std::vector<double>& out) {
+    out.clear();
     out.reserve(count);
     const auto each = [&](auto sample) {
         using T = decltype(sample);
@@ -42,7 +42,6 @@ std::vector<double> numbersOf(kvhost::TagType type, const uint8_t* data, size_t 
             }
             break;
     }
-    return out;
 }
 
 Session::Session(const kvhost::Sequence& sequence)
@@ -106,9 +105,12 @@ const Track* Session::track(const std::string& name) const {
         const int side = c.result ? 1 : 0;
         if (c.frame >= n) continue;
         fill(side, c.frame);
-        held[side] = c.removed ? std::vector<double>{}
-                               : numbersOf(c.type, c.bytes.data(),
-                                           std::min<size_t>(c.count, Track::kMaxWidth));
+        // The held values' storage is reused: no allocation per change.
+        if (c.removed) {
+            held[side].clear();
+        } else {
+            numbersOf(c.type, c.bytes, std::min<size_t>(c.count, Track::kMaxWidth), held[side]);
+        }
         t->changedAt[side][c.frame] = 1;
     }
     fill(0, n);
@@ -134,7 +136,9 @@ std::vector<double> Session::staticValue(const char* name) const {
     if (!statics) return {};
     const camera_metadata_ro_entry_t e = statics->find(info->id);
     if (e.count == 0 || e.data.u8 == nullptr) return {};
-    return numbersOf(static_cast<kvhost::TagType>(e.type), e.data.u8, e.count);
+    std::vector<double> out;
+    numbersOf(static_cast<kvhost::TagType>(e.type), e.data.u8, e.count, out);
+    return out;
 }
 
 double Session::blockValue(const char* name) const {
@@ -147,7 +151,9 @@ double Session::blockValue(const char* name) const {
     if (first == nullptr || info == nullptr || !first->frame) return NAN;
     const camera_metadata_ro_entry_t e = first->frame->find(info->id);
     if (e.count == 0 || e.data.u8 == nullptr) return NAN;
-    return value = numbersOf(static_cast<kvhost::TagType>(e.type), e.data.u8, 1)[0];
+    std::vector<double> numbers;
+    numbersOf(static_cast<kvhost::TagType>(e.type), e.data.u8, 1, numbers);
+    return value = numbers[0];
 }
 
 }  // namespace kvanalysis

@@ -1,5 +1,6 @@
 #include "Session.h"
 
+#include <algorithm>
 #include <cstring>
 #include <mutex>
 
@@ -94,11 +95,10 @@ const Track* Session::track(const std::string& name) const {
     std::vector<double> held[2];
     size_t from[2] = {0, 0};
     const auto fill = [&](int side, size_t until) {
-        for (size_t i = from[side]; i < until; ++i) {
-            for (size_t k = 0; k < held[side].size() && k < t->width; ++k) {
-                t->values[side][i * t->width + k] = held[side][k];
-            }
-        }
+        const size_t w = t->width, m = std::min(held[side].size(), w);
+        const double* value = held[side].data();
+        double* out = t->values[side].data();
+        for (size_t i = from[side]; i < until; ++i) std::copy(value, value + m, out + i * w);
         from[side] = until;
     };
     for (const kvhost::TagChange& c : changes) {

@@ -77,7 +77,8 @@ const std::vector<CheckInfo>& checkTable() {
          "the result's zoom ratio within `ratio` of one requested in the last `latency` frames; "
          "monotonic while the request is; the crop region's size that of the active array or of "
          "the active array over the zoom within `crop-size` x max(1, zoom), its centre within "
-         "`crop-centre` x max(1, zoom) of the array's",
+         "`crop-centre` x max(1, zoom) of the array's; frames off within `latency` frames of "
+         "each other are one finding",
          {kZoomRatio},
          {kCropRegion},
          {{"ratio", 0.05, "relative error of the result's zoom ratio", "CTS CaptureRequestTest"},

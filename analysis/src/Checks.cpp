@@ -38,34 +38,46 @@ std::string frameText(const Context& c, size_t i) {
     return "frame " + std::to_string(c.s.number(i));
 }
 
-// Frames where a condition holds, each stretch of consecutive frames one
-// finding, described by its first frame.
+// Frames where a condition holds, each stretch one finding, described by
+// its first frame. A stretch is consecutive frames, or with `gap`, frames
+// at most `gap` frame numbers apart: a fault that comes and goes within the
+// pipeline's latency is one finding, which says on how many of its frames
+// the condition held.
 class Stretches {
 public:
-    explicit Stretches(Context& c) : c_(c) {}
+    explicit Stretches(Context& c, double gap = 0) : c_(c), gap_(gap) {}
     ~Stretches() { close(); }
     // `describe()` gives a stretch's message and values, asked only for
     // the first frame of a stretch.
     template <typename Describe>
     void add(size_t i, Describe describe) {
-        if (open_ && i == last_ + 1) {
+        if (open_ && (i == last_ + 1 || c_.within(last_, i, gap_))) {
             last_ = i;
+            ++held_;
             return;
         }
         close();
         open_ = true;
         first_ = last_ = i;
+        held_ = 1;
         std::tie(message_, values_) = describe();
     }
     void close() {
-        if (open_) c_.find(first_, last_, message_, values_);
+        if (!open_) return;
         open_ = false;
+        const size_t frames = last_ - first_ + 1;
+        if (held_ < frames) {
+            message_ +=
+                " (on " + std::to_string(held_) + " of its " + std::to_string(frames) + " frames)";
+        }
+        c_.find(first_, last_, std::move(message_), std::move(values_));
     }
 
 private:
     Context& c_;
+    double gap_;
     bool open_ = false;
-    size_t first_ = 0, last_ = 0;
+    size_t first_ = 0, last_ = 0, held_ = 0;
     std::string message_;
     Values values_;
 };
@@ -446,7 +458,7 @@ void zoom(Context& c) {
 
     // The result within `tolerance` of a request of the last `latency` frames.
     if (requests) {
-        Stretches off(c);
+        Stretches off(c, latency);
         for (size_t i = 0; i < n; ++i) {
             const double res = ratio->at(1, i);
             if (std::isnan(res)) continue;
@@ -514,7 +526,7 @@ void zoom(Context& c) {
     }
     const double size = c.param("crop-size");
     const double centre = c.param("crop-centre");
-    Stretches wrong(c);
+    Stretches wrong(c, latency);
     for (size_t i = 0; i < n; ++i) {
         const double z = ratio->at(1, i);
         const double l = crop->at(1, i, 0), t = crop->at(1, i, 1), w = crop->at(1, i, 2),

@@ -1,5 +1,6 @@
 #include "Session.h"
 
+#include <algorithm>
 #include <cstring>
 #include <mutex>
 
@@ -7,8 +8,8 @@
 
 namespace kvanalysis {
 
-std::vector<double> numbersOf(kvhost::TagType type, const uint8_t* data, size_t count) {
-    std::vector<double> out;
+void numbersOf(kvhost::TagType type, const uint8_t* data, size_t count, std::vector<double>& out) {
+    out.clear();
     out.reserve(count);
     const auto each = [&](auto sample) {
         using T = decltype(sample);
@@ -42,7 +43,6 @@ std::vector<double> numbersOf(kvhost::TagType type, const uint8_t* data, size_t 
             }
             break;
     }
-    return out;
 }
 
 Session::Session(const kvhost::Sequence& sequence)
@@ -95,20 +95,22 @@ const Track* Session::track(const std::string& name) const {
     std::vector<double> held[2];
     size_t from[2] = {0, 0};
     const auto fill = [&](int side, size_t until) {
-        for (size_t i = from[side]; i < until; ++i) {
-            for (size_t k = 0; k < held[side].size() && k < t->width; ++k) {
-                t->values[side][i * t->width + k] = held[side][k];
-            }
-        }
+        const size_t w = t->width, m = std::min(held[side].size(), w);
+        const double* value = held[side].data();
+        double* out = t->values[side].data();
+        for (size_t i = from[side]; i < until; ++i) std::copy(value, value + m, out + i * w);
         from[side] = until;
     };
     for (const kvhost::TagChange& c : changes) {
         const int side = c.result ? 1 : 0;
         if (c.frame >= n) continue;
         fill(side, c.frame);
-        held[side] = c.removed ? std::vector<double>{}
-                               : numbersOf(c.type, c.bytes.data(),
-                                           std::min<size_t>(c.count, Track::kMaxWidth));
+        // The held values' storage is reused: no allocation per change.
+        if (c.removed) {
+            held[side].clear();
+        } else {
+            numbersOf(c.type, c.bytes, std::min<size_t>(c.count, Track::kMaxWidth), held[side]);
+        }
         t->changedAt[side][c.frame] = 1;
     }
     fill(0, n);
@@ -134,7 +136,9 @@ std::vector<double> Session::staticValue(const char* name) const {
     if (!statics) return {};
     const camera_metadata_ro_entry_t e = statics->find(info->id);
     if (e.count == 0 || e.data.u8 == nullptr) return {};
-    return numbersOf(static_cast<kvhost::TagType>(e.type), e.data.u8, e.count);
+    std::vector<double> out;
+    numbersOf(static_cast<kvhost::TagType>(e.type), e.data.u8, e.count, out);
+    return out;
 }
 
 double Session::blockValue(const char* name) const {
@@ -147,7 +151,9 @@ double Session::blockValue(const char* name) const {
     if (first == nullptr || info == nullptr || !first->frame) return NAN;
     const camera_metadata_ro_entry_t e = first->frame->find(info->id);
     if (e.count == 0 || e.data.u8 == nullptr) return NAN;
-    return value = numbersOf(static_cast<kvhost::TagType>(e.type), e.data.u8, 1)[0];
+    std::vector<double> numbers;
+    numbersOf(static_cast<kvhost::TagType>(e.type), e.data.u8, 1, numbers);
+    return value = numbers[0];
 }
 
 }  // namespace kvanalysis

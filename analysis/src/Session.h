@@ -78,7 +78,7 @@ private:
 };
 
 // The elements of a payload as numbers: integers and floats as they are, a
-// rational as its quotient.
-std::vector<double> numbersOf(kvhost::TagType type, const uint8_t* data, size_t count);
+// rational as its quotient; into `out`, whose storage is reused.
+void numbersOf(kvhost::TagType type, const uint8_t* data, size_t count, std::vector<double>& out);
 
 }  // namespace kvanalysis

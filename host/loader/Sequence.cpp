@@ -762,6 +762,7 @@ bool Sequence::changed(size_t i, uint32_t id) const {
 std::vector<TagChange> Sequence::changes(uint32_t id) const {
     std::vector<TagChange> out;
     if (!data_) return out;
+    out.reserve(frameCount());
     for (size_t p = 0; p < data_->parts.size(); ++p) {
         const loader::SequencePart& part = data_->parts[p];
         const size_t base = data_->firstFrame[p];
@@ -773,10 +774,9 @@ std::vector<TagChange> Sequence::changes(uint32_t id) const {
             c.result = result;
             c.removed = e == nullptr || e->removed;
             if (!c.removed) {
-                loader::TagPayload payload = loader::payloadOf(part, *e, info);
                 c.type = info->type;
-                c.count = static_cast<uint32_t>(payload.count);
-                c.bytes = std::move(payload.bytes);
+                c.count = e->count;
+                c.bytes = part.log.payload.data() + e->offset;
             }
             out.push_back(std::move(c));
         };

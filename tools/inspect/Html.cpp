@@ -48,6 +48,20 @@ td.output details summary { cursor: pointer; color: #2b5ea8; font-size: .9em; }
 td.output pre.logs { color: #444; background: #f6f7f9; padding: .3em; }
 td.output .blocks { color: #8a5a00; font-size: .9em; }
 dl#read details summary { cursor: pointer; color: #2b5ea8; }
+#findings { margin: 1em 0; }
+#findings h2 { font-size: 1.1em; margin: 0 0 .3em; }
+#findings ol { margin: 0; padding-left: 1.5em; }
+#findings li { cursor: pointer; padding: .1em .3em; }
+#findings li:hover, #findings li:focus { background: #eef1f6; }
+#findings li.current { outline: 2px solid #888; }
+#findings .check { font-family: ui-monospace, monospace; font-weight: bold; }
+#findings .severity { display: inline-block; min-width: 4.5em; margin: 0 .5em; }
+#findings .error { color: #a33; }
+#findings .warning { color: #a60; }
+#findings .frames, #findings .values, #findings .why { color: #555; }
+#findings .values { font-family: ui-monospace, monospace; font-size: .9em; margin-left: .5em; }
+#findings dl { display: grid; grid-template-columns: max-content 1fr; gap: .1em 1em; margin: .5em 0 0; }
+#findings dd { margin: 0; }
 #recorded { margin: 1em 0; }
 #recorded td.value { font-family: ui-monospace, monospace; white-space: pre-wrap; word-break: break-all; }
 #recorded td.changed { color: #555; font-size: .9em; }
@@ -56,6 +70,11 @@ dl#read details summary { cursor: pointer; color: #2b5ea8; }
 <body>
 <h1>metautils-inspect <span id="title"></span></h1>
 <dl id="read"></dl>
+<section id="findings" hidden>
+<h2>Session checks</h2>
+<ol></ol>
+<dl></dl>
+</section>
 <section id="session" hidden>
 <div class="frames">
 <button id="prev" type="button" title="previous frame (left arrow)">&#9664;</button>
@@ -206,6 +225,52 @@ dl#read details summary { cursor: pointer; color: #2b5ea8; }
   const byNumber = new Map();
   frames.forEach((f, i) => { if (!byNumber.has(String(f.frame))) byNumber.set(String(f.frame), i); });
   let current = -1;
+  // The session checks: each finding, a click selecting its first frame;
+  // then the checks that passed and those not decidable.
+  const findingItems = (data.findings || []).map((f, n) => {
+    const li = el("li", f.severity);
+    li.dataset.finding = String(n);
+    li.dataset.check = f.check;
+    li.dataset.frames = f.frames.join(",");
+    li.tabIndex = 0;
+    const values = Object.entries(f.values).map(([name, value]) => name + " " + value).join(", ");
+    li.append(el("span", "check", f.check), el("span", "severity " + f.severity, f.severity),
+              el("span", "frames", f.frames[0] === f.frames[1] ? "frame " + f.frames[0]
+                                                                : "frames " + f.frames[0] + ".." + f.frames[1]),
+              document.createTextNode(": "), el("span", "message", f.message));
+    if (values) li.append(el("span", "values", "[" + values + "]"));
+    const go = () => {
+      if (byNumber.has(String(f.frames[0]))) select(byNumber.get(String(f.frames[0])), true);
+    };
+    li.addEventListener("click", go);
+    li.addEventListener("keydown", (e) => {
+      if (e.key !== "Enter" && e.key !== " ") return;
+      e.preventDefault();
+      go();
+    });
+    $("findings").querySelector("ol").append(li);
+    return li;
+  });
+  if (data.checks) {
+    $("findings").hidden = false;
+    if (!findingItems.length) $("findings").querySelector("ol").append(el("li", "", "no finding"));
+    for (const [status, label] of [["passed", "passed"], ["not decidable", "not decidable"]]) {
+      for (const c of data.checks.filter((c) => c.status === status)) {
+        const dd = el("dd");
+        dd.dataset.check = c.id;
+        dd.dataset.status = c.status;
+        dd.append(el("span", "check", c.id), el("span", "why", ": " + c.why +
+                                                  (c.record ? " (record " + c.record.join(", ") + ")" : "")));
+        $("findings").querySelector("dl").append(el("dt", "", label), dd);
+      }
+    }
+  }
+  const markFindings = () => {
+    const n = current < 0 ? null : frames[current].frame;
+    (data.findings || []).forEach((f, k) => {
+      findingItems[k].classList.toggle("current", n !== null && f.frames[0] <= n && n <= f.frames[1]);
+    });
+  };
   const markTimelines = () => {
     for (const e of $("timelines").querySelectorAll(".selected")) e.classList.remove("selected");
     if (current < 0) return;
@@ -226,6 +291,7 @@ dl#read details summary { cursor: pointer; color: #2b5ea8; }
       $("frame-label").textContent = "frame " + f.frame + " (" + (i + 1) + " of " + frames.length +
                                      "), timestamp " + f.timestamp + " ns";
       markTimelines();
+      markFindings();
       if (updateAddress) history.replaceState(null, "", "#frame=" + f.frame);
     }
     applyFilter();
@@ -362,6 +428,8 @@ std::string HtmlPage::html() const {
     data["geometries"] = geometries_;
     data["timelines"] = session_ ? Json(timelines_) : Json();
     data["frames"] = frames_;
+    data["checks"] = checks_.is_object() ? checks_.value("checks", Json()) : Json();
+    data["findings"] = checks_.is_object() ? checks_.value("findings", Json()) : Json();
     const std::string page = kPage;
     const size_t at = page.find("@DATA@");
     return page.substr(0, at) + scriptSafe(kvhost::loader::jsonText(data)) + page.substr(at + 6);

@@ -7,6 +7,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Frames.h"
@@ -26,6 +27,9 @@ public:
     // A session's page: frame numbers, the selector and the timelines.
     void setSession(bool session) { session_ = session; }
     void setTimelines(const std::string& svg) { timelines_ = svg; }
+    // The session checks' results as the JSON report has them
+    // ({"checks": [...], "findings": [...]}): the page's findings panel.
+    void setChecks(Json checks) { checks_ = std::move(checks); }
 
     std::string html() const;
 
@@ -45,6 +49,7 @@ private:
     std::map<std::string, size_t> geometryIndex_;
     Json frames_ = Json::array();
     std::string timelines_;
+    Json checks_;
 };
 
 // Text made safe to stand inside a <script> element: `<`, `>`, `&`, U+2028

@@ -181,7 +181,8 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
     if (!loaded) throw Refusal{loaded.error};
     warnings = loaded.warnings;
     const kvhost::Sequence& sequence = *loaded.sequence;
-    if (checking && !a.frames) {
+    // The checks alone, unless a picture or page is asked for: those show the frames.
+    if (checking && !a.frames && a.svgPath.empty() && a.htmlPath.empty()) {
         checking->getters = getterSource(getters);
         const kvanalysis::Results results = runSessionChecks(sequence, *checking, verdict);
         if (a.json) return kvhost::loader::jsonText(checksJson(results), 2) + "\n";
@@ -271,7 +272,11 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
         checking->getters = [&checked](const kvhost::Sequence&, size_t i) { return checked[i]; };
         results = runSessionChecks(sequence, *checking, verdict);
     }
-    const std::string timelines = a.svgPath.empty() && !html ? "" : drawTimelines(frames, a.path);
+    const std::string timelines =
+        a.svgPath.empty() && !html
+            ? ""
+            : drawTimelines(frames, a.path,
+                            results ? results->findings : std::vector<kvanalysis::Finding>{});
     if (!a.svgPath.empty()) kvhost::loader::writeFileAtomically(a.svgPath, timelines);
     if (html) {
         HtmlPage page;
@@ -288,6 +293,7 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
         }
         for (size_t i = 0; i < frames.size(); ++i) page.addFrame(frames[i], pictures[pictureOf[i]]);
         page.setTimelines(timelines);
+        if (results) page.setChecks(checksJson(*results));
         kvhost::loader::writeFileAtomically(a.htmlPath, page.html());
     }
     if (a.json) {

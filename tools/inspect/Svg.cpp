@@ -7,6 +7,7 @@
 #include <iterator>
 #include <optional>
 #include <sstream>
+#include <utility>
 
 namespace inspect {
 namespace {
@@ -637,12 +638,91 @@ public:
         y_ += 24;
     }
 
+    // The findings' lanes, one a check in the order of their first finding,
+    // each finding a band from its first frame to its last that selects its
+    // first frame; then the frames' range over the charts below, drawn over
+    // them (overlay()) once their height is known.
+    void findings(const std::vector<kvanalysis::Finding>& findings) {
+        if (findings.empty() || frames_.empty()) return;
+        std::vector<std::string> lanes;
+        for (const kvanalysis::Finding& f : findings) {
+            if (std::find(lanes.begin(), lanes.end(), f.check) == lanes.end())
+                lanes.push_back(f.check);
+        }
+        body_ << "<text x=\"" << fmt(kMargin) << "\" y=\"" << fmt(y_ + 12)
+              << "\" font-weight=\"bold\">findings of the session checks</text>\n";
+        const double top = y_ + 20;
+        for (size_t k = 0; k < lanes.size(); ++k) {
+            const double y = top + kLaneHeight * static_cast<double>(k);
+            body_ << "<text x=\"" << fmt(kChartLeft - 6) << "\" y=\"" << fmt(y + 13)
+                  << "\" text-anchor=\"end\" font-size=\"11\">" << escaped(lanes[k]) << "</text>\n"
+                  << "<rect x=\"" << fmt(kChartLeft) << "\" y=\"" << fmt(y) << "\" width=\""
+                  << fmt(kChartWidth) << "\" height=\"" << fmt(kLaneHeight - 2)
+                  << "\" fill=\"#fafafa\" stroke=\"#dddddd\"/>\n";
+        }
+        for (size_t n = 0; n < findings.size(); ++n) {
+            const kvanalysis::Finding& f = findings[n];
+            const size_t lane =
+                static_cast<size_t>(std::find(lanes.begin(), lanes.end(), f.check) - lanes.begin());
+            const auto [x, width] = span(f);
+            body_ << "<rect x=\"" << fmt(x) << "\" y=\""
+                  << fmt(top + kLaneHeight * static_cast<double>(lane) + 1) << "\" width=\""
+                  << fmt(width) << "\" height=\"" << fmt(kLaneHeight - 4) << "\" fill=\""
+                  << severityColour(f.severity) << "\" fill-opacity=\"0.7\" data-frame=\""
+                  << f.firstNumber << "\" data-finding=\"" << n << "\"><title>"
+                  << escaped(f.check + ", frames " + std::to_string(f.firstNumber) + ".." +
+                             std::to_string(f.lastNumber) + ": " + f.message)
+                  << "</title></rect>\n";
+        }
+        y_ = top + kLaneHeight * static_cast<double>(lanes.size()) + 16;
+        chartsTop_ = y_;
+        findings_ = &findings;
+    }
+
+    // The findings' frames across the charts, faint, under the pointer's reach.
+    std::string overlay() const {
+        std::ostringstream out;
+        if (findings_ == nullptr || drawn_ == 0) return out.str();
+        for (const kvanalysis::Finding& f : *findings_) {
+            const auto [x, width] = span(f);
+            out << "<rect x=\"" << fmt(x) << "\" y=\"" << fmt(chartsTop_) << "\" width=\""
+                << fmt(width) << "\" height=\"" << fmt(y_ - chartsTop_) << "\" fill=\""
+                << severityColour(f.severity)
+                << "\" fill-opacity=\"0.08\" pointer-events=\"none\"/>\n";
+        }
+        return out.str();
+    }
+
     size_t drawn() const { return drawn_; }
     double y() const { return y_; }
     std::string body() const { return body_.str(); }
 
 private:
+    static constexpr double kLaneHeight = 18;
+
+    static const char* severityColour(kvanalysis::Severity s) {
+        switch (s) {
+            case kvanalysis::Severity::Error:
+                return "#d62728";
+            case kvanalysis::Severity::Warning:
+                return "#ff7f0e";
+            case kvanalysis::Severity::Info:
+                break;
+        }
+        return "#1f77b4";
+    }
+
+    // A finding's frames in picture coordinates, at least 3 wide.
+    std::pair<double, double> span(const kvanalysis::Finding& f) const {
+        const double a = px(static_cast<double>(f.firstNumber));
+        const double b = px(static_cast<double>(f.lastNumber));
+        const double width = std::max(3.0, b - a);
+        return {std::min(a, kChartLeft + kChartWidth - width), width};
+    }
+
     const std::vector<FrameCalls>& frames_;
+    const std::vector<kvanalysis::Finding>* findings_ = nullptr;
+    double chartsTop_ = 0;
     std::ostringstream body_;
     double y_ = 44;
     double first_ = 0, last_ = 1;
@@ -727,8 +807,10 @@ std::optional<ChartData> recordedChart(size_t k, const std::vector<FrameCalls>& 
 
 }  // namespace
 
-std::string drawTimelines(const std::vector<FrameCalls>& frames, const std::string& title) {
+std::string drawTimelines(const std::vector<FrameCalls>& frames, const std::string& title,
+                          const std::vector<kvanalysis::Finding>& findings) {
     Timelines t(frames);
+    t.findings(findings);
     if (!frames.empty()) {
         const size_t recorded = std::min(frames.front().recorded.size(), kShownRecordedTags);
         for (size_t k = 0; k < recorded; ++k) {
@@ -749,10 +831,16 @@ std::string drawTimelines(const std::vector<FrameCalls>& frames, const std::stri
             "no chart: no recorded tag, and none of the getters run has a timeline (zoom, "
             "crop, final crop, AF, sensitivity, exposure)");
     }
+    const std::string overlay = t.overlay();
     t.line("red marks: frames where the getter failed (result not 0, or not called)", "#d62728");
+    if (!findings.empty()) {
+        t.line(
+            "bands: the frames of each finding of the session checks (red error, orange "
+            "warning, blue info)");
+    }
     const double width = kChartLeft + kChartWidth + 120, height = t.y() + 16;
     return document(width, height, title + " (" + std::to_string(frames.size()) + " frames)",
-                    t.body());
+                    t.body() + overlay);
 }
 
 }  // namespace inspect

@@ -9,6 +9,7 @@
 
 #include "Frames.h"
 #include "Report.h"
+#include "kvanalysis/Checks.h"
 
 namespace inspect {
 
@@ -21,7 +22,10 @@ std::vector<const Getter*> geometryGetters();
 // zoom, crop size and centre, final crop, AF state and mode, sensitivity and
 // exposure for the getters the frames ran, titled as reading the dump's
 // blocks where they did; the frames where a getter failed are marked under
-// its chart.
-std::string drawTimelines(const std::vector<FrameCalls>& frames, const std::string& title);
+// its chart. Each finding of the session checks is a band over its frames:
+// in a lane of its check's, labelled with the check id, above the charts,
+// and lightly across them.
+std::string drawTimelines(const std::vector<FrameCalls>& frames, const std::string& title,
+                          const std::vector<kvanalysis::Finding>& findings = {});
 
 }  // namespace inspect

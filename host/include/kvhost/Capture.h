@@ -130,15 +130,17 @@ struct RecordedTag {
 };
 
 // From frame `frame` (an index of the sequence) on, one side of a recorded
-// tag holds `bytes` (`count` elements of `type`), or nothing when `removed`
-// (the log said "(Removed)", a block lacks it, or a new file starts).
+// tag holds `count` elements of `type` at `bytes`, or nothing when `removed`
+// (the log said "(Removed)", a block lacks it, or a new file starts). The
+// bytes are the sequence's own, valid while it or a copy of it lives: a
+// session's changes are read without a copy of each.
 struct TagChange {
     size_t frame = 0;
     bool result = false;  // the result's side; false: the request's
     bool removed = false;
     TagType type = TagType::Byte;
     uint32_t count = 0;
-    std::vector<uint8_t> bytes;
+    const uint8_t* bytes = nullptr;  // count elements, little-endian; null when removed
 };
 
 // A loaded sequence holds the events of its files and the base capture of

@@ -54,6 +54,8 @@ PAGES = [
     # Watch output alone, and after a dump of the same phone.
     (["samples/session-watch.txt", "--frames"], None),
     (["samples/dumpsys-camera.txt", "samples/session-watch.txt", "--frames"], None),
+    # The session checks' findings, in the panel and on the timelines.
+    (["samples/session-crop-lag.txt", "--frames", "--check"], None),
 ]
 
 CHROMIUM_FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",
@@ -64,6 +66,12 @@ CALLS = ("return Array.from(document.querySelectorAll('[data-method]'), e => "
          "[e.dataset.method, e.dataset.result, e.dataset.output, !e.hidden]);")
 RECORDED = ("return Array.from(document.querySelectorAll('#recorded [data-tag]'), e => "
             "[e.dataset.tag, e.dataset.values]);")
+FINDINGS = ("return Array.from(document.querySelectorAll('#findings li[data-finding]'), e => "
+            "[e.dataset.check, e.querySelector('.severity').textContent, e.dataset.frames, "
+            "e.querySelector('.message').textContent, "
+            "e.querySelector('.values') ? e.querySelector('.values').textContent : '']);")
+CHECKS = ("return Array.from(document.querySelectorAll('#findings dd[data-check]'), e => "
+          "[e.dataset.check, e.dataset.status]);")
 NOTES = "return Array.from(document.querySelectorAll('#read details div'), e => e.textContent);"
 
 
@@ -77,8 +85,12 @@ def browser(profile):
 
 
 def inspect(tool, args, scratch, *extra):
-    return subprocess.run([tool] + args + list(extra), cwd=SOURCE, check=True,
-                          capture_output=True).stdout
+    done = subprocess.run([tool] + args + list(extra), cwd=SOURCE, capture_output=True)
+    # With checks, status 2 says that a finding of error severity exists.
+    if done.returncode not in ((0, 2) if "--check" in args else (0,)):
+        raise subprocess.CalledProcessError(done.returncode, [tool] + args, done.stdout,
+                                            done.stderr)
+    return done.stdout
 
 
 def colours(png):
@@ -130,6 +142,36 @@ def wait_for_frame(driver, number):
         "return document.getElementById('calls').dataset.frame") == str(number))
 
 
+def check_findings(driver, url, report):
+    """The panel lists the findings of --json, and the checks that passed or
+    are not decidable; a click on a finding selects its first frame; each
+    finding is a band on the timelines."""
+    findings = report["findings"]
+    assert findings, "no finding to show"
+    driver.get(url + "#frame=%d" % report["frames"][-1]["frame"])
+    wait_for_frame(driver, report["frames"][-1]["frame"])
+    want = [[f["check"], f["severity"], "%d,%d" % tuple(f["frames"]), f["message"],
+             "[" + ", ".join("%s %s" % item for item in f["values"].items()) + "]"
+             if f["values"] else ""] for f in findings]
+    assert driver.execute_script(FINDINGS) == want, (driver.execute_script(FINDINGS), want)
+    want = [[c["id"], c["status"]] for c in report["checks"] if c["status"] == "passed"] + \
+           [[c["id"], c["status"]] for c in report["checks"] if c["status"] == "not decidable"]
+    assert driver.execute_script(CHECKS) == want, (driver.execute_script(CHECKS), want)
+    for n in sorted({0, len(findings) - 1}):
+        first = findings[n]["frames"][0]
+        driver.execute_script("history.replaceState(null, '', '#frame=%d'); "
+                              "dispatchEvent(new HashChangeEvent('hashchange'));"
+                              % report["frames"][-1]["frame"])
+        wait_for_frame(driver, report["frames"][-1]["frame"])
+        item = driver.find_element(By.CSS_SELECTOR, '#findings li[data-finding="%d"]' % n)
+        driver.execute_script("arguments[0].scrollIntoView({block: 'center'})", item)
+        item.click()
+        wait_for_frame(driver, first)
+        assert driver.execute_script("return location.hash") == "#frame=%d" % first
+    WebDriverWait(driver, 60).until(lambda d: d.execute_script(
+        "return document.querySelectorAll('#timelines [data-finding]').length") == len(findings))
+
+
 def check_page(driver, tool, args, text, scratch):
     name = args[0]
     page = os.path.join(scratch, "page.html")
@@ -153,6 +195,8 @@ def check_page(driver, tool, args, text, scratch):
             driver.find_element(By.TAG_NAME, "body").send_keys("\ue014")  # right arrow
             wait_for_frame(driver, frames[1]["frame"])
             assert driver.execute_script("return location.hash") == "#frame=%d" % frames[1]["frame"]
+        if "findings" in report:
+            check_findings(driver, url, report)
         calls = frames[-1]["calls"]
     else:
         calls = report["calls"]

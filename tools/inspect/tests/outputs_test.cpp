@@ -18,6 +18,8 @@
 #include <vector>
 
 #include "Frames.h"
+#include "Html.h"
+#include "JsonReader.h"
 #include "Report.h"
 #include "Run.h"
 #include "kvanalysis/Checks.h"
@@ -128,6 +130,9 @@ struct FileCase {
     std::string error;     // every mode's one line, after "metautils-inspect: PATH: "; "" when read
     std::string absent;    // the drawing's "not in this capture" line; "" when nothing is absent
     bool session = false;  // a session only: `error` is the single-frame modes', --frames reads
+    // The session checks the --frames views run: their findings marked on
+    // the timelines and in the page.
+    std::vector<std::string> checks = {};
 };
 
 std::ostream& operator<<(std::ostream& os, const FileCase& c) {
@@ -236,20 +241,31 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
                                                  {"--frames", "--html", html}};
     std::vector<std::string> recorded, notes;
     bool fromBlocks = false;
+    Json findings = Json::array();
+    std::string firstDrawing;  // the timelines of the first --svg run, to draw again
     for (const std::vector<std::string>& options : sessions) {
         std::vector<std::string> args{c.path};
         args.insert(args.end(), c.args.begin(), c.args.end());
         args.insert(args.end(), options.begin(), options.end());
+        args.insert(args.end(), c.checks.begin(), c.checks.end());
         const std::string view = options.size() > 1 ? options[1] : "";
         SCOPED_TRACE("metautils-inspect " + c.path + " --frames " + view);
         const Ran ran = runTool(args, scratch_);
-        ASSERT_EQ(ran.status, 0) << ran.err;
+        // With checks, 2 says that a finding of error severity exists.
+        ASSERT_TRUE(ran.status == 0 || (ran.status == 2 && !c.checks.empty())) << ran.err;
         EXPECT_NE(ran.out, "");
         // The first recorded tags, which the table and the timelines show.
         const size_t shown = std::min(recorded.size(), kShownRecordedTags);
         if (view == "--json") {
             const Json report = Json::parse(ran.out);
             EXPECT_FALSE(report["frames"].empty());
+            EXPECT_EQ(report.contains("findings"), !c.checks.empty());
+            if (report.contains("findings")) findings = report["findings"];
+            EXPECT_EQ(ran.status,
+                      std::any_of(findings.begin(), findings.end(),
+                                  [](const Json& f) { return f["severity"] == "error"; })
+                          ? 2
+                          : 0);
             notes = report["notes"].get<std::vector<std::string>>();
             for (const Json& v : report["frames"][0]["recorded"]) recorded.push_back(v["tag"]);
             for (const Json& f : report["frames"]) {
@@ -297,6 +313,23 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
             for (size_t k = 0; k < shown; ++k) {
                 EXPECT_NE(drawing.find(">" + recorded[k]), std::string::npos) << recorded[k];
             }
+            // A band a finding, in its check's lane; drawn again, the same.
+            size_t bands = 0;
+            for (size_t at = drawing.find(" data-finding=\""); at != std::string::npos;
+                 at = drawing.find(" data-finding=\"", at + 1)) {
+                ++bands;
+            }
+            EXPECT_EQ(bands, findings.size());
+            for (const Json& f : findings) {
+                EXPECT_NE(drawing.find(">" + f["check"].get<std::string>() + "</text>"),
+                          std::string::npos)
+                    << f["check"];
+            }
+            if (firstDrawing.empty()) {
+                firstDrawing = drawing;
+                ASSERT_EQ(runTool(args, scratch_).status, ran.status);
+                EXPECT_EQ(readText(svg), firstDrawing);
+            }
             unlink(svg.c_str());
         } else if (view == "--html") {
             const std::string page = readText(html);
@@ -304,6 +337,10 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
             EXPECT_FALSE(hasNoNumber(page));
             for (const std::string& tag : recorded) {
                 EXPECT_NE(page.find("{\"tag\":\"" + tag + "\""), std::string::npos) << tag;
+            }
+            for (const Json& f : findings) {
+                EXPECT_NE(page.find(scriptSafe(kvhost::loader::jsonText(f))), std::string::npos)
+                    << f["check"];
             }
             unlink(html.c_str());
         }
@@ -337,8 +374,8 @@ const FileCase kFiles[] = {
     // Sessions of tag monitor events; the report is of the dump's latest
     // request and result: no faces, no AF region.
     {"samples/session-android13.txt", {}, "", kTwoAbsent},
-    {"samples/session-android11.txt", {}, "", kTwoAbsent},
-    {"samples/session-crop-lag.txt", {}, "", kTwoAbsent},
+    {"samples/session-android11.txt", {}, "", kTwoAbsent, false, {"--checks", "zoom,ae-converge"}},
+    {"samples/session-crop-lag.txt", {}, "", kTwoAbsent, false, {"--check"}},
     // Watch output: events of several clients and cameras, no metadata
     // block; read as a session only.
     {"samples/session-watch.txt", {}, "neither a capture description nor a camera metadata dump: "

@@ -130,7 +130,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
 #if defined(KVFUZZ_RENDER)
     const std::vector<const inspect::Getter*> getters = inspect::defaultFrameGetters();
-    const std::vector<kvhost::RecordedTag> recorded = sequence.recordedTags();
     std::vector<inspect::FrameCalls> frames;
     // Each frame also built from the one before, which must give the same.
     inspect::FrameBuilder builder(sequence, getters);

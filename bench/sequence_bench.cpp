@@ -12,6 +12,8 @@
 // limit for a file) runs with KVBENCH_SEQUENCE_LARGE=1 only (a few
 // seconds to write and read).
 #include <malloc.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -20,14 +22,18 @@
 #include <fstream>
 #include <map>
 #include <optional>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "Frames.h"
 #include "Ratios.h"
 #include "Report.h"
+#include "Run.h"
 #include "Scene.h"
 #include "kvanalysis/Checks.h"
 #include "kvhost/Capture.h"
+#include "tests/LongSession.h"
 
 namespace kvbench {
 namespace {
@@ -221,6 +227,92 @@ void SequenceMemory(benchmark::State& state) {
     state.SetLabel("target < 50 MB");
 }
 
+// ---- The real layout through the program ---------------------------------
+//
+// 100,000 events of `cmd media.camera watch dump` output: the sessions of
+// the tree repeated (tests/LongSession.h), request and result lines
+// interleaved, about half a frame an event. Each figure is a ratio to `grep
+// -c RES:` over the same file in the same run, and each output is the
+// program's own, run in a child (as a user runs it: the stand-ins fresh)
+// writing to a temporary file; the child's peak resident size is a counter.
+
+constexpr int64_t kRealEvents = 100000;
+
+const std::string& RealSession() {
+    static const std::string path = [] {
+        const std::string samples = KVBENCH_SAMPLES_DIR;
+        const std::string p =
+            (std::filesystem::temp_directory_path() / "metautils_bench_watch_100000.txt").string();
+        std::ofstream(p, std::ios::binary) << inspect::testing::longWatchSession(
+            {samples + "/session-watch.txt", samples + "/session-android13.txt"}, kRealEvents);
+        std::atexit([] { std::remove(RealSession().c_str()); });
+        return p;
+    }();
+    return path;
+}
+
+// The processor time (user and system) that the children waited for so far
+// have taken, in seconds: on a shared machine a steadier figure than the
+// wall clock's.
+double ChildrenSeconds() {
+    rusage usage{};
+    getrusage(RUSAGE_CHILDREN, &usage);
+    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+void GrepCount(benchmark::State& state) {
+    const std::string command = "grep -c RES: " + RealSession() + " > /dev/null";
+    const double before = ChildrenSeconds();
+    for (auto _ : state) {
+        if (!Expect(state, std::system(command.c_str()) == 0, "grep failed")) return;
+    }
+    state.counters["child_cpu_s"] =
+        (ChildrenSeconds() - before) / static_cast<double>(state.iterations());
+}
+
+void ReadReal(benchmark::State& state) {
+    size_t frames = 0;
+    for (auto _ : state) {
+        const kvhost::SequenceResult loaded = kvhost::loadSequence({RealSession()});
+        if (!Expect(state, bool(loaded), loaded.error.c_str())) return;
+        frames = loaded.sequence->frameCount();
+    }
+    state.SetLabel(std::to_string(frames) + " frames; target < 3x grep -c");
+}
+
+// metautils-inspect with `args` after the session, in a child.
+void Inspect(benchmark::State& state, std::vector<std::string> args, const char* target) {
+    const std::string out = RealSession() + ".out";
+    long peakKiB = 0;
+    const double before = ChildrenSeconds();
+    for (auto _ : state) {
+        const pid_t pid = fork();
+        if (pid == 0) {
+            std::vector<const char*> argv{"metautils-inspect", RealSession().c_str(), "--frames"};
+            for (const std::string& a : args) argv.push_back(a.c_str());
+            std::ofstream file(out, std::ios::binary);
+            std::ostringstream err;
+            const int status = inspect::run(static_cast<int>(argv.size()), argv.data(), file, err);
+            file.close();
+            _exit(status == 0 && file ? 0 : 1);
+        }
+        int status = 0;
+        rusage usage{};
+        wait4(pid, &status, 0, &usage);
+        if (!Expect(state, WIFEXITED(status) && WEXITSTATUS(status) == 0, "the run failed")) {
+            return;
+        }
+        peakKiB = std::max(peakKiB, usage.ru_maxrss);
+    }
+    state.counters["peak_MB"] = static_cast<double>(peakKiB) / 1024;
+    state.counters["child_cpu_s"] =
+        (ChildrenSeconds() - before) / static_cast<double>(state.iterations());
+    state.counters["output_MB"] = static_cast<double>(std::filesystem::file_size(out)) / 1e6;
+    std::remove(out.c_str());
+    state.SetLabel(std::string(target) + ", peak < 200 MB");
+}
+
 }  // namespace
 
 void RegisterSequenceBenchmarks() {
@@ -244,6 +336,33 @@ void RegisterSequenceBenchmarks() {
     Register("sequence/memory of a 100000-event log", SequenceMemory)
         ->Iterations(1)
         ->Unit(benchmark::kMillisecond);
+    const std::string real = "sequence/watch layout, 100000 events/";
+    Register(real + "grep -c RES:", GrepCount)->UseRealTime()->Unit(benchmark::kMillisecond);
+    Register(real + "read", ReadReal)->UseRealTime()->Unit(benchmark::kMillisecond);
+    AddRatio(
+        {"reading the watch layout / grep -c RES:", real + "read", real + "grep -c RES:", 3, ""});
+    const struct {
+        const char* name;
+        std::vector<std::string> args;
+        const char* target;
+    } outputs[] = {
+        {"table", {}, "target < 1 s"},
+        {"--csv", {"--csv"}, "target < 1 s"},
+        {"--getters GetAFState --csv", {"--getters", "GetAFState", "--csv"}, "target < 0.5 s"},
+        {"--getters all --json", {"--getters", "all", "--json"}, "target < 5 s"},
+        {"--getters all --jsonl", {"--getters", "all", "--jsonl"}, "target < 5 s"},
+    };
+    for (const auto& o : outputs) {
+        const std::string name = real + "metautils-inspect --frames " + o.name;
+        const std::vector<std::string> args = o.args;
+        const char* target = o.target;
+        Register(name, [args, target](benchmark::State& state) { Inspect(state, args, target); })
+            ->UseRealTime()
+            ->Iterations(1)
+            ->Unit(benchmark::kMillisecond);
+        AddRatio({std::string("--frames ") + o.name + " / grep -c RES:", name,
+                  real + "grep -c RES:", 0, o.target});
+    }
 }
 
 }  // namespace kvbench

@@ -130,10 +130,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
 #if defined(KVFUZZ_RENDER)
     const std::vector<const inspect::Getter*> getters = inspect::defaultFrameGetters();
-    const std::vector<kvhost::RecordedTag> recorded = sequence.recordedTags();
     std::vector<inspect::FrameCalls> frames;
+    // Each frame also built from the one before, which must give the same.
+    inspect::FrameBuilder builder(sequence, getters);
     for (size_t i = 0; i < std::min(sequence.frameCount(), kFrames); ++i) {
+        std::string error;
+        const inspect::FrameCalls* fast = builder.frame(i, &error);
         const kvhost::LoadResult frame = sequence.frame(i);
+        KVFUZZ_CHECK((fast != nullptr) == bool(frame), "frame %zu: built from the one before: %s",
+                     i, error.c_str());
         if (!frame) {
             KVFUZZ_CHECK(frame.error.rfind("f: ", 0) == 0, "frame %zu: error without the file: %s",
                          i, frame.error.c_str());
@@ -148,12 +153,29 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         f.fromBlocks = inspect::tagsFromBlocks(f.calls, recorded);
         KVFUZZ_CHECK(f.recorded.size() == recorded.size(), "%zu recorded values of %zu tags",
                      f.recorded.size(), recorded.size());
+        const std::string wholeJson = kvhost::loader::jsonText(inspect::frameJson(f, true, true));
+        KVFUZZ_CHECK(kvhost::loader::jsonText(inspect::frameJson(*fast, true, true)) == wholeJson,
+                     "frame %zu built from the one before differs from the frame built whole", i);
     }
     KVFUZZ_CHECK(!inspect::framesTable(frames).empty(), "no table");
     for (const bool logs : {false, true}) {
         KVFUZZ_CHECK(!kvhost::loader::jsonText(inspect::framesJson(frames, logs), 2).empty(),
                      "no JSON");
     }
+    // The report written a frame at a time is the whole report's text; a
+    // frame's JSONL line is one line.
+    std::string streamed = inspect::jsonReportOpening(inspect::Json::object());
+    for (size_t i = 0; i < frames.size(); ++i) {
+        const inspect::Json frame = inspect::frameJson(frames[i], true, true);
+        streamed += inspect::jsonReportFrame(frame, i == 0);
+        KVFUZZ_CHECK(kvhost::loader::jsonText(frame).find('\n') == std::string::npos,
+                     "frame %zu's JSONL line breaks", i);
+    }
+    streamed += inspect::jsonReportClosing(
+        inspect::Json{{"notes", inspect::Json::array()}, {"warnings", inspect::Json::array()}},
+        !frames.empty());
+    KVFUZZ_CHECK(streamed == kvhost::loader::jsonText(inspect::framesJson(frames, true), 2) + "\n",
+                 "the streamed JSON report differs from the whole one:\n%s", streamed.c_str());
     const std::string csv = inspect::framesCsv(frames);
     const std::vector<size_t> widths = csvWidths(csv);
     KVFUZZ_CHECK(widths.size() == frames.size() + 1, "%zu CSV rows for %zu frames", widths.size(),

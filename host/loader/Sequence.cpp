@@ -699,6 +699,11 @@ LoadResult Sequence::frame(size_t i) const {
     return result;
 }
 
+size_t Sequence::fileOf(size_t i) const {
+    if (i >= frameCount()) return 0;
+    return static_cast<size_t>(locate(*data_, i).first - data_->parts.data());
+}
+
 std::vector<RecordedTag> Sequence::recordedTags() const {
     std::vector<RecordedTag> tags;
     if (!data_) return tags;

@@ -50,18 +50,28 @@ std::string csvField(const std::string& s) {
     return out + "\"";
 }
 
-// A row of fields in columns grouped by what they show: a getter's, a tag's.
-struct Field {
-    std::string group;
-    std::string column;
-    std::string text;
-};
-
 }  // namespace
 
 const char* const kFromBlocksNote =
     "*: the result read tags from the dump's request and result blocks, which the session did "
     "not record: the same in every frame (add them to -m to record them)";
+
+RecordedValue recordedValue(const kvhost::RecordedTag& tag, const uint8_t* data, size_t count) {
+    RecordedValue v;
+    v.tag = tag.name;
+    const kvhost::TagInfo* info = kvhost::findTag(tag.id);
+    if (info == nullptr || data == nullptr) return v;
+    kvhost::loader::TagPayload p;
+    p.info = info;
+    p.count = count;
+    p.bytes.assign(data, data + count * kvhost::typeSize(info->type));
+    v.values = kvhost::loader::tagToJson(p)["values"];
+    if (count == 1 && v.values[0].is_number_integer()) {
+        const char* name = kvhost::enumName(*info, v.values[0].get<int32_t>());
+        if (name != nullptr) v.name = name;
+    }
+    return v;
+}
 
 std::vector<RecordedValue> recordedValues(const kvhost::Sequence& sequence, size_t i,
                                           const Capture& frame,
@@ -69,26 +79,129 @@ std::vector<RecordedValue> recordedValues(const kvhost::Sequence& sequence, size
     std::vector<RecordedValue> out;
     out.reserve(tags.size());
     for (const kvhost::RecordedTag& t : tags) {
-        RecordedValue v;
-        v.tag = t.name;
-        v.changed = sequence.changed(i, t.id);
         const kvhost::TagInfo* info = kvhost::findTag(t.id);
         const camera_metadata_ro_entry_t e =
             frame.frame ? frame.frame->find(t.id) : camera_metadata_ro_entry_t{};
-        if (info != nullptr && e.data.u8 != nullptr && e.type == static_cast<uint8_t>(info->type)) {
-            kvhost::loader::TagPayload p;
-            p.info = info;
-            p.count = e.count;
-            p.bytes.assign(e.data.u8, e.data.u8 + e.count * kvhost::typeSize(info->type));
-            v.values = kvhost::loader::tagToJson(p)["values"];
-            if (e.count == 1 && v.values[0].is_number_integer()) {
-                const char* name = kvhost::enumName(*info, v.values[0].get<int32_t>());
-                if (name != nullptr) v.name = name;
-            }
-        }
-        out.push_back(std::move(v));
+        const bool typed = info != nullptr && e.type == static_cast<uint8_t>(info->type);
+        out.push_back(recordedValue(t, typed ? e.data.u8 : nullptr, e.count));
+        out.back().changed = sequence.changed(i, t.id);
     }
     return out;
+}
+
+FrameBuilder::FrameBuilder(const kvhost::Sequence& sequence, std::vector<const Getter*> getters,
+                           bool install)
+    : sequence_(sequence),
+      getters_(std::move(getters)),
+      install_(install),
+      recorded_(sequence.recordedTags()) {
+    for (const kvhost::RecordedTag& t : recorded_) changes_.push_back(sequence.changes(t.id));
+}
+
+void FrameBuilder::restart() {
+    next_.assign(recorded_.size(), 0);
+    sides_.assign(recorded_.size(), {nullptr, nullptr});
+    frame_ = FrameCalls{};
+    frame_.recorded.resize(recorded_.size());
+    frame_.calls.resize(getters_.size());
+    frame_.fromBlocks.resize(getters_.size());
+    last_.reset();
+}
+
+const FrameCalls* FrameBuilder::frame(size_t i, std::string* error) {
+    if (i >= sequence_.frameCount()) {
+        *error = "frame " + std::to_string(i) + ": the sequence has " +
+                 std::to_string(sequence_.frameCount()) + " frames";
+        return nullptr;
+    }
+    const bool follows = last_ && *last_ + 1 == i;
+    if (!follows) restart();
+    const bool newFile = !follows || sequence_.fileOf(i) != sequence_.fileOf(i - 1);
+    built_ = kvhost::LoadResult{};
+    // A file's first frame is built whole: its recorded tags that the file
+    // does not record come from its blocks.
+    if (newFile || install_) {
+        built_ = sequence_.frame(i);
+        if (!built_) {
+            *error = built_.error;
+            last_.reset();
+            return nullptr;
+        }
+    }
+    // The recorded tags that changed since the last frame built; their
+    // values made again.
+    std::vector<uint32_t> changed;
+    for (size_t t = 0; t < recorded_.size(); ++t) {
+        const std::vector<kvhost::TagChange>& list = changes_[t];
+        bool moved = false;
+        for (; next_[t] < list.size() && list[next_[t]].frame <= i; ++next_[t]) {
+            sides_[t][list[next_[t]].result ? 1 : 0] = &list[next_[t]];
+            moved = true;
+        }
+        if (moved) changed.push_back(recorded_[t].id);
+        if (!moved || newFile) continue;
+        const kvhost::TagChange* held = nullptr;
+        for (const kvhost::TagChange* side : {sides_[t][1], sides_[t][0]}) {
+            if (side != nullptr && !side->removed) {
+                held = side;
+                break;
+            }
+        }
+        const kvhost::TagInfo* info = kvhost::findTag(recorded_[t].id);
+        const bool typed = held != nullptr && info != nullptr && held->type == info->type;
+        frame_.recorded[t] =
+            recordedValue(recorded_[t], typed ? held->bytes : nullptr, typed ? held->count : 0);
+    }
+    if (newFile) {
+        frame_.recorded = recordedValues(sequence_, i, *built_.capture, recorded_);
+    } else {
+        for (size_t t = 0; t < recorded_.size(); ++t) {
+            frame_.recorded[t].changed = sequence_.changed(i, recorded_[t].id);
+        }
+    }
+    std::sort(changed.begin(), changed.end());
+    // The getters whose answer may differ from the last frame's.
+    std::vector<size_t> again;
+    for (size_t k = 0; k < getters_.size(); ++k) {
+        const CallRecord& call = frame_.calls[k];
+        // What the adapter answers is the stand-in's state, which installing
+        // a frame sets: a call that asked it runs on every frame.
+        bool stale = newFile || call.getter == nullptr || !call.adapter.empty();
+        if (!stale && call.getter->given == Given::Frame && call.reads.empty()) {
+            stale = !changed.empty();
+        }
+        for (size_t r = 0; !stale && r < call.reads.size(); ++r) {
+            const kvhost::LookupRecord& read = call.reads[r];
+            stale = read.known && read.place != kvhost::LookupPlace::Static &&
+                    std::binary_search(changed.begin(), changed.end(), read.id);
+        }
+        if (stale) again.push_back(k);
+    }
+    if (!again.empty() && !built_) {
+        built_ = sequence_.frame(i);
+        if (!built_) {
+            *error = built_.error;
+            last_.reset();
+            return nullptr;
+        }
+    }
+    if (!again.empty()) {
+        std::vector<const Getter*> getters;
+        for (size_t k : again) getters.push_back(getters_[k]);
+        std::vector<CallRecord> calls = runGetters(*built_.capture, getters);
+        std::vector<std::vector<std::string>> fromBlocks = tagsFromBlocks(calls, recorded_);
+        for (size_t n = 0; n < again.size(); ++n) {
+            frame_.calls[again[n]] = std::move(calls[n]);
+            frame_.fromBlocks[again[n]] = std::move(fromBlocks[n]);
+        }
+    }
+    run_ += again.size();
+    reused_ += getters_.size() - again.size();
+    const kvhost::FrameInfo info = sequence_.info(i);
+    frame_.number = info.number;
+    frame_.timestamp = info.timestamp;
+    last_ = i;
+    return &frame_;
 }
 
 std::vector<std::vector<std::string>> tagsFromBlocks(
@@ -162,83 +275,146 @@ std::string cellText(const CallRecord& call) {
     return text;
 }
 
-std::string framesTable(const std::vector<FrameCalls>& frames) {
-    std::vector<std::vector<std::string>> rows;
-    std::vector<std::string> header{"frame", "timestamp"};
-    if (!frames.empty()) {
-        const std::vector<RecordedValue>& recorded = frames.front().recorded;
-        for (size_t k = 0; k < recorded.size() && k < kShownRecordedTags; ++k) {
-            header.push_back(recorded[k].tag);
-        }
-        for (const CallRecord& c : frames.front().calls) header.push_back(c.getter->method);
-    }
-    rows.push_back(header);
-    for (const FrameCalls& f : frames) {
-        std::vector<std::string> row{std::to_string(f.number), std::to_string(f.timestamp)};
+void TableWriter::measure(const FrameCalls& f) {
+    if (header_.empty()) {
+        header_ = {"frame", "timestamp"};
         for (size_t k = 0; k < f.recorded.size() && k < kShownRecordedTags; ++k) {
-            row.push_back(recordedText(f.recorded[k]));
+            header_.push_back(f.recorded[k].tag);
         }
-        for (size_t k = 0; k < f.calls.size(); ++k) {
-            const bool fixed = k < f.fromBlocks.size() && !f.fromBlocks[k].empty();
-            row.push_back(cellText(f.calls[k]) + (fixed ? " *" : ""));
-        }
-        rows.push_back(std::move(row));
+        for (const CallRecord& c : f.calls) header_.push_back(c.getter->method);
+        for (const std::string& h : header_) width_.push_back(h.size());
     }
-    std::vector<size_t> width(header.size(), 0);
-    for (const auto& row : rows) {
-        for (size_t i = 0; i < row.size() && i < width.size(); ++i) {
-            width[i] = std::max(width[i], row[i].size());
-        }
+    const auto widen = [&](size_t i, size_t n) {
+        if (i < width_.size()) width_[i] = std::max(width_[i], n);
+    };
+    widen(0, std::to_string(f.number).size());
+    widen(1, std::to_string(f.timestamp).size());
+    size_t i = 2;
+    for (size_t k = 0; k < f.recorded.size() && k < kShownRecordedTags; ++k) {
+        widen(i++, recordedText(f.recorded[k]).size());
     }
+    for (size_t k = 0; k < f.calls.size(); ++k) {
+        const bool fixed = k < f.fromBlocks.size() && !f.fromBlocks[k].empty();
+        widen(i++, cellText(f.calls[k]).size() + (fixed ? 2 : 0));
+    }
+}
+
+std::string TableWriter::line(const std::vector<std::string>& row) const {
+    std::string line;
+    for (size_t i = 0; i < row.size() && i < width_.size(); ++i) {
+        std::string cell = row[i];
+        // Numbers of the frame and the time to the right, the rest to the left.
+        if (i < 2 && cell.size() < width_[i]) cell.insert(0, width_[i] - cell.size(), ' ');
+        if (i + 1 < row.size()) cell.resize(std::max(width_[i], cell.size()), ' ');
+        line += (i == 0 ? "" : "  ") + cell;
+    }
+    return line + "\n";
+}
+
+std::string TableWriter::header() const {
+    if (header_.empty()) return "frame  timestamp\n";
+    return line(header_);
+}
+
+std::string TableWriter::row(const FrameCalls& f) const {
+    std::vector<std::string> row{std::to_string(f.number), std::to_string(f.timestamp)};
+    for (size_t k = 0; k < f.recorded.size() && k < kShownRecordedTags; ++k) {
+        row.push_back(recordedText(f.recorded[k]));
+    }
+    for (size_t k = 0; k < f.calls.size(); ++k) {
+        const bool fixed = k < f.fromBlocks.size() && !f.fromBlocks[k].empty();
+        row.push_back(cellText(f.calls[k]) + (fixed ? " *" : ""));
+    }
+    return line(row);
+}
+
+void TableWriter::drop(const std::string& method) {
+    for (size_t i = 2; i < header_.size(); ++i) {
+        if (header_[i] != method) continue;
+        header_.erase(header_.begin() + static_cast<std::ptrdiff_t>(i));
+        width_.erase(width_.begin() + static_cast<std::ptrdiff_t>(i));
+        return;
+    }
+}
+
+std::string framesTable(const std::vector<FrameCalls>& frames) {
+    TableWriter table;
+    for (const FrameCalls& f : frames) table.measure(f);
+    std::string out = table.header();
+    for (const FrameCalls& f : frames) out += table.row(f);
+    return out;
+}
+
+Json frameJson(const FrameCalls& f, bool withLogs, bool withTags) {
+    Json recorded = Json::array();
+    for (const RecordedValue& v : f.recorded) {
+        Json value{{"tag", v.tag}, {"values", v.values}};
+        if (!v.name.empty()) value["name"] = v.name;
+        value["changed"] = v.changed;
+        recorded.push_back(std::move(value));
+    }
+    Json calls = Json::array();
+    for (size_t k = 0; k < f.calls.size(); ++k) {
+        Json call = callJson(f.calls[k], withLogs);
+        if (!withTags) call.erase("reads");
+        if (k < f.fromBlocks.size() && !f.fromBlocks[k].empty())
+            call["fromBlocks"] = f.fromBlocks[k];
+        calls.push_back(std::move(call));
+    }
+    return {{"frame", f.number},
+            {"timestamp", f.timestamp},
+            {"recorded", std::move(recorded)},
+            {"calls", std::move(calls)}};
+}
+
+namespace {
+
+// `value` printed with an indent of 2, its lines after the first `depth`
+// spaces in.
+std::string nested(const Json& value, size_t depth) {
+    const std::string text = kvhost::loader::jsonText(value, 2);
     std::string out;
-    for (const auto& row : rows) {
-        std::string line;
-        for (size_t i = 0; i < row.size() && i < width.size(); ++i) {
-            std::string cell = row[i];
-            // Numbers of the frame and the time to the right, the rest to the left.
-            if (i < 2) cell.insert(0, width[i] - cell.size(), ' ');
-            if (i + 1 < row.size()) cell.resize(width[i], ' ');
-            line += (i == 0 ? "" : "  ") + cell;
-        }
-        out += line + "\n";
+    out.reserve(text.size() + text.size() / 8);
+    for (char c : text) {
+        out += c;
+        if (c == '\n') out.append(depth, ' ');
     }
     return out;
 }
 
-Json framesJson(const std::vector<FrameCalls>& frames, bool withLogs,
-                const std::vector<std::string>& notes, const std::vector<std::string>& warnings) {
-    Json list = Json::array();
-    for (const FrameCalls& f : frames) {
-        Json recorded = Json::array();
-        for (const RecordedValue& v : f.recorded) {
-            Json value{{"tag", v.tag}, {"values", v.values}};
-            if (!v.name.empty()) value["name"] = v.name;
-            value["changed"] = v.changed;
-            recorded.push_back(std::move(value));
-        }
-        Json calls = Json::array();
-        for (size_t k = 0; k < f.calls.size(); ++k) {
-            calls.push_back(callJson(f.calls[k], withLogs));
-            if (k < f.fromBlocks.size() && !f.fromBlocks[k].empty()) {
-                calls.back()["fromBlocks"] = f.fromBlocks[k];
-            }
-        }
-        list.push_back({{"frame", f.number},
-                        {"timestamp", f.timestamp},
-                        {"recorded", recorded},
-                        {"calls", calls}});
+std::string members(const Json& object, bool ahead) {
+    std::string out;
+    for (const auto& item : object.items()) {
+        if ((item.key() < "frames") != ahead || item.key() == "frames") continue;
+        out += (ahead ? "" : ",\n") + std::string("  ") + kvhost::loader::jsonText(item.key()) +
+               ": " + nested(item.value(), 2) + (ahead ? ",\n" : "");
     }
+    return out;
+}
+
+}  // namespace
+
+std::string jsonReportOpening(const Json& before) {
+    return "{\n" + members(before, true) + "  \"frames\": [";
+}
+
+std::string jsonReportFrame(const Json& frame, bool first) {
+    return (first ? "\n    " : ",\n    ") + nested(frame, 4);
+}
+
+std::string jsonReportClosing(const Json& after, bool anyFrame) {
+    return (anyFrame ? "\n  ]" : "]") + members(after, false) + "\n}\n";
+}
+
+Json framesJson(const std::vector<FrameCalls>& frames, bool withLogs,
+                const std::vector<std::string>& notes, const std::vector<std::string>& warnings,
+                bool withTags) {
+    Json list = Json::array();
+    for (const FrameCalls& f : frames) list.push_back(frameJson(f, withLogs, withTags));
     return Json{{"notes", notes}, {"warnings", warnings}, {"frames", list}};
 }
 
-std::string framesCsv(const std::vector<FrameCalls>& frames) {
-    // Columns in the order the frames first show them, a getter's or a
-    // tag's together.
-    std::vector<std::string> columns;
-    std::vector<size_t> groupOf;  // by column
-    std::vector<std::string> groups;
-    std::map<std::string, size_t> column;
-    std::vector<std::map<size_t, std::string>> rows;
+std::vector<CsvWriter::Field> CsvWriter::fields(const FrameCalls& f) {
     // A group's fields: its output's, a scalar under `scalar`.
     const auto addOutput = [](std::vector<Field>& fields, const std::string& group, const Json& v,
                               const std::string& scalar) {
@@ -247,57 +423,89 @@ std::string framesCsv(const std::vector<FrameCalls>& frames) {
         if (flat.size() == 1 && flat[0].first == group) flat[0].first = scalar;
         for (auto& [name, text] : flat) fields.push_back({group, name, std::move(text)});
     };
-    for (const FrameCalls& f : frames) {
-        std::vector<Field> fields{{"frame", "frame", std::to_string(f.number)},
-                                  {"timestamp", "timestamp", std::to_string(f.timestamp)}};
-        for (const RecordedValue& v : f.recorded) {
-            // A single value is the tag's column itself: "android.control.aeState".
-            addOutput(fields, v.tag, v.values.size() == 1 ? v.values[0] : v.values, v.tag);
-            if (!v.name.empty()) fields.push_back({v.tag, v.tag + ".name", v.name});
-        }
-        for (size_t k = 0; k < f.calls.size(); ++k) {
-            const CallRecord& c = f.calls[k];
-            const std::string method = c.getter->method;
-            fields.push_back({method, method + ".result", resultText(c.outcome)});
-            // A scalar output is "GetSensitivity.value".
-            addOutput(fields, method, c.outcome.output, method + ".value");
-            if (const char* name = valueName(*c.getter, c.outcome.output)) {
-                fields.push_back({method, method + ".name", name});
-            }
-            if (k < f.fromBlocks.size() && !f.fromBlocks[k].empty()) {
-                std::string tags;
-                for (const std::string& t : f.fromBlocks[k]) tags += (tags.empty() ? "" : " ") + t;
-                fields.push_back({method, method + ".fromBlocks", tags});
-            }
-        }
-        std::map<size_t, std::string> row;
-        for (Field& field : fields) {
-            auto [at, added] = column.emplace(field.column, columns.size());
-            if (added) {
-                columns.push_back(field.column);
-                const auto g = std::find(groups.begin(), groups.end(), field.group);
-                groupOf.push_back(static_cast<size_t>(g - groups.begin()));
-                if (g == groups.end()) groups.push_back(field.group);
-            }
-            row[at->second] = std::move(field.text);
-        }
-        rows.push_back(std::move(row));
+    std::vector<Field> fields{{"frame", "frame", std::to_string(f.number)},
+                              {"timestamp", "timestamp", std::to_string(f.timestamp)}};
+    for (const RecordedValue& v : f.recorded) {
+        // A single value is the tag's column itself: "android.control.aeState".
+        addOutput(fields, v.tag, v.values.size() == 1 ? v.values[0] : v.values, v.tag);
+        if (!v.name.empty()) fields.push_back({v.tag, v.tag + ".name", v.name});
     }
-    // Columns that appear only in later frames go after their group's others.
-    std::vector<size_t> order(columns.size());
+    for (size_t k = 0; k < f.calls.size(); ++k) {
+        const CallRecord& c = f.calls[k];
+        const std::string method = c.getter->method;
+        fields.push_back({method, method + ".result", resultText(c.outcome)});
+        // A scalar output is "GetSensitivity.value".
+        addOutput(fields, method, c.outcome.output, method + ".value");
+        if (const char* name = valueName(*c.getter, c.outcome.output)) {
+            fields.push_back({method, method + ".name", name});
+        }
+        if (k < f.fromBlocks.size() && !f.fromBlocks[k].empty()) {
+            std::string tags;
+            for (const std::string& t : f.fromBlocks[k]) tags += (tags.empty() ? "" : " ") + t;
+            fields.push_back({method, method + ".fromBlocks", tags});
+        }
+    }
+    return fields;
+}
+
+void CsvWriter::measure(const FrameCalls& f) {
+    // Columns in the order the frames first show them; those that appear
+    // only in later frames go after their group's others.
+    bool added = false;
+    for (const Field& field : fields(f)) {
+        if (index_.count(field.column) != 0) continue;
+        index_.emplace(field.column, met_.size());
+        met_.push_back(field.column);
+        const auto g = std::find(groups_.begin(), groups_.end(), field.group);
+        groupOf_.push_back(static_cast<size_t>(g - groups_.begin()));
+        if (g == groups_.end()) groups_.push_back(field.group);
+        added = true;
+    }
+    if (!added) return;
+    std::vector<size_t> order(met_.size());
     for (size_t i = 0; i < order.size(); ++i) order[i] = i;
     std::stable_sort(order.begin(), order.end(),
-                     [&](size_t a, size_t b) { return groupOf[a] < groupOf[b]; });
-    std::string out;
-    for (size_t i = 0; i < order.size(); ++i) out += (i ? "," : "") + csvField(columns[order[i]]);
-    out += "\n";
-    for (const auto& row : rows) {
-        for (size_t i = 0; i < order.size(); ++i) {
-            const auto cell = row.find(order[i]);
-            out += (i ? "," : "") + (cell == row.end() ? "" : csvField(cell->second));
+                     [&](size_t a, size_t b) { return groupOf_[a] < groupOf_[b]; });
+    columns_.clear();
+    for (size_t i : order) columns_.push_back(met_[i]);
+    for (size_t i = 0; i < columns_.size(); ++i) index_[columns_[i]] = i;
+}
+
+void CsvWriter::drop(const std::string& method) {
+    std::vector<std::string> kept;
+    for (const std::string& c : columns_) {
+        if (groups_[groupOf_[std::find(met_.begin(), met_.end(), c) - met_.begin()]] == method) {
+            index_.erase(c);
+        } else {
+            kept.push_back(c);
         }
-        out += "\n";
     }
+    columns_ = std::move(kept);
+    for (size_t i = 0; i < columns_.size(); ++i) index_[columns_[i]] = i;
+}
+
+std::string CsvWriter::header() const {
+    std::string out;
+    for (size_t i = 0; i < columns_.size(); ++i) out += (i ? "," : "") + csvField(columns_[i]);
+    return out + "\n";
+}
+
+std::string CsvWriter::row(const FrameCalls& f) const {
+    std::vector<std::string> cells(columns_.size());
+    for (Field& field : fields(f)) {
+        const auto at = index_.find(field.column);
+        if (at != index_.end()) cells[at->second] = csvField(field.text);
+    }
+    std::string out;
+    for (size_t i = 0; i < cells.size(); ++i) out += (i ? "," : "") + cells[i];
+    return out + "\n";
+}
+
+std::string framesCsv(const std::vector<FrameCalls>& frames) {
+    CsvWriter csv;
+    for (const FrameCalls& f : frames) csv.measure(f);
+    std::string out = csv.header();
+    for (const FrameCalls& f : frames) out += csv.row(f);
     return out;
 }
 

@@ -6,7 +6,10 @@
 // which are the same in every frame.
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,6 +43,52 @@ std::vector<RecordedValue> recordedValues(const kvhost::Sequence& sequence, size
                                           const Capture& frame,
                                           const std::vector<kvhost::RecordedTag>& tags);
 
+// A recorded tag's value from `count` elements of its type at `data` (null
+// for none).
+RecordedValue recordedValue(const kvhost::RecordedTag& tag, const uint8_t* data, size_t count);
+
+// Builds a session's frames in order, each from the one before. A getter
+// runs again only on a frame where a tag it looked up in the frame changed
+// (by the frame rule, on either side: Sequence::changes) or where a new
+// file starts; elsewhere its previous record stands, which is what running
+// it again gives: the getters keep nothing between frames, and what else
+// they read (static metadata, the input size, the adapter's script) is the
+// same for every frame of a file. A call that looked nothing up in a frame
+// it was given runs again on any change. A recorded value is made again
+// only where its tag changed. The frame is built and installed only for
+// getters that run, or for every frame with `install` (the page draws each).
+class FrameBuilder {
+public:
+    FrameBuilder(const kvhost::Sequence& sequence, std::vector<const Getter*> getters,
+                 bool install = false);
+    // Frame i: from the previous frame when it was i - 1, else built whole.
+    // Null with `error` set when the frame cannot be built.
+    const FrameCalls* frame(size_t i, std::string* error);
+    // The capture installed for the last frame; null when no getter ran on it.
+    const Capture* capture() const { return built_ ? &*built_.capture : nullptr; }
+    // The getter calls run and reused so far.
+    size_t callsRun() const { return run_; }
+    size_t callsReused() const { return reused_; }
+
+private:
+    void restart();
+
+    const kvhost::Sequence& sequence_;
+    std::vector<const Getter*> getters_;
+    bool install_;
+    std::vector<kvhost::RecordedTag> recorded_;
+    // By recorded tag: its changes, the next one to apply, the latest
+    // applied on each side (request, result).
+    std::vector<std::vector<kvhost::TagChange>> changes_;
+    std::vector<size_t> next_;
+    std::vector<std::array<const kvhost::TagChange*, 2>> sides_;
+    std::optional<size_t> last_;  // the frame built last
+    FrameCalls frame_;
+    kvhost::LoadResult built_;
+    size_t run_ = 0;
+    size_t reused_ = 0;
+};
+
 // By call of `calls`: the tags it found in the frame besides `recorded`
 // (and the framework camera id, which names the camera, not the frame).
 std::vector<std::vector<std::string>> tagsFromBlocks(
@@ -57,20 +106,74 @@ std::vector<const Getter*> defaultFrameGetters();
 // the order given; empty with `error` set when a name is not a getter's.
 std::vector<const Getter*> chooseGetters(const std::string& names, std::string* error);
 
+// The views below are written a frame at a time, so that a session of any
+// length is never held whole: each frame's text is made from that frame
+// alone, with what the whole session decides (the table's widths, the CSV's
+// columns) measured on every frame beforehand.
+
 // One line per frame: frame number, timestamp, the first recorded tags'
 // values, then each getter's result, " *" after one from the dump's blocks.
-std::string framesTable(const std::vector<FrameCalls>& frames);
+// Columns as wide as their widest cell among the frames measured.
+class TableWriter {
+public:
+    void measure(const FrameCalls& frame);
+    std::string header() const;
+    std::string row(const FrameCalls& frame) const;
+    // Leaves out the column of the getter `method`.
+    void drop(const std::string& method);
 
-// {"notes": [...], "warnings": [...], "frames": [{"frame": N, "timestamp": T,
-// "recorded": [{"tag", "values", "name", "changed"}], "calls": [...]}]}, each
-// call as in the single-frame JSON report, with "fromBlocks" where it has any.
-Json framesJson(const std::vector<FrameCalls>& frames, bool withLogs,
-                const std::vector<std::string>& notes = {},
-                const std::vector<std::string>& warnings = {});
+private:
+    std::string line(const std::vector<std::string>& cells) const;
+    std::vector<std::string> header_;
+    std::vector<size_t> width_;
+};
 
 // One row per frame, one column per output field ("GetAndroidCropRegion.width",
 // "android.control.afRegions[0]"), with each getter's result, "fromBlocks"
-// where it has any, and, for enum values, their Android name.
+// where it has any, and, for enum values, their Android name; the columns
+// those of the frames measured, a getter's or a tag's together.
+class CsvWriter {
+public:
+    void measure(const FrameCalls& frame);
+    std::string header() const;
+    std::string row(const FrameCalls& frame) const;
+    // Leaves out the columns of the getter `method`.
+    void drop(const std::string& method);
+
+private:
+    struct Field {
+        std::string group;
+        std::string column;
+        std::string text;
+    };
+    static std::vector<Field> fields(const FrameCalls& frame);
+    std::vector<std::string> columns_;  // in the order written
+    std::map<std::string, size_t> index_;
+    std::vector<size_t> groupOf_;  // by column, as first met
+    std::vector<std::string> groups_;
+    std::vector<std::string> met_;  // columns as first met
+};
+
+// A frame as the JSON views give it: {"frame": N, "timestamp": T,
+// "recorded": [{"tag", "values", "name", "changed"}], "calls": [...]}, each
+// call as in the single-frame JSON report, with "fromBlocks" where it has
+// any; its log lines with `withLogs`, its tag lookups ("reads") with
+// `withTags`.
+Json frameJson(const FrameCalls& frame, bool withLogs, bool withTags);
+
+// The JSON report of a session in pieces: the opening up to its frames
+// (with the members of `before` that sort ahead of "frames"), each frame
+// (`first` for the first one), and the closing with the others. Joined,
+// the same text as the whole object printed with an indent of 2.
+std::string jsonReportOpening(const Json& before);
+std::string jsonReportFrame(const Json& frame, bool first);
+std::string jsonReportClosing(const Json& after, bool anyFrame);
+
+std::string framesTable(const std::vector<FrameCalls>& frames);
+// {"notes": [...], "warnings": [...], "frames": [frameJson(...), ...]}.
+Json framesJson(const std::vector<FrameCalls>& frames, bool withLogs,
+                const std::vector<std::string>& notes = {},
+                const std::vector<std::string>& warnings = {}, bool withTags = true);
 std::string framesCsv(const std::vector<FrameCalls>& frames);
 
 // What a table cell shows of a recorded value: "-" when absent, an enum

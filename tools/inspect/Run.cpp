@@ -1,14 +1,19 @@
 #include "Run.h"
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <charconv>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <map>
 #include <new>
 #include <optional>
+#include <stdexcept>
 #include <thread>
 
 #include "Frames.h"
@@ -44,6 +49,7 @@ struct Arguments {
     std::string htmlPath;
     std::string savePath;
     bool json = false;
+    bool jsonl = false;
     bool logs = false;
     bool tags = false;
     bool list = false;
@@ -71,6 +77,8 @@ struct Arguments {
 // finding of its session checks.
 struct Verdict {
     std::optional<kvanalysis::Severity> worst;
+    // Notes for standard error, where the output has no room for them.
+    std::vector<std::string> notes;
 };
 
 // A refusal of the run: its message, without the program's name.
@@ -171,10 +179,81 @@ bool lacksItsTags(const CallRecord& call) {
                        [](const kvhost::LookupRecord& r) { return !r.found; });
 }
 
-// A session's frames through the chosen getters, and their views.
-std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings,
-                          Verdict& verdict) {
-    const std::vector<const Getter*> getters = gettersOf(a);
+// What the run prints on standard output, kept aside until the run has
+// succeeded, so that a failure prints one error line and nothing else: in
+// memory while small, then in an unnamed temporary file, so that a report
+// of any length is never held whole.
+class Spool {
+public:
+    Spool() = default;
+    Spool(const Spool&) = delete;
+    Spool& operator=(const Spool&) = delete;
+    ~Spool() {
+        if (fd_ >= 0) ::close(fd_);
+    }
+
+    void write(const std::string& text) {
+        buffer_ += text;
+        if (buffer_.size() >= kBuffer) flush();
+    }
+
+    // Everything written, onto `out`; false when it could not be read back.
+    bool copyTo(std::ostream& out) {
+        if (fd_ < 0) {
+            out << buffer_;
+            return true;
+        }
+        flush();
+        std::vector<char> chunk(kBuffer);
+        for (off_t at = 0;;) {
+            const ssize_t n = ::pread(fd_, chunk.data(), chunk.size(), at);
+            if (n < 0 && errno == EINTR) continue;
+            if (n < 0) return false;
+            if (n == 0) return true;
+            out.write(chunk.data(), n);
+            at += n;
+        }
+    }
+
+private:
+    static constexpr size_t kBuffer = size_t(1) << 20;
+
+    void flush() {
+        if (fd_ < 0) {
+            std::string name =
+                (std::filesystem::temp_directory_path() / "metautils-inspect.XXXXXX");
+            fd_ = ::mkstemp(name.data());
+            if (fd_ < 0) throw std::runtime_error("cannot keep the report aside in " + name);
+            ::unlink(name.c_str());
+        }
+        for (size_t at = 0; at < buffer_.size();) {
+            const ssize_t n = ::write(fd_, buffer_.data() + at, buffer_.size() - at);
+            if (n < 0 && errno == EINTR) continue;
+            if (n <= 0) {
+                throw std::runtime_error(
+                    "cannot keep the report aside: the temporary directory is full");
+            }
+            at += static_cast<size_t>(n);
+        }
+        buffer_.clear();
+    }
+
+    std::string buffer_;
+    int fd_ = -1;
+};
+
+// The view of the frames on standard output.
+enum class FramesView { Table, Csv, Json, Lines };
+
+// A session's frames through the chosen getters, and their views. The
+// table, the CSV and the JSON are written into `spool` a frame at a time:
+// a first pass builds every frame, which decides what can fail, the
+// getters left out and what the table and the CSV measure; the second
+// builds them again to write them. The JSON with chosen getters and no
+// checks needs no first pass.
+std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings, Verdict& verdict,
+                          Spool& spool) {
+    std::vector<const Getter*> getters = gettersOf(a);
     std::optional<kvanalysis::CheckOptions> checking;
     if (a.checking()) checking = checkOptions(a);
     const kvhost::SequenceResult loaded = kvhost::loadSequence(a.files, dumpOptions(a));
@@ -190,12 +269,18 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
         for (const std::string& note : sequence.notes()) out += note + "\n";
         return out + checksText(results);
     }
+    const FramesView view = a.jsonl  ? FramesView::Lines
+                            : a.json ? FramesView::Json
+                            : a.csv  ? FramesView::Csv
+                                     : FramesView::Table;
     // The checks read the calls the views are made of.
     std::vector<std::vector<kvanalysis::GetterCall>> checked;
     const std::vector<kvhost::RecordedTag> recorded = sequence.recordedTags();
-    std::vector<FrameCalls> frames;
-    frames.reserve(sequence.frameCount());
     const bool html = !a.htmlPath.empty();
+    // The page and the timelines take every frame at once.
+    const bool collect = html || !a.svgPath.empty();
+    std::vector<FrameCalls> frames;
+    if (collect) frames.reserve(sequence.frameCount());
     // The page's geometry pictures, each once, and each frame's.
     std::vector<std::string> pictures;
     std::map<std::string, size_t> pictureIndex;
@@ -205,19 +290,22 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
     // frame's lookups show.
     std::vector<bool> hasTags(getters.size(), false);
     std::vector<std::string> lookups(getters.size());
-    for (size_t i = 0; i < sequence.frameCount(); ++i) {
-        const kvhost::LoadResult frame = sequence.frame(i);
-        if (!frame) throw Refusal{frame.error};
-        const Capture& capture = *frame.capture;
-        const kvhost::FrameInfo info = sequence.info(i);
-        FrameCalls& f = frames.emplace_back();
-        f.number = info.number;
-        f.timestamp = info.timestamp;
-        f.calls = runGetters(capture, getters);
-        f.recorded = recordedValues(sequence, i, capture, recorded);
-        f.fromBlocks = tagsFromBlocks(f.calls, recorded);
+    bool anyFromBlocks = false;
+    TableWriter table;
+    CsvWriter csv;
+    // Frame i through the getters; `firstPass` also gathers what the
+    // session decides.
+    std::optional<FrameBuilder> builder;
+    builder.emplace(sequence, getters, html);
+    const auto build = [&](size_t i, bool firstPass) -> const FrameCalls& {
+        std::string error;
+        const FrameCalls* built = builder->frame(i, &error);
+        if (built == nullptr) throw Refusal{error};
+        const FrameCalls& f = *built;
+        if (!firstPass) return f;
         if (checking) checked.push_back(checkCalls(f.calls));
         if (html) {
+            const Capture& capture = *builder->capture();
             if (i == 0) first = capture;
             // Drawn without the caption, which names the frame: frames of the
             // same geometry share one picture in the page.
@@ -228,19 +316,34 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
             if (added) pictures.push_back(at->first);
             pictureOf.push_back(at->second);
         }
-        // Of the rest only the JSON report and the page show log lines (when
-        // asked for) and lookups.
         for (size_t k = 0; k < f.calls.size(); ++k) {
-            CallRecord& call = f.calls[k];
-            hasTags[k] = hasTags[k] || !lacksItsTags(call);
-            if (i == 0) lookups[k] = failureClause(call);
-            if (!a.logs && !html) call.logs.clear();
-            if (!a.json && !html) call.reads.clear();
+            hasTags[k] = hasTags[k] || !lacksItsTags(f.calls[k]);
+            if (i == 0) lookups[k] = failureClause(f.calls[k]);
+            anyFromBlocks = anyFromBlocks || !f.fromBlocks[k].empty();
+        }
+        if (view == FramesView::Table) table.measure(f);
+        if (view == FramesView::Csv) csv.measure(f);
+        return f;
+    };
+    const bool onePass = !collect && !checking && !a.getters.empty() &&
+                         (view == FramesView::Json || view == FramesView::Lines);
+    if (!onePass) {
+        for (size_t i = 0; i < sequence.frameCount(); ++i) {
+            const FrameCalls& built = build(i, true);
+            if (!collect) continue;
+            FrameCalls f = built;
+            // Of the rest only the JSON report and the page show log lines
+            // (when asked for) and lookups.
+            for (CallRecord& call : f.calls) {
+                if (!a.logs && !html) call.logs.clear();
+                if (!a.tags && !html) call.reads.clear();
+            }
+            frames.push_back(std::move(f));
         }
     }
     std::vector<std::string> notes = sequence.notes();
     // A default getter whose tags no frame has: one note, not a column of failures.
-    if (a.getters.empty() && !frames.empty()) {
+    if (a.getters.empty() && sequence.frameCount() > 0) {
         for (size_t k = 0; k < getters.size(); ++k) {
             if (hasTags[k]) continue;
             notes.push_back(std::string(getters[k]->method) +
@@ -248,12 +351,16 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
         }
         for (size_t k = getters.size(); k-- > 0;) {
             if (hasTags[k]) continue;
+            table.drop(getters[k]->method);
+            csv.drop(getters[k]->method);
+            getters.erase(getters.begin() + static_cast<std::ptrdiff_t>(k));
             for (FrameCalls& f : frames) {
                 f.calls.erase(f.calls.begin() + static_cast<std::ptrdiff_t>(k));
                 f.fromBlocks.erase(f.fromBlocks.begin() + static_cast<std::ptrdiff_t>(k));
             }
         }
     }
+    builder.emplace(sequence, getters);
     if (recorded.empty()) {
         notes.push_back("recorded frame by frame: no tag");
     } else if (recorded.size() > kShownRecordedTags) {
@@ -261,12 +368,7 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
                         " tags; the table and the timelines show the first " +
                         std::to_string(kShownRecordedTags) + ", --json and --csv all");
     }
-    if (std::any_of(frames.begin(), frames.end(), [](const FrameCalls& f) {
-            return std::any_of(f.fromBlocks.begin(), f.fromBlocks.end(),
-                               [](const std::vector<std::string>& t) { return !t.empty(); });
-        })) {
-        notes.push_back(kFromBlocksNote);
-    }
+    if (anyFromBlocks) notes.push_back(kFromBlocksNote);
     std::optional<kvanalysis::Results> results;
     if (checking) {
         checking->getters = [&checked](const kvhost::Sequence&, size_t i) { return checked[i]; };
@@ -296,16 +398,51 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
         if (results) page.setChecks(checksJson(*results));
         kvhost::loader::writeFileAtomically(a.htmlPath, page.html());
     }
-    if (a.json) {
-        Json report = framesJson(frames, a.logs, notes, warnings);
-        if (results) report.update(checksJson(*results));
-        return kvhost::loader::jsonText(report, 2) + "\n";
+    // The view on standard output, a frame at a time.
+    const auto each = [&](const auto& write) {
+        for (size_t i = 0; i < sequence.frameCount(); ++i) {
+            if (collect) {
+                write(frames[i]);
+            } else {
+                write(build(i, onePass));
+            }
+        }
+    };
+    if (view == FramesView::Json || view == FramesView::Lines) {
+        Json before = Json::object();
+        if (results) before = checksJson(*results);
+        if (view == FramesView::Json) spool.write(jsonReportOpening(before));
+        bool firstFrame = true;
+        each([&](const FrameCalls& f) {
+            const Json frame = frameJson(f, a.logs, a.tags);
+            spool.write(view == FramesView::Lines ? kvhost::loader::jsonText(frame) + "\n"
+                                                  : jsonReportFrame(frame, firstFrame));
+            firstFrame = false;
+        });
+        if (onePass && anyFromBlocks) notes.push_back(kFromBlocksNote);
+        notes.push_back(std::string("calls with") + (a.logs ? "" : "out") +
+                        " their log lines (--logs), with" + (a.tags ? "" : "out") +
+                        " their tag lookups (--tags)");
+        if (view == FramesView::Lines) {
+            // A line a frame and nothing else: the notes go to standard error.
+            verdict.notes = std::move(notes);
+            return "";
+        }
+        before["notes"] = notes;
+        before["warnings"] = warnings;
+        spool.write(jsonReportClosing(before, !firstFrame));
+        return "";
     }
-    if (a.csv) return framesCsv(frames);
-    std::string out;
-    for (const std::string& note : messageLines(notes, a.verbose)) out += note + "\n";
-    out += framesTable(frames);
-    return results ? out + "\n" + checksText(*results) : out;
+    if (view == FramesView::Csv) {
+        spool.write(csv.header());
+        each([&](const FrameCalls& f) { spool.write(csv.row(f)); });
+        return "";
+    }
+    for (const std::string& note : messageLines(notes, a.verbose)) spool.write(note + "\n");
+    spool.write(table.header());
+    each([&](const FrameCalls& f) { spool.write(table.row(f)); });
+    if (results) spool.write("\n" + checksText(*results));
+    return "";
 }
 
 // Each file its own session, checked on the machine's cores: a line a file
@@ -379,13 +516,14 @@ std::string produceEach(const Arguments& a, Verdict& verdict, bool& failed) {
     return out;
 }
 
-// Everything the run prints on standard output, made whole before any of it
-// is printed; the files it writes, written as they are made. The warnings
+// Everything the run prints on standard output, made whole (returned, or
+// kept in `spool`) before any of it is printed; the files it writes,
+// written as they are made. The warnings
 // are collected into `warnings`.
 std::string produce(const Arguments& a, std::vector<std::string>& warnings, Verdict& verdict,
-                    bool& failed) {
+                    bool& failed, Spool& spool) {
     if (a.each) return produceEach(a, verdict, failed);
-    if (a.frames || a.checking()) return produceFrames(a, warnings, verdict);
+    if (a.frames || a.checking()) return produceFrames(a, warnings, verdict, spool);
     if (a.files.size() != 1) {
         throw Refusal{"one file at a time; several make a session with --frames"};
     }
@@ -442,8 +580,10 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
         ->required();
     CLI::Option* json = app.add_flag("--json", a.json, "print the report as JSON");
     CLI::Option* logs = app.add_flag("--logs", a.logs, "show the log lines of each call");
-    CLI::Option* tags = app.add_flag("--tags", a.tags,
-                                     "show the tags each call looked up, where, and what it found");
+    CLI::Option* tags = app.add_flag(
+        "--tags", a.tags,
+        "show the tags each call looked up, where, and what it found (with --frames, in "
+        "--json and --jsonl)");
     app.add_flag("--verbose", a.verbose,
                  "list every note and warning, not one line per kind with its first places");
     CLI::Option* svg =
@@ -464,9 +604,14 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     CLI::Option* frames = app.add_flag(
         "--frames", a.frames,
         "read a session (a tag-monitor log, or many frame blocks) and show every frame");
+    CLI::Option* jsonl = app.add_flag(
+        "--jsonl", a.jsonl,
+        "--frames: one frame a line, as JSON (the notes go to standard error with the warnings)");
+    jsonl->needs(frames)->excludes(json);
     app.add_flag("--csv", a.csv, "--frames: one CSV row per frame, a column per output field")
         ->needs(frames)
-        ->excludes(json);
+        ->excludes(json)
+        ->excludes(jsonl);
     app.add_option("--getters", a.getters,
                    "the getters to run, by name (GetAFState,GetSensitivity), or all; default: "
                    "every getter, or with --frames those a session is usually read for");
@@ -508,7 +653,6 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
         ->excludes(checks)
         ->excludes(rules);
     save->excludes(frames);
-    tags->excludes(frames);  // the frames' table and CSV have no room for lookups
     try {
         app.parse(argc, argv);
         a.path = a.files.front();
@@ -524,6 +668,7 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     // Library lines go into the report, never straight to the terminal.
     kvhost::setLogEcho(false);
     std::string text;
+    Spool spool;
     std::vector<std::string> warnings;
     std::string problem;
     Verdict verdict;
@@ -531,7 +676,7 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     // Whatever goes wrong while reading, running or writing ends the run
     // here with one line naming the file; nothing has been printed yet.
     try {
-        text = produce(a, warnings, verdict, failed);
+        text = produce(a, warnings, verdict, failed, spool);
     } catch (const Refusal& r) {
         problem = r.message;
     } catch (const kvhost::loader::InputError& e) {
@@ -545,8 +690,16 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
         err << "metautils-inspect: " << problem << "\n";
         return 1;
     }
+    for (const std::string& n : messageLines(verdict.notes, a.verbose))
+        err << "note: " << n << "\n";
     for (const std::string& w : messageLines(warnings, a.verbose)) err << "warning: " << w << "\n";
-    out << text << std::flush;
+    out << text;
+    const bool spooled = spool.copyTo(out);
+    out << std::flush;
+    if (!spooled) {
+        err << "metautils-inspect: " << a.path << ": cannot read back the report kept aside\n";
+        return 1;
+    }
     if (!out) {
         err << "metautils-inspect: " << a.path << ": cannot print the report: standard output "
             << "is not writable\n";

@@ -165,6 +165,10 @@ public:
     // Whether the log printed tag `id` for frame i, on either side. The tag
     // monitor logs changes only: a frame without an event kept the value.
     bool changed(size_t i, uint32_t id) const;
+    // The index (among the files read) of the file frame i comes from: the
+    // frames of one file share their static metadata, input size and the
+    // tags from its blocks.
+    size_t fileOf(size_t i) const;
     // The values tag `id` takes on each side of the frames, by the frame
     // rule, without building a frame: a change at each frame and side where
     // the log sets it anew, in frame order (a frame's request side first).

@@ -4,6 +4,7 @@
 // program is: the stand-ins start afresh, and an abort shows as a signal.
 #include <dirent.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,9 +21,11 @@
 #include "Frames.h"
 #include "Html.h"
 #include "JsonReader.h"
+#include "LongSession.h"
 #include "Report.h"
 #include "Run.h"
 #include "kvanalysis/Checks.h"
+#include "kvhost/Capture.h"
 
 namespace inspect {
 namespace {
@@ -267,6 +270,10 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
                           ? 2
                           : 0);
             notes = report["notes"].get<std::vector<std::string>>();
+            // The JSON's own: what its calls hold.
+            ASSERT_FALSE(notes.empty());
+            EXPECT_EQ(notes.back().rfind("calls with", 0), 0u) << notes.back();
+            notes.pop_back();
             for (const Json& v : report["frames"][0]["recorded"]) recorded.push_back(v["tag"]);
             for (const Json& f : report["frames"]) {
                 EXPECT_EQ(f["recorded"].size(), recorded.size()) << f["frame"];
@@ -483,6 +490,141 @@ TEST(SessionChecks, ExitStatusAndReport) {
             EXPECT_EQ(ran.err, r.err);
         }
     }
+    for (const std::string& name : filesIn(scratch)) unlink((scratch + "/" + name).c_str());
+    rmdir(scratch.c_str());
+}
+
+// A frame built from the one before, the getters whose lookups did not
+// change reused, is the frame built whole, call for call (outputs, log
+// lines, lookups, adapter calls), with every getter: on each session in the
+// tree, one file after a dump (static metadata lent), two sessions one
+// after the other (a new file), and the dumps read as logs of frame blocks.
+TEST(FrameBuilder, EachFrameFromThePreviousIsTheFrameBuiltWhole) {
+    const std::string s = std::string(SOURCE_DIR) + "/samples/";
+    std::vector<std::vector<std::string>> sessions{
+        {s + "dumpsys-camera.txt", s + "session-watch.txt"},
+        {s + "session-watch.txt", s + "session-android13.txt"},
+    };
+    for (const std::string& name : filesIn(s)) {
+        if (name.rfind("session-", 0) == 0 || name.rfind("dumpsys", 0) == 0) {
+            sessions.push_back({s + name});
+        }
+    }
+    const std::string dumps = std::string(SOURCE_DIR) + "/tools/inspect/tests/dumps/";
+    for (const std::string& name : filesIn(dumps)) sessions.push_back({dumps + name});
+    std::vector<const Getter*> getters;
+    for (const Getter& g : getterTable()) getters.push_back(&g);
+    size_t compared = 0, reused = 0;
+    for (const std::vector<std::string>& files : sessions) {
+        const kvhost::SequenceResult loaded = kvhost::loadSequence(files);
+        if (!loaded) continue;
+        const kvhost::Sequence& sequence = *loaded.sequence;
+        const std::vector<kvhost::RecordedTag> recorded = sequence.recordedTags();
+        // The adapter's first calls in a process, made once.
+        if (const kvhost::LoadResult first = sequence.frame(0)) runGetters(*first.capture, getters);
+        FrameBuilder builder(sequence, getters);
+        for (size_t i = 0; i < sequence.frameCount(); ++i) {
+            SCOPED_TRACE(files.back() + " frame " + std::to_string(i));
+            std::string error;
+            const FrameCalls* fast = builder.frame(i, &error);
+            const kvhost::LoadResult frame = sequence.frame(i);
+            ASSERT_EQ(fast != nullptr, bool(frame)) << error << frame.error;
+            if (!frame) continue;
+            FrameCalls whole;
+            const kvhost::FrameInfo info = sequence.info(i);
+            whole.number = info.number;
+            whole.timestamp = info.timestamp;
+            whole.calls = runGetters(*frame.capture, getters);
+            whole.recorded = recordedValues(sequence, i, *frame.capture, recorded);
+            whole.fromBlocks = tagsFromBlocks(whole.calls, recorded);
+            ASSERT_EQ(kvhost::loader::jsonText(frameJson(*fast, true, true), 1),
+                      kvhost::loader::jsonText(frameJson(whole, true, true), 1));
+            ++compared;
+        }
+        reused += builder.callsReused();
+    }
+    EXPECT_GT(compared, 100u);
+    EXPECT_GT(reused, compared);  // the reuse is exercised, not bypassed
+}
+
+// Every streamed view of a 100,000-event session, each run in a child whose
+// address space is bounded, all before this process reads any of them:
+// whole (a JSONL line and a CSV row a frame, a JSON report that parses
+// with every frame), in bounded memory. Under the sanitizers, whose shadow
+// memory takes the address space, the bound is the peak resident size
+// alone.
+TEST(LongSession, EveryStreamedViewWholeInBoundedMemory) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    constexpr bool kBoundAddressSpace = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(memory_sanitizer) || \
+    __has_feature(thread_sanitizer)
+    constexpr bool kBoundAddressSpace = false;
+#else
+    constexpr bool kBoundAddressSpace = true;
+#endif
+#else
+    constexpr bool kBoundAddressSpace = true;
+#endif
+    std::string scratch = ::testing::TempDir() + "inspect-long-XXXXXX";
+    ASSERT_NE(mkdtemp(scratch.data()), nullptr);
+    const std::string session = scratch + "/watch.txt";
+    std::ofstream(session, std::ios::binary)
+        << testing::longWatchSession({std::string(SOURCE_DIR) + "/samples/session-watch.txt",
+                                      std::string(SOURCE_DIR) + "/samples/session-android13.txt"},
+                                     100000);
+    // The table with a flag that changes nothing of it.
+    const std::vector<const char*> flags{"--jsonl", "--json", "--csv", "--verbose"};
+    for (const char* flag : flags) {
+        const std::string outPath = scratch + "/out" + flag, errPath = scratch + "/err" + flag;
+        const pid_t pid = fork();
+        if (pid == 0) {
+            if (kBoundAddressSpace) {
+                const rlimit limit{size_t(1) << 30, size_t(1) << 30};
+                setrlimit(RLIMIT_AS, &limit);
+            }
+            const char* argv[] = {"metautils-inspect", session.c_str(), "--frames",
+                                  "--getters",         "GetAFState",    flag};
+            std::ofstream out(outPath, std::ios::binary);
+            std::ostringstream err;
+            const int status = run(6, argv, out, err);
+            out.close();
+            std::ofstream(errPath, std::ios::binary) << err.str();
+            _exit(status);
+        }
+        int wstatus = 0;
+        rusage usage{};
+        wait4(pid, &wstatus, 0, &usage);
+        EXPECT_TRUE(WIFEXITED(wstatus) && WEXITSTATUS(wstatus) == 0)
+            << flag << ": " << readText(errPath);
+        EXPECT_LT(usage.ru_maxrss, 200 * 1024) << flag << ": peak resident KiB";
+    }
+    const kvhost::SequenceResult loaded = kvhost::loadSequence({session});
+    ASSERT_TRUE(loaded) << loaded.error;
+    const size_t frames = loaded.sequence->frameCount();
+    EXPECT_GT(frames, 30000u);
+    const auto count = [](const std::string& text, const std::string& what) {
+        size_t n = 0;
+        for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
+            ++n;
+        }
+        return n;
+    };
+    const std::string jsonl = readText(scratch + "/out--jsonl");
+    EXPECT_EQ(count(jsonl, "\n"), frames);
+    EXPECT_EQ(count(jsonl, "\n{\"frame\":"), frames - 1);
+    EXPECT_EQ(Json::parse(jsonl.substr(jsonl.rfind('\n', jsonl.size() - 2) + 1))
+                  .at("frame")
+                  .get<int64_t>(),
+              loaded.sequence->info(frames - 1).number);
+    const std::string json = readText(scratch + "/out--json");
+    EXPECT_TRUE(Json::accept(json));
+    EXPECT_EQ(count(json, "\n      \"frame\": "), frames);
+    EXPECT_EQ(count(json, "\"reads\""), 0u);  // not without --tags
+    EXPECT_EQ(count(readText(scratch + "/out--csv"), "\n"), frames + 1);
+    const std::string table = readText(scratch + "/out--verbose");
+    EXPECT_NE(table.find("\n" + std::to_string(loaded.sequence->info(frames - 1).number) + "  "),
+              std::string::npos);
     for (const std::string& name : filesIn(scratch)) unlink((scratch + "/" + name).c_str());
     rmdir(scratch.c_str());
 }

@@ -109,8 +109,12 @@ while IFS=$'\t' read -r -u 3 tree file old new what; do
         restore
         continue
     fi
-    # The whole suite, so that every test that catches the fault is known.
-    if KVHOST_LOG_ECHO=0 ctest --test-dir "$dir" -j2 --timeout 60 >/dev/null 2>&1; then
+    # The whole suite, so that every test that catches the fault is known,
+    # but for the HTML report in a browser: it compares each page with the
+    # same build's JSON report, so a fault in the library shows in both alike,
+    # and it takes longer than all the other tests together.
+    if KVHOST_LOG_ECHO=0 ctest --test-dir "$dir" -j2 --timeout 60 -E '^inspect\.html$' \
+        >/dev/null 2>&1; then
         echo "SURVIVED  $file: $what"
         printf '%s\t%s\t\n' "$file" "$what" >>"$kills"
     else

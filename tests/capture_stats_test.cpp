@@ -62,9 +62,8 @@ TEST_F(MetaTest, AdrcGainAndTheSafeExposureFlag) {
     EXPECT_TRUE(Lines().empty());  // the missing flag is silent
 }
 
-// The product itself is checked by the samples' goldens.
 TEST_F(MetaTest, LinearGainNeedsTheIspGain) {
-    md->putInt32(0x80060010u, {2048});
+    md->putInt32(0x80060010u, {1536});
     float gain = -1.0f;
     EXPECT_EQ(utils.GetBurstInfoLinearGain(md, &gain, 3), -2);
     EXPECT_EQ(gain, -1.0f);
@@ -72,6 +71,9 @@ TEST_F(MetaTest, LinearGainNeedsTheIspGain) {
                                  L(3, kMtk, "GetBurstInfoBpsIspGain",
                                    "GetMetadata MTK_3A_FEATURE_AE_ISP_GAIN_VALUE err"),
                                  L(3, kMtk, "GetBurstInfoLinearGain", "GetMetadata IspGain err")}));
+    md->putInt32(0x80060011u, {8192});
+    EXPECT_EQ(utils.GetBurstInfoLinearGain(md, &gain, 3), 0);
+    EXPECT_EQ(gain, 3.0f);  // 1536 / 1024 = 1.5, not 1, times 2.0
 }
 
 // ---- White balance, gamma, histogram, black level, colour correction -------------
@@ -206,8 +208,8 @@ TEST_F(MetaTest, HdrEnabledPrefersTheRawFlag) {
 
 TEST_F(MetaTest, TeleFusionFlagIsTheResult) {
     EXPECT_EQ(utils.GetTeleFusionEnable(md), 0);  // absent
-    const uint8_t two = 2;
-    md->putBytes("kovani.telefusion.enabled", &two, 1);
+    const uint8_t high = 0x80;                    // any nonzero byte, 128 too
+    md->putBytes("kovani.telefusion.enabled", &high, 1);
     EXPECT_EQ(utils.GetTeleFusionEnable(md), 1);
     EXPECT_EQ(Lines(), (LineList{L(2, kMtk, "GetTeleFusionEnable", "isFusionEnable = 0"),
                                  L(2, kMtk, "GetTeleFusionEnable", "isFusionEnable = 1")}));
@@ -220,10 +222,15 @@ TEST_F(MetaTest, SlaveAnchorFrame) {
     EXPECT_EQ(utils.GetSlaveAnchorFrame(nullptr, &frame), -2);
     EXPECT_EQ(utils.GetSlaveAnchorFrame(md, &frame), -1);
     EXPECT_EQ(utils.SetSlaveAnchorFrame(md, nullptr), -2);
+    // Both absent: the output is tested first, in the getter and the setter.
+    EXPECT_EQ(utils.GetSlaveAnchorFrame(nullptr, nullptr), -2);
+    EXPECT_EQ(utils.SetSlaveAnchorFrame(nullptr, nullptr), -2);
     EXPECT_EQ(frame, 5);
     EXPECT_EQ(Lines(),
               (LineList{L(4, kMtk, "GetSlaveAnchorFrame", "mdata is null"),
                         L(3, kMtk, "GetSlaveAnchorFrame", "find kovani.bokeh.AuxAnchorFrame fail"),
+                        L(4, kMtk, "SetSlaveAnchorFrame", "arg err"),
+                        L(4, kMtk, "GetSlaveAnchorFrame", "arg err"),
                         L(4, kMtk, "SetSlaveAnchorFrame", "arg err")}));
     // The read's line is in the tele sample's golden log.
     int seven = 7;

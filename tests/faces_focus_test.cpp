@@ -98,7 +98,7 @@ TEST_F(FaceTest, FaceRectMapsIntoTheImage) {
     EXPECT_EQ(Bytes(info), Bytes(expected));
 }
 
-TEST_F(FaceTest, RotationsAndTheFirstOfEqualLargestFaces) {
+TEST_F(FaceTest, RotationsAndTheLargestFace) {
     Identity();
     const int32_t angles[10] = {44, 45, 134, 135, 224, 225, 314, 315, -90, 400};
     const int32_t turns[10] = {0, 270, 270, 180, 180, 90, 90, 0, 0, 0};
@@ -114,6 +114,13 @@ TEST_F(FaceTest, RotationsAndTheFirstOfEqualLargestFaces) {
         EXPECT_EQ(info.faces[i].rotation, turns[i]) << angles[i];
         EXPECT_EQ(info.faceExtra[i][1], angles[i]);
     }
+    // Scale 65538 / 4000: face 0 fills the image, 65538^2 = 2^32 + 262148,
+    // and stays larger than face 1's 32768^2 (floor(32769.0) made even).
+    Geometry({0, 0, 4000, 4000}, {0, 0, 4000, 4000});
+    Faces({{0, 0, 4000, 4000}, {0, 0, 2000, 2000}});
+    EXPECT_EQ(utils.GetFaceRect(md, 65538, 65538, info, 0), 0);
+    EXPECT_EQ(Rects(info, 2), "0 0 65538 65538; 0 0 32768 32768");
+    EXPECT_EQ(info.largestFaceIndex, 0);
 }
 
 TEST_F(FaceTest, RejectedAndEdgeFacesGetTheImageCentre) {
@@ -248,7 +255,9 @@ TEST_F(FaceTest, NoMapWritesOnlyRectanglesExtrasAndCount) {
     Faces({{2000, 1500, 2200, 1700}, {2000, 1500, 2200, 1700}});
     EXPECT_EQ(utils.GetFacesNoMap(md, 8000, 4500, info), 0);
     EXPECT_EQ(Rects(info, 2), "4000 3000 400 400; 4000 3000 400 400");
-    InSensorZoom(1);
+    EXPECT_EQ(utils.GetFacesNoMap(md, -8000, 4500, info), 0);  // -8000 is not above 5000
+    EXPECT_EQ(Rects(info, 2), "2000 1500 200 200; 2000 1500 200 200");
+    InSensorZoom(0x100);  // the whole word is the status
     EXPECT_EQ(utils.GetFacesNoMap(md, 8000, 4500, info), 0);
     EXPECT_EQ(Rects(info, 2), "4000 3000 800 800; 4000 3000 800 800");
 }
@@ -265,12 +274,20 @@ TEST_F(FaceTest, NoMapWithoutActiveArrayOrFaces) {
                                  kLookupMiss,
                                  L(3, kMtk, "GetBurstInfoFaceLuma",
                                    "GetMetadata kovani.ae.average.face.luma err")}));
+    // A 4002 x 3003 array: quarters 1000 and 750, subtracted before doubling.
+    StaticFor(0)->putInt32(0xF0000u, {0, 0, 4002, 3003});
+    Faces({{2000, 1500, 2201, 1703}});
+    EXPECT_EQ(utils.GetFacesNoMap(md, 1920, 1080, info), 0);
+    EXPECT_EQ(Rects(info, 1), "2000 1500 402 406");
 
-    md->erase("kovani.bokeh.faceInfo");
-    info = Filled();
-    EXPECT_EQ(utils.GetFacesNoMap(md, 1920, 1080, info), -1);
-    EXPECT_EQ(Bytes(info), Bytes(Filled()));
-    EXPECT_EQ(Lines().back(), L(3, kMtk, "GetFacesNoMap", "no face"));
+    for (bool partial : {false, true}) {  // no tag, then less than one face
+        md->erase("kovani.bokeh.faceInfo");
+        if (partial) md->putInt32("kovani.bokeh.faceInfo", {1, 2, 3, 4, 5, 6, 7, 8});
+        info = Filled();
+        EXPECT_EQ(utils.GetFacesNoMap(md, 1920, 1080, info), -1);
+        EXPECT_EQ(Bytes(info), Bytes(Filled()));
+        EXPECT_EQ(Lines().back(), L(3, kMtk, "GetFacesNoMap", "no face"));
+    }
 }
 
 // ---- GetFaceInfo ---------------------------------------------------------------------------
@@ -307,9 +324,13 @@ protected:
 
 TEST_F(FocusTest, RegionIsMapped) {
     // Reversed corners: the width wraps near 2^32 and is cut to 1921 - 300 -> 1620.
-    AfRegion({0, 1, 300, 200, 100, 400});
-    EXPECT_EQ(utils.GetfocusROI(md, &image, &roi), 0);
-    EXPECT_EQ(Fields(roi), (Rect4{300, 200, 1620, 200}));
+    // Of two regions the second, from element 7, is used.
+    for (const auto& words : {std::vector<int32_t>{0, 1, 300, 200, 100, 400},
+                              std::vector<int32_t>{0, 2, 1, 1, 5, 5, 0, 300, 200, 100, 400}}) {
+        AfRegion(words);
+        EXPECT_EQ(utils.GetfocusROI(md, &image, &roi), 0);
+        EXPECT_EQ(Fields(roi), (Rect4{300, 200, 1620, 200}));
+    }
 }
 
 TEST_F(FocusTest, RegionFailuresLeaveTheRegion) {

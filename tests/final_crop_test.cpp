@@ -146,8 +146,14 @@ TEST_F(FinalCrop, CropAfterZoomAndAspect) {
         // 0.2505 x 3000 = 751.5 -> 751 -> 750; (599 - 750) >> 1 = -76, not -75.
         {"even height, floored half", {100, 100, 1002, 599}, kSensor, false, {100, 24, 1002, 750}},
         {"within tolerance", {1000, 750, 2000, 1510}, kSensor, false, {1000, 750, 2000, 1510}},
+        {"within tolerance, wider", {1000, 750, 2010, 1500}, kSensor, false,
+         {1000, 750, 2010, 1500}},
         {"isz doubles", {1500, 1125, 1000, 750}, kSensor, true, kCentre},
         {"isz, to the left edge", {1000, 1125, 1000, 750}, kSensor, true, {0, 750, 2000, 1500}},
+        {"isz, to the bottom right edge", {2000, 1500, 1000, 750}, kSensor, true,
+         {2000, 1500, 2000, 1500}},
+        // Quarters 4002 >> 2 = 1000 and 3003 >> 2 = 750, taken before doubling.
+        {"isz, sensor 4n+2 by 4n+3", {1500, 1125, 1000, 750}, {4002, 3003}, true, kCentre},
         // Doubled to height 1600: 1600 / 3000 x 4000 = 2133.3 -> 2132, left 1000 - 66.
         {"isz, then wider", {1500, 1125, 1000, 800}, kSensor, true, {934, 750, 2132, 1600}},
         {"isz, left of centre", {500, 1125, 1000, 750}, kSensor, true, {500, 1125, 1000, 750}},
@@ -221,7 +227,7 @@ TEST_F(FinalCrop, ShiftSourceScaleAndFit) {
         {"holder", {40, -30, 0}, {}, false, "(40,-30)", true, {1040, 720, 2000, 1500}},
         {"holder beats metadata", {40, -30, 0}, {5, 5, 0, 0}, false, "(40,-30)", true,
          {1040, 720, 2000, 1500}},
-        {"holder isz halved on full frame", {-41, -31, 1}, {}, false, "(-20,-15)", true,
+        {"holder isz (2) halved on full frame", {-41, -31, 2}, {}, false, "(-20,-15)", true,
          {980, 735, 2000, 1500}},
         {"holder full doubled on isz frame", {40, -30, 0}, {}, true, "(80,-60)", true,
          {1080, 690, 2000, 1500}},
@@ -229,7 +235,7 @@ TEST_F(FinalCrop, ShiftSourceScaleAndFit) {
          {1040, 720, 2000, 1500}},
         {"metadata", {}, {12.9f, -7.9f, 0.0f, 1.0f}, false, "(12,-7)", true,
          {1012, 743, 2000, 1500}},
-        {"metadata isz halved", {}, {13.9f, -7.9f, 1.0f, 0.0f}, false, "(6,-3)", true,
+        {"metadata isz (-1.0) halved", {}, {13.9f, -7.9f, -1.0f, 0.0f}, false, "(6,-3)", true,
          {1006, 747, 2000, 1500}},
         {"metadata doubled on isz", {}, {12.9f, -7.9f, 0.0f, 0.0f}, true, "(24,-14)", true,
          {1024, 736, 2000, 1500}},

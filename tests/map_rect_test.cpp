@@ -78,6 +78,18 @@ const Case kCases[] = {
     {"HugeOffsetSaturates", Rect(0x20000000, 0, 2, 2), kHuge, 8000, 6000, kFull, {7999, 0, 0, 16}},
     {"HugeSizeSaturates", Rect(0, 0, 0xFFFFFFFF, 0xFFFFFFFF), kHuge, 8000, 6000, kFull,
      {0, 0, 8000, 6000}},
+    // Offsets of 2^31 are past the reference (unsigned), clamped to the last
+    // column and row, sizes 1 -> 0.
+    {"OffsetsOfTwoToThe31", Rect(0x80000000, 0x80000000, 400, 400), kFull, 1920, 1080, kFull,
+     {1919, 1079, 0, 0}},
+    {"SensorWidthOfTwoToThe31FillsHeight", kFace, kFull, 1920, 1080, Rect(0, 0, 0x80000000, 3000),
+     kByHeight},
+    // Scale 1, visible 1080 of 1083 rows: (1083 - 1080) / 2 = 1 row cut, top 10 - 1.
+    {"OddCutMarginHalvedDown", Rect(100, 10, 40, 40), Rect(0, 0, 1920, 1083), 1920, 1080, kFull,
+     {100, 9, 40, 40}},
+    // Height fills, scale 0.36; visible 3000 * 1 / 1080 = 2 columns, so left
+    // 1000 lies in the cut margin; width min(144, 1) -> 0.
+    {"OnePixelWideImage", kFace, kFull, 1, 1080, kFull, {0, 360, 0, 144}},
 };
 // clang-format on
 
@@ -102,6 +114,8 @@ TEST_F(MetaTest, MapRectRejectsArguments) {
     } cases[] = {
         // One of each argument; the map_rect fuzz target refuses them all.
         {kFace, kFull, 0, 1080},
+        {kFace, kFull, -1, 1080},
+        {kFace, kFull, 1920, 0},
         {kFace, kFull, 1920, INT_MIN},
         {Rect(1, 1, 0, 4), kFull, 1920, 1080},
         {kFace, Rect(0, 0, 4000, 0), 1920, 1080},

@@ -125,6 +125,9 @@ const Row kRows[] = {
      "GetMetadata ANDROID_CONTROL_AF_STATE err"},
     {G(GetAFMode), kMU, 0x10007, Blob({3}), Bytes<unsigned>(3),
      "GetMetadata ANDROID_CONTROL_AF_MODE err"},
+    // Flag bytes above 127 are zero-extended.
+    {G(GetIsZSLEnableReal), kMU, 0x10029, Blob({0x80}), Bytes<int>(128),
+     "GetMetadata ANDROID_CONTROL_ENABLE_ZSL fail"},
     {G(GetAndroidSensorFrameDuration), kMU, 0xE0001, I64({33333333}), Bytes<long>(33333333),
      "GetMetadata ANDROID_SENSOR_FRAME_DURATION fail"},
     {G(GetVXPanshotFeatureEnable), kMU, "com.kovani.panshotTruck.FeatureEnable", I32({1}),
@@ -152,18 +155,24 @@ const Row kRows[] = {
      "GetMetadata ANDROID_SENSOR_EXPOSURE_TIME err"},
     {G(GetBurstInfoExpIndex, -99), kMtk, "com.kovani.statsconfigs.AecInfo", AecInfo(-3.7f, 412),
      Bytes<int>(412), "GetMetadata com.kovani.statsconfigs.AecInfo err"},
+    // Truncated toward zero, not floored.
+    {G(GetBurstInfoLuxIndex), kMtk, "com.kovani.statsconfigs.AecInfo", AecInfo(-3.7f, 412),
+     Bytes<int>(-3)},
+    // Q10 and Q12 gains are signed: -1536 / 1024 and -6144 / 4096 are -1.5.
+    {G(GetPreviewAdrcGain), kMtk, "kovani.ae.mid.tonegain", I32({-1536}), Bytes(-1.5f),
+     "GetMetadata PreviewAdrcGain err"},
     {G(GetPreviewFrameLuma), kMtk, "kovani.longexposure.cwv", I32({64}), Bytes(64.0f),
      "GetMetadata PreviewFrameLuma err"},
     {G(GetPreviewTargetLuma), kMtk, "kovani.longexposure.cwr", I32({80}), Bytes(80.0f),
      "GetMetadata PreviewTargetLuma err"},
-    {G(GetBurstInfoBpsIspGain), kMtk, 0x80060011, I32({6144}), Bytes(1.5f),
+    {G(GetBurstInfoBpsIspGain), kMtk, 0x80060011, I32({-6144}), Bytes(-1.5f),
      "GetMetadata MTK_3A_FEATURE_AE_ISP_GAIN_VALUE err"},
     // The same first word, unsigned and signed.
     {G(GetQTimeStamp), kMtk, "com.kovani.mtk.p1node.frameinfo", I64({-2, 5}),
      Bytes<unsigned long>(0xFFFFFFFFFFFFFFFEul), "GetMetadata com.kovani.mtk.p1node.frameinfo err"},
     {G(GetFrameSyncTimestamp), kMtk, "com.kovani.mtk.p1node.frameinfo", I64({-2, 5}),
      Bytes<long>(-2), "GetMetadata com.kovani.mtk.p1node.frameinfo err"},
-    {G(GetPreviewISPGain), kMtk, "kovani.burst.last.preview.ispGain", I32({6144}), Bytes(1.5f),
+    {G(GetPreviewISPGain), kMtk, "kovani.burst.last.preview.ispGain", I32({-6144}), Bytes(-1.5f),
      "GetMetadata kovani.burst.last.preview.ispGain err"},
     {G(GetPreviewExposure), kMtk, "kovani.burst.last.preview.exposure.time", I64({5000000000LL}),
      Bytes(5.0e9f), "GetMetadata PreviewExposure err"},
@@ -174,6 +183,8 @@ const Row kRows[] = {
     // Reports presence only: the output keeps the caller's bytes.
     {G(GetBurstInfoBpsIspGainShort), kMtk, "org.quic.camera2.statsconfigs.AECFrameControl",
      Blob(Pattern(32)), std::vector<uint8_t>(4, 0xA5)},
+    {G(GetIsZSLEnable), kMtk, "kovani.control.zsl.enable", Blob({0xFF}), Bytes<int>(255),
+     "GetMetadata kovani.control.zsl.enable fail"},
     // Scene, motion-capture and anchor-frame.
     {G(GetHighlightAnchorOrder), kMU, "kovani.aihighlight.anchorOrder", I32({3}), Bytes<int>(3)},
     {G(GetStreetAnchorOrder), kMU, "com.kovani.ext.control.streetmode.anchor.order", I32({2}),
@@ -300,13 +311,9 @@ TEST_P(SkeletonGetter, ReadsTheRowsTag) {
 // Payload bytes a row's read takes where that is not the output's size.
 size_t ReadBytes(const Row& r) {
     static const std::map<std::string, size_t> kOther = {
-        {"GetLaserDist", 4},
-        {"GetBurstInfoShutter", 8},
-        {"GetBurstInfoExpIndex", 12},
-        {"GetPreviewExposure", 8},
-        {"GetAFState", 1},
-        {"GetAFMode", 1},
-        {"GetBurstInfoBpsIspGainShort", 0},
+        {"GetLaserDist", 4},       {"GetBurstInfoShutter", 8}, {"GetBurstInfoExpIndex", 12},
+        {"GetPreviewExposure", 8}, {"GetAFState", 1},          {"GetAFMode", 1},
+        {"GetIsZSLEnableReal", 1}, {"GetIsZSLEnable", 1},      {"GetBurstInfoBpsIspGainShort", 0},
     };
     const auto it = kOther.find(r.method);
     return it != kOther.end() ? it->second : r.expected.size();
@@ -403,6 +410,10 @@ TEST_F(MetaTest, LensShadingMapCopiesTheCallersGrid) {
     std::fill(out.begin(), out.end(), -1.0f);
     EXPECT_EQ(utils.GetLSC(md, empty, out.data()), 0);
     EXPECT_EQ(out[0], -1.0f);
+    int negative[2] = {-1, -1};  // a signed product: one point, 16 bytes
+    EXPECT_EQ(utils.GetLSC(md, negative, out.data()), 0);
+    EXPECT_EQ(out[3], map[3]);
+    EXPECT_EQ(out[4], -1.0f);
 
     capture.clear();
     md->clear();

@@ -10,10 +10,11 @@ namespace {
 
 TEST_F(MetaTest, MotionCaptureAnchorNeedsBandingAndDeflicker) {
     auto line = [](const char* m) { return L(2, kMU, "GetMotionCaptureAnchorOrder", m); };
-    const Line banding1 = line("zslMcBandingType: 0x10, isZslFlkMotionCap: 1");
+    const Line banding1 = line("zslMcBandingType: 0x80, isZslFlkMotionCap: 1");
     const LineList noLowByte = {line("zslMcBandingType: 0x100, isZslFlkMotionCap: 0")};
     const LineList succeeded = {banding1, line("anchorInfo: 0x1ff, isDeflickerSuccess: 1")};
     const LineList failed = {banding1, line("anchorInfo: 0xff, isDeflickerSuccess: 0")};
+    const LineList bit9 = {banding1, line("anchorInfo: 0x2ff, isDeflickerSuccess: 0")};
     const LineList absent = {banding1, kLookupMiss,
                              L(3, kMU, "GetMotionCaptureAnchorOrder",
                                "GetMetadata kovani.motion.capture.anchorInfo err")};
@@ -24,9 +25,10 @@ TEST_F(MetaTest, MotionCaptureAnchorNeedsBandingAndDeflicker) {
         int order;
         const LineList& lines;
     } cases[] = {{0x100, 0x1FF, -1, 77, noLowByte},
-                 {0x10, 0x1FF, 0, 255, succeeded},
-                 {0x10, 0x0FF, -1, 77, failed},
-                 {0x10, -1, -2, 77, absent}};
+                 {0x80, 0x1FF, 0, 255, succeeded},
+                 {0x80, 0x0FF, -1, 77, failed},
+                 {0x80, 0x2FF, -1, 77, bit9},
+                 {0x80, -1, -2, 77, absent}};
     for (const auto& c : cases) {
         SCOPED_TRACE(::testing::Message() << c.banding << " " << c.anchor);
         capture.clear();
@@ -50,8 +52,8 @@ TEST_F(MetaTest, EyeClosureStatusUnderBothNames) {
     const struct {
         uint8_t status;
         bool eyeDet, eyeOpen;
-    } cases[] = {
-        {0x05, false, false}, {0x01, true, true}, {0x00, true, false}, {0x02, true, false}};
+    } cases[] = {{0x05, false, false}, {0x01, true, true}, {0x00, true, false},
+                 {0x02, true, false},  {0x81, true, true}, {0x84, false, false}};
     for (const auto& c : cases) {
         md->putBytes("com.kovani.orlo2.eyeclosure.status", &c.status, 1);
         for (bool lower : {false, true}) {

@@ -87,7 +87,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string text(reinterpret_cast<const char*>(data), size);
     std::shared_ptr<const kvhost::Sequence::Data> read;
     try {
-        read = kvhost::loader::readSequenceTexts({{"f", std::move(text)}}, {});
+        read = kvhost::loader::readSequenceTexts({{"f", std::move(text), ""}}, {});
     } catch (const kvhost::loader::InputError& e) {
         KVFUZZ_CHECK(std::string(e.what()).rfind("f: ", 0) == 0, "error without the file: %s",
                      e.what());

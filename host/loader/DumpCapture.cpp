@@ -1,5 +1,7 @@
 #include "DumpCapture.h"
 
+#include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
@@ -293,8 +295,13 @@ private:
     // by the name and element type its line prints, and said once.
     const kvhost::TagInfo* newerAndroidTag(const DumpEntry& e) {
         int rc = 0;
-        const kvhost::TagInfo* info =
-            e.name.rfind("android.", 0) == 0 ? addVendorTag(e.name, e.id, e.type, &rc) : nullptr;
+        // Android's names are dotted words; anything else is not a name.
+        const bool named =
+            e.name.rfind("android.", 0) == 0 &&
+            std::all_of(e.name.begin(), e.name.end(), [](char ch) {
+                return std::isalnum(static_cast<unsigned char>(ch)) || ch == '.' || ch == '_';
+            });
+        const kvhost::TagInfo* info = named ? addVendorTag(e.name, e.id, e.type, &rc) : nullptr;
         if (info == nullptr) {
             warn(e, "an Android tag id the table does not hold");
             return nullptr;

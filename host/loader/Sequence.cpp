@@ -98,7 +98,11 @@ public:
             fromBlocks();
         }
         borrowStatics();
-        part_.statics = buildStatics(part_.base);
+        try {
+            part_.statics = buildStatics(part_.base);
+        } catch (const InputError& e) {
+            fail(e.what());  // named after the file
+        }
         for (const std::string& n : part_.base.notes) notes.push_back(f_.path + ": " + n);
         notes.insert(notes.end(), notes_.begin(), notes_.end());
         warnings.insert(warnings.end(), part_.base.warnings.begin(), part_.base.warnings.end());

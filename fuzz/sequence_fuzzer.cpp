@@ -164,16 +164,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     // The report written a frame at a time is the whole report's text; a
     // frame's JSONL line is one line.
-    std::string streamed = inspect::jsonReportOpening(
-        inspect::Json{{"notes", inspect::Json::array()}, {"warnings", inspect::Json::array()}});
+    std::string streamed = inspect::jsonReportOpening(inspect::Json::object());
     for (size_t i = 0; i < frames.size(); ++i) {
         const inspect::Json frame = inspect::frameJson(frames[i], true, true);
         streamed += inspect::jsonReportFrame(frame, i == 0);
         KVFUZZ_CHECK(kvhost::loader::jsonText(frame).find('\n') == std::string::npos,
                      "frame %zu's JSONL line breaks", i);
     }
-    streamed += inspect::jsonReportClosing(inspect::Json::object(), !frames.empty());
-    KVFUZZ_CHECK(streamed == kvhost::loader::jsonText(inspect::framesJson(frames, true), 2) + "\n",
+    const inspect::Json lists{{"notes", inspect::Json::array()},
+                              {"warnings", inspect::Json::array()}};
+    streamed += inspect::jsonReportClosing(lists, !frames.empty());
+    // The stream writes the frames first, as they are made.
+    const inspect::Json whole = inspect::framesJson(frames, true);
+    const inspect::Json inOrder{
+        {"frames", whole["frames"]}, {"notes", whole["notes"]}, {"warnings", whole["warnings"]}};
+    KVFUZZ_CHECK(streamed == kvhost::loader::jsonText(inOrder, 2) + "\n",
                  "the streamed JSON report differs from the whole one:\n%s", streamed.c_str());
     const std::string csv = inspect::framesCsv(frames);
     const std::vector<size_t> widths = csvWidths(csv);

@@ -585,7 +585,9 @@ TagPayload payloadOf(const SequencePart& part, const TagEvent& e, const kvhost::
 
 }  // namespace
 
-std::vector<TagPayload> frameTags(const SequencePart& part, size_t i) {
+namespace {
+
+std::vector<TagPayload> frameTagsAsLogged(const SequencePart& part, size_t i) {
     const SequencePart::Frame& f = part.frames[i];
     std::vector<TagPayload> tags;
     if (part.fromBlocks) {
@@ -604,6 +606,19 @@ std::vector<TagPayload> frameTags(const SequencePart& part, size_t i) {
             break;
         }
     }
+    return tags;
+}
+
+}  // namespace
+
+std::vector<TagPayload> frameTags(const SequencePart& part, size_t i) {
+    // A tag once, the first of its entries: a block may print a tag twice,
+    // and two monitored names may resolve to one tag.
+    std::vector<TagPayload> tags = frameTagsAsLogged(part, i);
+    std::set<uint32_t> seen;
+    tags.erase(std::remove_if(tags.begin(), tags.end(),
+                              [&](const TagPayload& p) { return !seen.insert(p.info->id).second; }),
+               tags.end());
     return tags;
 }
 

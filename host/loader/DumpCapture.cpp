@@ -315,6 +315,12 @@ private:
     }
 
     const kvhost::TagInfo* registerVendorTag(const DumpEntry& e, const std::string& name) {
+        // A name starts with a letter: "0x8002..." is a number, which a
+        // capture description would read as an id.
+        if (name.empty() || !std::isalpha(static_cast<unsigned char>(name[0]))) {
+            warn(e, "not a tag name");
+            return nullptr;
+        }
         if (name.rfind("unknownSection.", 0) == 0) {
             warn(e, "a vendor tag the device did not name, missing from the dump's vendor tags");
             return nullptr;

@@ -95,7 +95,15 @@ public:
         return std::move(text_);
     }
 
-    bool bugReport() const { return bugReport_ == 1; }
+    // The text kept, with a note when it is a bug report's camera text.
+    InputText input() {
+        InputText in;
+        in.text = finish();
+        if (bugReport_ == 1) {
+            in.note = "a bug report: its camera service dump and camera metadata lines read";
+        }
+        return in;
+    }
 
     [[noreturn]] void fail(const std::string& what) const { throw InputError(path_ + ": " + what); }
 
@@ -268,11 +276,7 @@ InputText readInput(const std::string& path, const InputLimits& limits) {
         sink.add(std::string_view(chunk.data(), n));
         n = readSome();
     }
-    InputText in;
-    in.text = sink.finish();
-    if (sink.bugReport())
-        in.note = "a bug report: its camera service dump and camera metadata lines read";
-    return in;
+    return sink.input();
 }
 
 InputText readInputBytes(std::string_view bytes, const std::string& path,
@@ -290,11 +294,7 @@ InputText readInputBytes(std::string_view bytes, const std::string& path,
     }
     Sink sink(path, limits);
     sink.add(bytes);
-    InputText in;
-    in.text = sink.finish();
-    if (sink.bugReport())
-        in.note = "a bug report: its camera service dump and camera metadata lines read";
-    return in;
+    return sink.input();
 }
 
 }  // namespace loader

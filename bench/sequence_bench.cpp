@@ -236,15 +236,21 @@ void SequenceMemory(benchmark::State& state) {
 // program's own, run in a child (as a user runs it: the stand-ins fresh)
 // writing to a temporary file; the child's peak resident size is a counter.
 
-constexpr int64_t kRealEvents = 100000;
+// KVBENCH_REAL_EVENTS makes it shorter: the test command's quick pass runs
+// every benchmark once, and a few thousand events exercise the same paths.
+int64_t RealEvents() {
+    const char* events = std::getenv("KVBENCH_REAL_EVENTS");
+    return events != nullptr && std::atoll(events) > 0 ? std::atoll(events) : 100000;
+}
 
 const std::string& RealSession() {
     static const std::string path = [] {
         const std::string samples = KVBENCH_SAMPLES_DIR;
-        const std::string p =
-            (std::filesystem::temp_directory_path() / "metautils_bench_watch_100000.txt").string();
+        const std::string p = (std::filesystem::temp_directory_path() /
+                               ("metautils_bench_watch_" + std::to_string(RealEvents()) + ".txt"))
+                                  .string();
         std::ofstream(p, std::ios::binary) << inspect::testing::longWatchSession(
-            {samples + "/session-watch.txt", samples + "/session-android13.txt"}, kRealEvents);
+            {samples + "/session-watch.txt", samples + "/session-android13.txt"}, RealEvents());
         std::atexit([] { std::remove(RealSession().c_str()); });
         return p;
     }();

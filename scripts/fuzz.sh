@@ -10,7 +10,9 @@
 # share of half of it; the second gives the other half by what each target
 # found in the first (the features it added to its corpus), so that the
 # time goes where coverage still grows. Each target keeps its corpus from
-# one round to the next.
+# one round to the next. The total is the targets' time: as many run at
+# once as the machine has cores (FUZZ_JOBS), so on two cores it takes
+# about half as long on the clock.
 #
 # Prints one line per target (inputs run and per second, coverage, result)
 # and exits non-zero if a target found a crash, a sanitizer report or a
@@ -77,13 +79,33 @@ features() {  # features <log> <INITED|DONE|last>: the ft: figure of that line
     sed -nE 's/.* ft: ([0-9]+).*/\1/p' <<<"$line"
 }
 
-declare -A rc units found
+# round <number> <target>=<seconds>...: the runs of a round, as many at a
+# time as the machine has cores; each run's exit status in $runs/<target>/rc.<round>.
+round() {
+    local r=$1
+    shift
+    local spec
+    for spec in "$@"; do
+        while (($(jobs -rp | wc -l) >= parallel)); do wait -n || true; done
+        (
+            rc=0
+            fuzz "${spec%%=*}" "$r" "${spec#*=}" || rc=$?
+            echo "$rc" >"$runs/${spec%%=*}/rc.$r"
+        ) &
+    done
+    wait
+}
+parallel=${FUZZ_JOBS:-$(nproc)}
+
+declare -A rc found
 n=${#targets[@]}
 first=$((total / (2 * n)))
 ((first >= 2)) || first=2
+specs=()
+for t in "${targets[@]}"; do specs+=("$t=$first"); done
+round 1 "${specs[@]}"
 for t in "${targets[@]}"; do
-    rc[$t]=0
-    fuzz "$t" 1 "$first" || rc[$t]=$?
+    rc[$t]=$(cat "$runs/$t/rc.1")
     start=$(features "$runs/$t/log.1" INITED)
     end=$(features "$runs/$t/log.1" last)
     found[$t]=$((${end:-0} - ${start:-0}))
@@ -94,10 +116,15 @@ rest=$((total - first * n))
 sum=0
 for t in "${targets[@]}"; do sum=$((sum + found[$t] + 1)); done
 declare -A seconds
+specs=()
 for t in "${targets[@]}"; do
     seconds[$t]=$((rest * (found[$t] + 1) / sum))
     ((seconds[$t] >= 1)) || seconds[$t]=1
-    if ((rc[$t] == 0)); then fuzz "$t" 2 "${seconds[$t]}" || rc[$t]=$?; fi
+    if ((rc[$t] == 0)); then specs+=("$t=${seconds[$t]}"); fi
+done
+round 2 "${specs[@]}"
+for t in "${targets[@]}"; do
+    if [ -f "$runs/$t/rc.2" ]; then rc[$t]=$(cat "$runs/$t/rc.2"); fi
 done
 
 failed=0

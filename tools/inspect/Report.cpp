@@ -294,6 +294,61 @@ std::string failureClause(const CallRecord& call) {
            placeText(reads.back());
 }
 
+namespace {
+
+// A rectangle of no area, {"left", "top", "width", "height"}, as the
+// reports print it ("0x0"); "" for anything else.
+std::string zeroRect(const Json& v) {
+    if (!v.is_object()) return "";
+    const auto w = v.find("width"), h = v.find("height");
+    if (w == v.end() || h == v.end() || !w->is_number() || !h->is_number()) return "";
+    if (*w != 0 && *h != 0) return "";
+    return w->dump() + "x" + h->dump();
+}
+
+}  // namespace
+
+std::string emptyClause(const CallRecord& call) {
+    const std::optional<int>& rc = call.outcome.result;
+    if (!rc || *rc != 0) return "";
+    const Json& out = call.outcome.output;
+    std::string what;
+    if (const std::string size = zeroRect(out); !size.empty()) {
+        what = "a " + size + " rectangle";
+    } else if (out.is_object() && out.contains("crop")) {
+        if (const std::string crop = zeroRect(out["crop"]); !crop.empty()) what = "crop " + crop;
+    }
+    if (what.empty()) return "";
+    std::string why;
+    for (const kvhost::LookupRecord& r : call.reads) {
+        if (r.found && r.count > 0) continue;
+        why += (why.empty() ? "" : ", ") + r.tag + (r.found ? ": empty in " : ": not in ") +
+               placeText(r);
+    }
+    // The crop table is there but holds nothing for this camera: the
+    // library's lines say which camera it looked for and what it found.
+    const std::vector<long long> looked = loggedNumbers(
+        call.logs,
+        "allInOneCrop get crop region from SAT camId = %d isInSensorZoom = %d cropregion: [%d "
+        "%d %d %d]");
+    if (why.empty() && looked.size() == 6) {
+        const bool matched =
+            !loggedNumbers(call.logs,
+                           "allInOneCrop get crop region from SAT camId = %d cropregion: [%d %d "
+                           "%d %d]")
+                 .empty();
+        why = std::string("com.kovani.camera.sensorpolicy.cropregions ") +
+              (matched ? "gives a 0x0 crop" : "has no entry") + " for SAT camera " +
+              std::to_string(looked[0]);
+    }
+    if (why.empty()) {
+        for (const kvhost::LookupRecord& r : call.reads) {
+            why += (why.empty() ? "from " : ", ") + r.tag;
+        }
+    }
+    return what + (why.empty() ? "" : ": " + why);
+}
+
 std::vector<CallRecord> runGetters(const Capture& capture) {
     std::vector<const Getter*> all;
     for (const Getter& getter : getterTable()) all.push_back(&getter);
@@ -321,6 +376,7 @@ std::vector<CallRecord> runGetters(const Capture& capture,
         for (const kvhost::AdapterCall& a : adapterCalls.calls()) {
             record.adapter.push_back(adapterCall(a));
         }
+        record.empty = emptyClause(record);
         calls.push_back(std::move(record));
     }
     return calls;
@@ -371,7 +427,9 @@ std::string textReport(const Capture& capture, const std::vector<CallRecord>& ca
                                : "not called: " + o.skipped;
         if (const char* name = valueName(*call.getter, o.output)) text += std::string(" ") + name;
         const std::string clause = failureClause(call);
-        const std::string why = clause.empty() ? "" : "  (" + clause + ")";
+        const std::string why = !clause.empty()       ? "  (" + clause + ")"
+                                : !call.empty.empty() ? "  (empty: " + call.empty + ")"
+                                                      : "";
         if (!text.empty() || o.output.is_null()) {
             out << lead << (text.empty() ? "-" : text) << given << why << "\n";
         } else {
@@ -416,6 +474,7 @@ Json callJson(const CallRecord& call, bool withLogs) {
                   {"result", call.outcome.result ? Json(*call.outcome.result) : Json()},
                   {"output", call.outcome.output}};
     if (!call.outcome.skipped.empty()) entry["skipped"] = call.outcome.skipped;
+    if (!call.empty.empty()) entry["empty"] = call.empty;
     if (!call.adapter.empty()) entry["adapter"] = call.adapter;
     Json& reads = entry["reads"] = Json::array();
     for (const kvhost::LookupRecord& r : call.reads) {

@@ -16,6 +16,9 @@ struct CallRecord {
     std::vector<kvhost::LogRecord> logs;      // the lines the call produced
     std::vector<kvhost::LookupRecord> reads;  // the tag lookups the call made
     Json adapter = Json::array();             // the calls the platform adapter received
+    // A success that handed back nothing usable (a 0x0 rectangle): what and
+    // why, naming the tags whose absence made it so; "" otherwise.
+    std::string empty;
 };
 
 // Calls every getter once, in table order, on a MetaUtils whose camera ids
@@ -51,6 +54,11 @@ std::string readText(const kvhost::LookupRecord& read);
 // What the lookups of a call that gave -1 or -2 show, in a clause
 // ("android.sensor.sensitivity: not in the frame"); "" for other results.
 std::string failureClause(const CallRecord& call);
+// What makes a call's success empty ("crop 0x0: com.kovani.camera.
+// sensorpolicy.cropregions: not in the frame"), from its output, lookups
+// and log lines; "" for a failure or a usable output. runGetters stores it
+// in CallRecord::empty.
+std::string emptyClause(const CallRecord& call);
 
 // One value on one line when it is short enough ("(480, 240) 240x300" for
 // a rectangle), "" otherwise.

@@ -277,8 +277,14 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
     std::vector<std::vector<kvanalysis::GetterCall>> checked;
     const std::vector<kvhost::RecordedTag> recorded = sequence.recordedTags();
     const bool html = !a.htmlPath.empty();
-    // The page and the timelines take every frame at once.
-    const bool collect = html || !a.svgPath.empty();
+    // The page takes every frame at once; the timelines are drawn as the
+    // frames go by.
+    const bool collect = html;
+    std::optional<TimelineDrawing> drawing;
+    if (!a.svgPath.empty() || html) {
+        const size_t n = sequence.frameCount();
+        drawing.emplace(sequence.info(0).number, n == 0 ? 0 : sequence.info(n - 1).number);
+    }
     std::vector<FrameCalls> frames;
     if (collect) frames.reserve(sequence.frameCount());
     // The page's geometry pictures, each once, and each frame's.
@@ -304,6 +310,7 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
         const FrameCalls& f = *built;
         if (!firstPass) return f;
         if (checking) checked.push_back(checkCalls(f.calls));
+        if (drawing) drawing->add(f);
         if (html) {
             const Capture& capture = *builder->capture();
             if (i == 0) first = capture;
@@ -325,7 +332,7 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
         if (view == FramesView::Csv) csv.measure(f);
         return f;
     };
-    const bool onePass = !collect && !checking && !a.getters.empty() &&
+    const bool onePass = !drawing && !checking && !a.getters.empty() &&
                          (view == FramesView::Json || view == FramesView::Lines);
     if (!onePass) {
         for (size_t i = 0; i < sequence.frameCount(); ++i) {
@@ -351,6 +358,7 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
         }
         for (size_t k = getters.size(); k-- > 0;) {
             if (hasTags[k]) continue;
+            if (drawing) drawing->leaveOut(getters[k]->method);
             table.drop(getters[k]->method);
             csv.drop(getters[k]->method);
             getters.erase(getters.begin() + static_cast<std::ptrdiff_t>(k));
@@ -375,10 +383,9 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
         results = runSessionChecks(sequence, *checking, verdict);
     }
     const std::string timelines =
-        a.svgPath.empty() && !html
-            ? ""
-            : drawTimelines(frames, a.path,
-                            results ? results->findings : std::vector<kvanalysis::Finding>{});
+        drawing ? drawing->draw(a.path,
+                                results ? results->findings : std::vector<kvanalysis::Finding>{})
+                : "";
     if (!a.svgPath.empty()) kvhost::loader::writeFileAtomically(a.svgPath, timelines);
     if (html) {
         HtmlPage page;

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <functional>
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <sstream>
 #include <utility>
@@ -15,6 +17,7 @@ namespace {
 constexpr double kPanelWidth = 560;
 constexpr double kPanelHeight = 420;
 constexpr double kMargin = 30;
+const std::string kEmptyNotice = "succeeded with nothing usable: ";
 
 // How each kind of rectangle is drawn.
 struct Style {
@@ -260,6 +263,24 @@ std::string wrapped(const std::string& text, double width, double& y, const char
     return out;
 }
 
+// Where a sensor rectangle falls against the part of the sensor that the
+// input image shows: the mapping clamps what lies outside to the image's
+// edge, and the picture says so. "" when inside (to a pixel).
+std::string outsideText(const Rect& r, const std::optional<Rect>& band) {
+    if (!band || r.width <= 0 || r.height <= 0) return "";
+    const Rect& b = *band;
+    const double right = r.left + r.width, bottom = r.top + r.height;
+    if (right <= b.left || r.left >= b.left + b.width || bottom <= b.top ||
+        r.top >= b.top + b.height) {
+        return "outside, clamped to the edge";
+    }
+    if (r.left < b.left - 1 || r.top < b.top - 1 || right > b.left + b.width + 1 ||
+        bottom > b.top + b.height + 1) {
+        return "clamped";
+    }
+    return "";
+}
+
 std::string described(const char* what, const Json& rect) {
     return what + (" " + inlineText(rect));
 }
@@ -313,6 +334,7 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
         {"final crop", &kFinalCrop, member(finalCrop, "crop")},
     };
     std::vector<Rect> faceBoxes;
+    std::optional<Rect> band;  // the part of the sensor the input image shows
     for (const Json& f : faces.is_array() ? faces : Json::array()) {
         faceBoxes.push_back(cornersOf(f).value_or(Rect{0, 0, -1, -1}));
     }
@@ -344,8 +366,8 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
         const auto crop = rectOf(androidCrop);
         // The band follows the input image's aspect: none when its size is unknown.
         if (crop && capture.inputWidth > 0 && capture.inputHeight > 0) {
-            sensor.rect(visibleBand(*crop, *extent, capture.inputWidth, capture.inputHeight),
-                        kVisible);
+            band = visibleBand(*crop, *extent, capture.inputWidth, capture.inputHeight);
+            sensor.rect(*band, kVisible);
             left.push_back({&kVisible, "part of the crop region the input image shows"});
         }
         for (auto it = std::rbegin(crops); it != std::rend(crops); ++it) {
@@ -355,8 +377,10 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
             !member(stages, "afterInSensorZoom").is_null() &&
             member(stages, "afterInSensorZoom") != member(stages, "sensorPolicy");
         for (size_t i = 0; i < std::size(crops); ++i) {
-            if (!rectOf(crops[i].rect)) continue;
+            const auto r = rectOf(crops[i].rect);
+            if (!r) continue;
             std::string text = described(crops[i].name, crops[i].rect);
+            if (r->width <= 0 || r->height <= 0) text += " (empty: nothing drawn)";
             for (size_t k = 0; k < i; ++k) {
                 if (crops[k].rect == crops[i].rect) {
                     text += " (= " + std::string(crops[k].name) + ")";
@@ -411,23 +435,36 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
     const Json& mapped = outputOf(calls, "GetFaceRect");
     if (member(mapped, "faces").is_array()) {
         const int largest = static_cast<int>(number(mapped, "largestFaceIndex").value_or(-1));
-        int i = 0;
+        size_t i = 0, clamped = 0;
         for (const Json& f : mapped["faces"]) {
-            const bool isLargest = i == largest;
+            const bool isLargest = static_cast<int>(i) == largest;
+            std::string where = i < faceBoxes.size() ? outsideText(faceBoxes[i], band) : "";
             if (const auto r = rectOf(member(f, "rect"))) {
+                if (r->width <= 0 || r->height <= 0) where = "not mapped";
                 image.rect(*r, isLargest ? kLargestFace : kFace,
-                           std::to_string(i) + (isLargest ? " largest" : ""));
+                           std::to_string(i) + (isLargest ? " largest" : "") +
+                               (where.empty() ? "" : " " + where));
             }
+            clamped += where.empty() ? 0 : 1;
             const auto x = number(member(f, "center"), "x"), y = number(member(f, "center"), "y");
             if (x && y) image.cross(*x, *y, kFace.stroke);
             ++i;
         }
         right.push_back({&kFace, "mapped faces with centres (+); thick: the largest, face " +
                                      std::to_string(largest)});
+        if (clamped > 0) {
+            right.push_back(
+                {&kFace, std::to_string(clamped) +
+                             " partly or wholly outside the part the image shows: drawn "
+                             "clamped at its edge, not where they are"});
+        }
     }
     if (const auto roi = rectOf(member(focus, "roi"))) {
-        image.rect(*roi, kFocus, "focus", true);
+        const auto af = rectOf(member(focus, "sensorRect"));
+        const std::string where = af ? outsideText(*af, band) : "";
+        image.rect(*roi, kFocus, "focus" + (where.empty() ? "" : " " + where), true);
         std::string text = described("focus region", focus["roi"]);
+        if (!where.empty()) text += ", " + where + " (the AF region lies outside the image)";
         const Json& point = outputOf(calls, "GetfocusTP");
         const auto x = number(point, "x"), y = number(point, "y");
         if (x && y) {
@@ -441,9 +478,17 @@ std::string drawGeometry(const Capture& capture, const std::vector<CallRecord>& 
     legend(body, sensorX, legendY, left);
     legend(body, inputX, legendY, right);
     double height = legendY + 18.0 * std::max(left.size(), right.size()) + kMargin;
-    if (const std::string missing = absent.text(); !missing.empty()) {
+    // What is missing, then the calls that succeeded with nothing to draw.
+    std::vector<std::string> notices{absent.text()};
+    for (const CallRecord& call : calls) {
+        if (!call.empty.empty()) {
+            notices.push_back(kEmptyNotice + (call.getter->method + (": " + call.empty)));
+        }
+    }
+    for (const std::string& notice : notices) {
+        if (notice.empty()) continue;
         double y = height - kMargin + 8;
-        body << wrapped(missing, width, y, "#a01010");
+        body << wrapped(notice, width, y, "#a01010");
         height = y + kMargin;
     }
 
@@ -505,342 +550,423 @@ const Chart kCharts[] = {
 
 const char* const kSeriesColours[] = {"#1f77b4", "#ff7f0e", "#2ca02c", "#9467bd"};
 constexpr double kChartWidth = 900, kChartHeight = 110, kChartLeft = 190, kChartGap = 60;
+constexpr double kLaneHeight = 18;
 constexpr size_t kMostSeries = std::size(kSeriesColours);  // a recorded tag's values drawn
-
-const CallRecord* callOf(const FrameCalls& f, const char* method) {
-    return findCall(f.calls, method);
-}
+// A point a frame while the frames are this few; beyond, the lines alone.
+constexpr size_t kMostDots = 300;
+// A named chart's axis lists its values while they are this few.
+constexpr size_t kMostNamedTicks = 16;
 
 bool failed(const CallRecord* call) {
     return call != nullptr &&
            (!call->outcome.skipped.empty() || (call->outcome.result && *call->outcome.result != 0));
 }
 
-// What one chart draws: a line per series over the frames, and the frames to
-// mark under it.
-struct ChartData {
-    std::string title;
-    bool named = false;
-    std::vector<std::string> labels;                         // by series
-    std::vector<std::vector<std::optional<double>>> values;  // by series, by frame
-    std::vector<int64_t> marked;                             // frame numbers
-    std::function<std::string(double)> nameOf;               // an enum value's name; "" for none
+const char* severityColour(kvanalysis::Severity s) {
+    switch (s) {
+        case kvanalysis::Severity::Error:
+            return "#d62728";
+        case kvanalysis::Severity::Warning:
+            return "#ff7f0e";
+        case kvanalysis::Severity::Info:
+            break;
+    }
+    return "#1f77b4";
+}
+
+// A line's frames that fall in one pixel column: its first and last value
+// (where the steps enter and leave it), its least and greatest, and the
+// last frame with a value.
+struct Column {
+    double first = 0, last = 0, lo = 0, hi = 0;
+    int64_t frame = 0;
+    bool any = false;
+
+    void add(double v, int64_t number) {
+        if (!any) first = lo = hi = v;
+        lo = std::min(lo, v);
+        hi = std::max(hi, v);
+        last = v;
+        frame = number;
+        any = true;
+    }
 };
 
-class Timelines {
-public:
-    explicit Timelines(const std::vector<FrameCalls>& frames) : frames_(frames) {
-        if (!frames.empty()) {
-            first_ = static_cast<double>(frames.front().number);
-            last_ = std::max(first_ + 1, static_cast<double>(frames.back().number));
-        }
-    }
+// One chart as the frames go by.
+struct ChartState {
+    std::string title;
+    bool named = false;
+    bool drawable = true;       // false: a recorded tag with other values than up to 4 numbers
+    const Chart* of = nullptr;  // a getter chart's; null for a recorded tag's
+    size_t recorded = 0;        // a recorded tag's index in the frame
+    std::vector<std::string> labels;
+    std::vector<std::vector<Column>> lines;           // by series, by pixel column
+    std::vector<std::pair<int64_t, int64_t>> marked;  // runs of frames where a getter failed
+    size_t lastMarked = SIZE_MAX;                     // the frame index that ended the last run
+    std::vector<double> values;                       // a named chart's values, while few
+    double lo = 0, hi = 0;
+    bool any = false, fromBlocks = false;
+    std::function<std::string(double)> nameOf;  // an enum value's name; "" for none
+};
+
+}  // namespace
+
+struct TimelineDrawing::State {
+    double first = 0, last = 1;
+    size_t frames = 0;
+    std::vector<ChartState> charts;
+    std::vector<std::string> leftOut;
 
     double px(double frame) const {
-        return kChartLeft + (frame - first_) / (last_ - first_) * kChartWidth;
+        return kChartLeft + (frame - first) / (last - first) * kChartWidth;
+    }
+    size_t column(int64_t frame) const {
+        const double c =
+            std::round((static_cast<double>(frame) - first) / (last - first) * kChartWidth);
+        return static_cast<size_t>(std::clamp(c, 0.0, kChartWidth));
     }
 
-    void chart(const ChartData& c) {
-        const double left = kChartLeft, right = kChartLeft + kChartWidth;
-        double lo = 0, hi = 0;
-        bool any = false;
-        for (const auto& series : c.values) {
-            for (const auto& v : series) {
-                if (!v) continue;
-                lo = any ? std::min(lo, *v) : *v;
-                hi = any ? std::max(hi, *v) : *v;
-                any = true;
-            }
+    void put(ChartState& c, size_t line, int64_t number, std::optional<double> v) {
+        if (!v || !std::isfinite(*v)) return;
+        if (c.lines.size() <= line) {
+            c.lines.resize(line + 1, std::vector<Column>(static_cast<size_t>(kChartWidth) + 1));
         }
-        if (hi - lo < 1e-9) hi = lo + 1;
-        const double top = y_ + 20, bottom = top + kChartHeight;
-        const auto py = [&](double v) { return bottom - (v - lo) / (hi - lo) * kChartHeight; };
-        body_ << "<text x=\"" << fmt(kMargin) << "\" y=\"" << fmt(y_ + 12)
-              << "\" font-weight=\"bold\">" << escaped(c.title) << "</text>\n";
-        body_ << "<rect x=\"" << fmt(left) << "\" y=\"" << fmt(top) << "\" width=\""
-              << fmt(kChartWidth) << "\" height=\"" << fmt(kChartHeight)
-              << "\" fill=\"#fafafa\" stroke=\"#bbbbbb\"/>\n";
-        // The axis: the named values, or the range's ends.
-        std::vector<double> ticks;
-        if (c.named) {
-            for (const auto& series : c.values) {
-                for (const auto& v : series) {
-                    if (v && std::find(ticks.begin(), ticks.end(), *v) == ticks.end())
-                        ticks.push_back(*v);
-                }
-            }
-        } else if (any) {
-            ticks = {lo, hi};
+        c.lines[line][column(number)].add(*v, number);
+        c.lo = c.any ? std::min(c.lo, *v) : *v;
+        c.hi = c.any ? std::max(c.hi, *v) : *v;
+        c.any = true;
+        if (c.named && c.values.size() <= kMostNamedTicks &&
+            std::find(c.values.begin(), c.values.end(), *v) == c.values.end()) {
+            c.values.push_back(*v);
         }
-        for (const double t : ticks) {
-            std::string label = fmt(t);
-            if (label.size() > 2 && label.compare(label.size() - 2, 2, ".0") == 0)
-                label.resize(label.size() - 2);
-            if (c.named && c.nameOf) {
-                const std::string name = c.nameOf(t);
-                if (!name.empty()) label += " " + name;
-            }
-            body_ << "<text x=\"" << fmt(left - 6) << "\" y=\"" << fmt(py(t) + 4)
-                  << "\" text-anchor=\"end\" font-size=\"11\">" << escaped(label) << "</text>\n";
-        }
-        for (size_t s = 0; s < c.values.size(); ++s) {
-            const char* colour = kSeriesColours[s % std::size(kSeriesColours)];
-            std::string path;
-            bool open = false;
-            for (size_t i = 0; i < frames_.size(); ++i) {
-                const auto& v = c.values[s][i];
-                if (!v) {
-                    open = false;
-                    continue;
-                }
-                const double x = px(static_cast<double>(frames_[i].number)), vy = py(*v);
-                if (!open) {
-                    path += "M" + fmt(x) + " " + fmt(vy);
-                } else if (c.named) {
-                    path += "H" + fmt(x) + "V" + fmt(vy);  // a state holds until it changes
-                } else {
-                    path += "L" + fmt(x) + " " + fmt(vy);
-                }
-                open = true;
-                body_ << "<circle cx=\"" << fmt(x) << "\" cy=\"" << fmt(vy)
-                      << "\" r=\"2.5\" fill=\"" << colour << "\" data-frame=\"" << frames_[i].number
-                      << "\"/>\n";
-            }
-            if (!path.empty()) {
-                body_ << "<path d=\"" << path << "\" fill=\"none\" stroke=\"" << colour
-                      << "\" stroke-width=\"1.5\"/>\n";
-            }
-            if (c.values.size() > 1) {
-                body_ << "<text x=\"" << fmt(right + 8) << "\" y=\""
-                      << fmt(top + 14 + 16.0 * static_cast<double>(s)) << "\" fill=\"" << colour
-                      << "\">" << escaped(c.labels[s]) << "</text>\n";
-            }
-        }
-        // Frames where a getter of the chart failed: a red mark under the chart.
-        for (const int64_t number : c.marked) {
-            const double x = px(static_cast<double>(number));
-            body_ << "<path d=\"M" << fmt(x) << " " << fmt(bottom + 3) << "v8\" stroke=\"#d62728\" "
-                  << "stroke-width=\"2\" data-frame=\"" << number << "\"/>\n";
-        }
-        // The frame numbers at the ends.
-        body_ << "<text x=\"" << fmt(left) << "\" y=\"" << fmt(bottom + 24)
-              << "\" font-size=\"11\">frame " << frames_.front().number << "</text>\n<text x=\""
-              << fmt(right) << "\" y=\"" << fmt(bottom + 24)
-              << "\" font-size=\"11\" text-anchor=\"end\">frame " << frames_.back().number
-              << "</text>\n";
-        y_ = bottom + kChartGap - 20;
-        ++drawn_;
     }
 
-    void line(const std::string& text, const char* colour = "#333333") {
-        body_ << "<text x=\"" << fmt(kMargin) << "\" y=\"" << fmt(y_ + 16) << "\" fill=\"" << colour
-              << "\">" << escaped(text) << "</text>\n";
-        y_ += 24;
+    // A failed frame joins the run before it when it follows that run's
+    // last frame, or falls on the same pixel: the marks stay exact to the
+    // pixel however many frames fail.
+    void mark(ChartState& c, int64_t number) {
+        if (!c.marked.empty() &&
+            (c.lastMarked + 1 == frames ||
+             px(static_cast<double>(number)) - px(static_cast<double>(c.marked.back().second)) <
+                 1)) {
+            c.marked.back().second = number;
+        } else {
+            c.marked.push_back({number, number});
+        }
+        c.lastMarked = frames;
     }
+
+    void start(const FrameCalls& f) {
+        const size_t recorded = std::min(f.recorded.size(), kShownRecordedTags);
+        for (size_t k = 0; k < recorded; ++k) {
+            ChartState c;
+            c.title = f.recorded[k].tag;
+            c.recorded = k;
+            const kvhost::TagInfo* info = kvhost::findTag(c.title.c_str());
+            c.named = info != nullptr && !info->enums.empty();
+            if (c.named) {
+                c.nameOf = [info](double v) {
+                    const char* name = kvhost::enumName(*info, static_cast<int32_t>(v));
+                    return std::string(name ? name : "");
+                };
+            }
+            charts.push_back(std::move(c));
+        }
+        for (const Chart& chart : kCharts) {
+            const CallRecord* call = findCall(f.calls, chart.series.front().method);
+            if (call == nullptr) continue;
+            ChartState c;
+            c.title = chart.title;
+            c.named = chart.named;
+            c.of = &chart;
+            const Getter* g = call->getter;
+            c.nameOf = [g](double v) {
+                const char* name = valueName(*g, Json(static_cast<int64_t>(v)));
+                return std::string(name ? name : "");
+            };
+            for (const Series& series : chart.series) c.labels.push_back(series.label);
+            charts.push_back(std::move(c));
+        }
+    }
+
+    void addGetters(ChartState& c, const FrameCalls& f) {
+        bool anyFailed = false;
+        for (size_t s = 0; s < c.of->series.size(); ++s) {
+            const Series& series = c.of->series[s];
+            const CallRecord* call = findCall(f.calls, series.method);
+            if (failed(call)) anyFailed = true;
+            if (call != nullptr && !failed(call))
+                put(c, s, f.number, series.of(call->outcome.output));
+            const size_t k = call ? static_cast<size_t>(call - f.calls.data()) : f.calls.size();
+            c.fromBlocks = c.fromBlocks || (k < f.fromBlocks.size() && !f.fromBlocks[k].empty());
+        }
+        if (anyFailed) mark(c, f.number);
+    }
+
+    void addRecorded(ChartState& c, const FrameCalls& f) {
+        if (!c.drawable || c.recorded >= f.recorded.size()) return;
+        const Json& v = f.recorded[c.recorded].values;
+        if (v.is_null()) return;
+        if (v.empty() || v.size() > kMostSeries ||
+            !std::all_of(v.begin(), v.end(), [](const Json& e) { return e.is_number(); })) {
+            c.drawable = false;
+            c.lines.clear();
+            return;
+        }
+        for (size_t s = 0; s < v.size(); ++s) put(c, s, f.number, v[s].get<double>());
+    }
+};
+
+TimelineDrawing::TimelineDrawing(int64_t firstFrame, int64_t lastFrame)
+    : state_(std::make_unique<State>()) {
+    state_->first = static_cast<double>(firstFrame);
+    state_->last = std::max(state_->first + 1, static_cast<double>(lastFrame));
+}
+
+TimelineDrawing::~TimelineDrawing() = default;
+
+void TimelineDrawing::add(const FrameCalls& f) {
+    State& st = *state_;
+    if (st.frames == 0) st.start(f);
+    for (ChartState& c : st.charts) {
+        if (c.of != nullptr) {
+            st.addGetters(c, f);
+        } else {
+            st.addRecorded(c, f);
+        }
+    }
+    ++st.frames;
+}
+
+void TimelineDrawing::leaveOut(const std::string& method) {
+    state_->leftOut.push_back(method);
+}
+
+namespace {
+
+// Frame numbers along a chart's axis: round numbers, up to about six.
+std::vector<int64_t> frameTicks(int64_t first, int64_t last) {
+    const double span = static_cast<double>(std::max<int64_t>(1, last - first));
+    double step = std::pow(10.0, std::floor(std::log10(span / 5)));
+    for (const double m : {2.0, 5.0, 10.0}) {
+        if (span / step <= 6) break;
+        step = std::pow(10.0, std::floor(std::log10(span / 5))) * m;
+    }
+    const int64_t k = std::max<int64_t>(1, static_cast<int64_t>(step));
+    std::vector<int64_t> ticks;
+    for (int64_t t = (first / k + 1) * k; t < last; t += k) ticks.push_back(t);
+    return ticks;
+}
+
+std::string tickLabel(double t, const ChartState& c) {
+    std::string label = fmt(t);
+    if (label.size() > 2 && label.compare(label.size() - 2, 2, ".0") == 0)
+        label.resize(label.size() - 2);
+    if (c.named && c.nameOf) {
+        const std::string name = c.nameOf(t);
+        if (!name.empty()) label += " " + name;
+    }
+    return label;
+}
+
+}  // namespace
+
+std::string TimelineDrawing::draw(const std::string& title,
+                                  const std::vector<kvanalysis::Finding>& findings) const {
+    const State& st = *state_;
+    std::ostringstream body;
+    double y = 44;
+    const auto line = [&](const std::string& text, const char* colour = "#333333") {
+        body << "<text x=\"" << fmt(kMargin) << "\" y=\"" << fmt(y + 16) << "\" fill=\"" << colour
+             << "\">" << escaped(text) << "</text>\n";
+        y += 24;
+    };
+    // A finding's frames in picture coordinates, at least 3 wide.
+    const auto span = [&](const kvanalysis::Finding& f) {
+        const double a = st.px(static_cast<double>(f.firstNumber));
+        const double b = st.px(static_cast<double>(f.lastNumber));
+        const double width = std::max(3.0, b - a);
+        return std::pair{std::min(a, kChartLeft + kChartWidth - width), width};
+    };
 
     // The findings' lanes, one a check in the order of their first finding,
     // each finding a band from its first frame to its last that selects its
-    // first frame; then the frames' range over the charts below, drawn over
-    // them (overlay()) once their height is known.
-    void findings(const std::vector<kvanalysis::Finding>& findings) {
-        if (findings.empty() || frames_.empty()) return;
+    // first frame.
+    const bool withFindings = !findings.empty() && st.frames > 0;
+    if (withFindings) {
         std::vector<std::string> lanes;
         for (const kvanalysis::Finding& f : findings) {
             if (std::find(lanes.begin(), lanes.end(), f.check) == lanes.end())
                 lanes.push_back(f.check);
         }
-        body_ << "<text x=\"" << fmt(kMargin) << "\" y=\"" << fmt(y_ + 12)
-              << "\" font-weight=\"bold\">findings of the session checks</text>\n";
-        const double top = y_ + 20;
+        body << "<text x=\"" << fmt(kMargin) << "\" y=\"" << fmt(y + 12)
+             << "\" font-weight=\"bold\">findings of the session checks</text>\n";
+        const double top = y + 20;
         for (size_t k = 0; k < lanes.size(); ++k) {
-            const double y = top + kLaneHeight * static_cast<double>(k);
-            body_ << "<text x=\"" << fmt(kChartLeft - 6) << "\" y=\"" << fmt(y + 13)
-                  << "\" text-anchor=\"end\" font-size=\"11\">" << escaped(lanes[k]) << "</text>\n"
-                  << "<rect x=\"" << fmt(kChartLeft) << "\" y=\"" << fmt(y) << "\" width=\""
-                  << fmt(kChartWidth) << "\" height=\"" << fmt(kLaneHeight - 2)
-                  << "\" fill=\"#fafafa\" stroke=\"#dddddd\"/>\n";
+            const double ly = top + kLaneHeight * static_cast<double>(k);
+            body << "<text x=\"" << fmt(kChartLeft - 6) << "\" y=\"" << fmt(ly + 13)
+                 << "\" text-anchor=\"end\" font-size=\"11\">" << escaped(lanes[k]) << "</text>\n"
+                 << "<rect x=\"" << fmt(kChartLeft) << "\" y=\"" << fmt(ly) << "\" width=\""
+                 << fmt(kChartWidth) << "\" height=\"" << fmt(kLaneHeight - 2)
+                 << "\" fill=\"#fafafa\" stroke=\"#dddddd\"/>\n";
         }
         for (size_t n = 0; n < findings.size(); ++n) {
             const kvanalysis::Finding& f = findings[n];
             const size_t lane =
                 static_cast<size_t>(std::find(lanes.begin(), lanes.end(), f.check) - lanes.begin());
             const auto [x, width] = span(f);
-            body_ << "<rect x=\"" << fmt(x) << "\" y=\""
-                  << fmt(top + kLaneHeight * static_cast<double>(lane) + 1) << "\" width=\""
-                  << fmt(width) << "\" height=\"" << fmt(kLaneHeight - 4) << "\" fill=\""
-                  << severityColour(f.severity) << "\" fill-opacity=\"0.7\" data-frame=\""
-                  << f.firstNumber << "\" data-finding=\"" << n << "\"><title>"
-                  << escaped(f.check + ", frames " + std::to_string(f.firstNumber) + ".." +
-                             std::to_string(f.lastNumber) + ": " + f.message)
-                  << "</title></rect>\n";
+            body << "<rect x=\"" << fmt(x) << "\" y=\""
+                 << fmt(top + kLaneHeight * static_cast<double>(lane) + 1) << "\" width=\""
+                 << fmt(width) << "\" height=\"" << fmt(kLaneHeight - 4) << "\" fill=\""
+                 << severityColour(f.severity) << "\" fill-opacity=\"0.7\" data-frame=\""
+                 << f.firstNumber << "\" data-finding=\"" << n << "\"><title>"
+                 << escaped(f.check + ", frames " + std::to_string(f.firstNumber) + ".." +
+                            std::to_string(f.lastNumber) + ": " + f.message)
+                 << "</title></rect>\n";
         }
-        y_ = top + kLaneHeight * static_cast<double>(lanes.size()) + 16;
-        chartsTop_ = y_;
-        findings_ = &findings;
+        y = top + kLaneHeight * static_cast<double>(lanes.size()) + 16;
     }
-
-    // The findings' frames across the charts, faint, under the pointer's reach.
-    std::string overlay() const {
-        std::ostringstream out;
-        if (findings_ == nullptr || drawn_ == 0) return out.str();
-        for (const kvanalysis::Finding& f : *findings_) {
-            const auto [x, width] = span(f);
-            out << "<rect x=\"" << fmt(x) << "\" y=\"" << fmt(chartsTop_) << "\" width=\""
-                << fmt(width) << "\" height=\"" << fmt(y_ - chartsTop_) << "\" fill=\""
-                << severityColour(f.severity)
-                << "\" fill-opacity=\"0.08\" pointer-events=\"none\"/>\n";
+    const double chartsTop = y;
+    const int64_t firstFrame = static_cast<int64_t>(st.first);
+    const int64_t lastFrame = static_cast<int64_t>(st.last);
+    size_t drawn = 0;
+    for (const ChartState& c : st.charts) {
+        if (c.of != nullptr) {
+            const char* method = c.of->series.front().method;
+            if (std::find(st.leftOut.begin(), st.leftOut.end(), method) != st.leftOut.end())
+                continue;
+        } else if (!c.drawable || !c.any) {
+            line(c.title + ": not drawn (no value, or not up to " + std::to_string(kMostSeries) +
+                 " numbers a frame); the table and --csv show it");
+            continue;
         }
-        return out.str();
-    }
-
-    size_t drawn() const { return drawn_; }
-    double y() const { return y_; }
-    std::string body() const { return body_.str(); }
-
-private:
-    static constexpr double kLaneHeight = 18;
-
-    static const char* severityColour(kvanalysis::Severity s) {
-        switch (s) {
-            case kvanalysis::Severity::Error:
-                return "#d62728";
-            case kvanalysis::Severity::Warning:
-                return "#ff7f0e";
-            case kvanalysis::Severity::Info:
-                break;
+        const double left = kChartLeft, right = kChartLeft + kChartWidth;
+        const double lo = c.lo, hi = c.hi - c.lo < 1e-9 ? c.lo + 1 : c.hi;
+        const double top = y + 20, bottom = top + kChartHeight;
+        const auto py = [&](double v) { return bottom - (v - lo) / (hi - lo) * kChartHeight; };
+        const std::string chartTitle =
+            c.title + (c.fromBlocks ? " (reads tags of the dump's blocks, not recorded)" : "");
+        body << "<text x=\"" << fmt(kMargin) << "\" y=\"" << fmt(y + 12)
+             << "\" font-weight=\"bold\">" << escaped(chartTitle) << "</text>\n";
+        body << "<rect x=\"" << fmt(left) << "\" y=\"" << fmt(top) << "\" width=\""
+             << fmt(kChartWidth) << "\" height=\"" << fmt(kChartHeight)
+             << "\" fill=\"#fafafa\" stroke=\"#bbbbbb\"/>\n";
+        // The value axis: the named values while they are few, or the range's ends.
+        std::vector<double> ticks;
+        if (c.named && c.values.size() <= kMostNamedTicks) {
+            ticks = c.values;
+        } else if (c.any) {
+            ticks = {lo, c.hi};
         }
-        return "#1f77b4";
-    }
-
-    // A finding's frames in picture coordinates, at least 3 wide.
-    std::pair<double, double> span(const kvanalysis::Finding& f) const {
-        const double a = px(static_cast<double>(f.firstNumber));
-        const double b = px(static_cast<double>(f.lastNumber));
-        const double width = std::max(3.0, b - a);
-        return {std::min(a, kChartLeft + kChartWidth - width), width};
-    }
-
-    const std::vector<FrameCalls>& frames_;
-    const std::vector<kvanalysis::Finding>* findings_ = nullptr;
-    double chartsTop_ = 0;
-    std::ostringstream body_;
-    double y_ = 44;
-    double first_ = 0, last_ = 1;
-    size_t drawn_ = 0;
-};
-
-// A getter chart's values and marks; empty when the frames did not run it.
-std::optional<ChartData> getterChart(const Chart& chart, const std::vector<FrameCalls>& frames) {
-    if (frames.empty()) return std::nullopt;
-    const CallRecord* first = callOf(frames.front(), chart.series.front().method);
-    if (first == nullptr) return std::nullopt;
-    ChartData c;
-    c.title = chart.title;
-    c.named = chart.named;
-    const Getter* g = first->getter;
-    c.nameOf = [g](double v) {
-        const char* name = valueName(*g, Json(static_cast<int64_t>(v)));
-        return std::string(name ? name : "");
-    };
-    bool fromBlocks = false;
-    for (const Series& s : chart.series) {
-        c.labels.push_back(s.label);
-        c.values.emplace_back();
-        for (const FrameCalls& f : frames) {
-            const CallRecord* call = callOf(f, s.method);
-            std::optional<double> v;
-            if (call != nullptr && !failed(call)) v = s.of(call->outcome.output);
-            if (v && !std::isfinite(*v)) v.reset();
-            c.values.back().push_back(v);
-            const size_t k = call ? static_cast<size_t>(call - f.calls.data()) : f.calls.size();
-            fromBlocks = fromBlocks || (k < f.fromBlocks.size() && !f.fromBlocks[k].empty());
+        for (const double t : ticks) {
+            body << "<text x=\"" << fmt(left - 6) << "\" y=\"" << fmt(py(t) + 4)
+                 << "\" text-anchor=\"end\" font-size=\"11\">" << escaped(tickLabel(t, c))
+                 << "</text>\n";
         }
-    }
-    for (const FrameCalls& f : frames) {
-        for (const Series& s : chart.series) {
-            if (!failed(callOf(f, s.method))) continue;
-            c.marked.push_back(f.number);
-            break;
-        }
-    }
-    if (fromBlocks) c.title += " (reads tags of the dump's blocks, not recorded)";
-    return c;
-}
-
-// A recorded tag's chart: a series per value (up to kMostSeries numbers a
-// frame), its enum values as named steps; none for other values.
-std::optional<ChartData> recordedChart(size_t k, const std::vector<FrameCalls>& frames) {
-    ChartData c;
-    c.title = frames.front().recorded[k].tag;
-    const kvhost::TagInfo* info = kvhost::findTag(c.title.c_str());
-    c.named = info != nullptr && !info->enums.empty();
-    if (c.named) {
-        c.nameOf = [info](double v) {
-            const char* name = kvhost::enumName(*info, static_cast<int32_t>(v));
-            return std::string(name ? name : "");
-        };
-    }
-    size_t width = 0;
-    for (const FrameCalls& f : frames) {
-        const Json& v = f.recorded[k].values;
-        if (v.is_null()) continue;
-        if (v.empty() || v.size() > kMostSeries ||
-            !std::all_of(v.begin(), v.end(), [](const Json& e) { return e.is_number(); })) {
-            return std::nullopt;
-        }
-        width = std::max(width, v.size());
-    }
-    if (width == 0) return std::nullopt;
-    c.values.assign(width, {});
-    for (size_t s = 0; s < width; ++s) {
-        c.labels.push_back("[" + std::to_string(s) + "]");
-        for (const FrameCalls& f : frames) {
-            const Json& v = f.recorded[k].values;
-            std::optional<double> value;
-            if (s < v.size()) value = v[s].get<double>();
-            if (value && !std::isfinite(*value)) value.reset();
-            c.values[s].push_back(value);
-        }
-    }
-    return c;
-}
-
-}  // namespace
-
-std::string drawTimelines(const std::vector<FrameCalls>& frames, const std::string& title,
-                          const std::vector<kvanalysis::Finding>& findings) {
-    Timelines t(frames);
-    t.findings(findings);
-    if (!frames.empty()) {
-        const size_t recorded = std::min(frames.front().recorded.size(), kShownRecordedTags);
-        for (size_t k = 0; k < recorded; ++k) {
-            if (const auto c = recordedChart(k, frames)) {
-                t.chart(*c);
-            } else {
-                t.line(frames.front().recorded[k].tag + ": not drawn (no value, or not up to " +
-                       std::to_string(kMostSeries) +
-                       " numbers a frame); the table and --csv show it");
+        // Each line as steps: a value holds until the next frame that has
+        // one; a pixel column of many frames is a stroke from their least
+        // to their greatest value.
+        for (size_t s = 0; s < c.lines.size(); ++s) {
+            const char* colour = kSeriesColours[s % std::size(kSeriesColours)];
+            std::string path;
+            std::string dots;
+            bool open = false;
+            double at = 0;  // the path's height so far
+            const auto to = [&](double v) {
+                if (py(v) != at) path += "V" + fmt(py(v));
+                at = py(v);
+            };
+            for (size_t k = 0; k < c.lines[s].size(); ++k) {
+                const Column& col = c.lines[s][k];
+                if (!col.any) continue;
+                const double x = left + static_cast<double>(k);
+                if (!open) {
+                    path += "M" + fmt(x) + " " + fmt(py(col.first));
+                    at = py(col.first);
+                    open = true;
+                } else {
+                    path += "H" + fmt(x);
+                    to(col.first);
+                }
+                if (col.lo != col.hi) {
+                    to(col.lo);
+                    to(col.hi);
+                }
+                to(col.last);
+                if (st.frames <= kMostDots) {
+                    dots += "<circle cx=\"" + fmt(x) + "\" cy=\"" + fmt(py(col.last)) +
+                            "\" r=\"2.5\" fill=\"" + colour + "\" data-frame=\"" +
+                            std::to_string(col.frame) + "\"/>\n";
+                }
+            }
+            if (!path.empty()) {
+                body << "<path d=\"" << path << "\" fill=\"none\" stroke=\"" << colour
+                     << "\" stroke-width=\"1.5\"/>\n"
+                     << dots;
+            }
+            if (c.lines.size() > 1) {
+                const std::string label =
+                    s < c.labels.size() ? c.labels[s] : "[" + std::to_string(s) + "]";
+                body << "<text x=\"" << fmt(right + 8) << "\" y=\""
+                     << fmt(top + 14 + 16.0 * static_cast<double>(s)) << "\" fill=\"" << colour
+                     << "\">" << escaped(label) << "</text>\n";
             }
         }
+        // Frames where a getter of the chart failed: red under the chart, a
+        // run of frames one band.
+        for (const auto& [a, b] : c.marked) {
+            const double x = st.px(static_cast<double>(a));
+            const double width = std::max(2.0, st.px(static_cast<double>(b)) - x);
+            body << "<rect x=\"" << fmt(x - 1) << "\" y=\"" << fmt(bottom + 3) << "\" width=\""
+                 << fmt(width) << "\" height=\"8\" fill=\"#d62728\" data-frame=\"" << a << "\"/>\n";
+        }
+        // The frame axis: the ends, and round numbers between them.
+        body << "<text x=\"" << fmt(left) << "\" y=\"" << fmt(bottom + 24)
+             << "\" font-size=\"11\">frame " << firstFrame << "</text>\n<text x=\"" << fmt(right)
+             << "\" y=\"" << fmt(bottom + 24) << "\" font-size=\"11\" text-anchor=\"end\">frame "
+             << lastFrame << "</text>\n";
+        for (const int64_t t : frameTicks(firstFrame, lastFrame)) {
+            const double x = st.px(static_cast<double>(t));
+            if (x - left < 60 || right - x < 60) continue;  // clear of the ends' labels
+            body << "<path d=\"M" << fmt(x) << " " << fmt(bottom) << "v4\" stroke=\"#999999\"/>"
+                 << "<text x=\"" << fmt(x) << "\" y=\"" << fmt(bottom + 24)
+                 << "\" font-size=\"11\" text-anchor=\"middle\">" << t << "</text>\n";
+        }
+        y = bottom + kChartGap - 20;
+        ++drawn;
     }
-    for (const Chart& chart : kCharts) {
-        if (const auto c = getterChart(chart, frames)) t.chart(*c);
-    }
-    if (t.drawn() == 0) {
-        t.line(
+    if (drawn == 0) {
+        line(
             "no chart: no recorded tag, and none of the getters run has a timeline (zoom, "
             "crop, final crop, AF, sensitivity, exposure)");
     }
-    const std::string overlay = t.overlay();
-    t.line("red marks: frames where the getter failed (result not 0, or not called)", "#d62728");
+    // The findings' frames across the charts, faint, under the pointer's reach.
+    if (withFindings && drawn > 0) {
+        for (const kvanalysis::Finding& f : findings) {
+            const auto [x, width] = span(f);
+            body << "<rect x=\"" << fmt(x) << "\" y=\"" << fmt(chartsTop) << "\" width=\""
+                 << fmt(width) << "\" height=\"" << fmt(y - chartsTop) << "\" fill=\""
+                 << severityColour(f.severity)
+                 << "\" fill-opacity=\"0.08\" pointer-events=\"none\"/>\n";
+        }
+    }
+    line("red marks: frames where the getter failed (result not 0, or not called)", "#d62728");
     if (!findings.empty()) {
-        t.line(
+        line(
             "bands: the frames of each finding of the session checks (red error, orange "
             "warning, blue info)");
     }
-    const double width = kChartLeft + kChartWidth + 120, height = t.y() + 16;
-    return document(width, height, title + " (" + std::to_string(frames.size()) + " frames)",
-                    t.body() + overlay);
+    const double width = kChartLeft + kChartWidth + 120, height = y + 16;
+    return document(width, height, title + " (" + std::to_string(st.frames) + " frames)",
+                    body.str());
+}
+
+std::string drawTimelines(const std::vector<FrameCalls>& frames, const std::string& title,
+                          const std::vector<kvanalysis::Finding>& findings) {
+    TimelineDrawing drawing(frames.empty() ? 0 : frames.front().number,
+                            frames.empty() ? 1 : frames.back().number);
+    for (const FrameCalls& f : frames) drawing.add(f);
+    return drawing.draw(title, findings);
 }
 
 }  // namespace inspect

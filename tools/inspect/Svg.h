@@ -4,6 +4,8 @@
 // into it.
 #pragma once
 
+#include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -27,5 +29,30 @@ std::vector<const Getter*> geometryGetters();
 // and lightly across them.
 std::string drawTimelines(const std::vector<FrameCalls>& frames, const std::string& title,
                           const std::vector<kvanalysis::Finding>& findings = {});
+
+// The same drawn as the frames go by, in order: each chart keeps, per pixel
+// column, the first, last, least and greatest value of the frames that fall
+// in it, and the runs of frames where a getter failed, so that a session of
+// any length costs what the picture's width does. Values hold until the
+// next frame with one: the lines are steps.
+class TimelineDrawing {
+public:
+    // The session's first and last frame numbers: the charts' frame axis.
+    TimelineDrawing(int64_t firstFrame, int64_t lastFrame);
+    ~TimelineDrawing();
+    TimelineDrawing(const TimelineDrawing&) = delete;
+    TimelineDrawing& operator=(const TimelineDrawing&) = delete;
+
+    // The charts are those of the first frame's recorded tags and getters.
+    void add(const FrameCalls& frame);
+    // A getter whose chart is not drawn after all (its tags were in no frame).
+    void leaveOut(const std::string& method);
+    std::string draw(const std::string& title,
+                     const std::vector<kvanalysis::Finding>& findings = {}) const;
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
 
 }  // namespace inspect

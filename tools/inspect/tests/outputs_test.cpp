@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <set>
@@ -80,17 +81,20 @@ Ran runTool(const std::vector<std::string>& args, const std::string& scratch) {
     return ran;
 }
 
-// The drawing's line of what is absent, its wrapped parts joined.
-std::string absentText(const std::string& svg) {
+// The drawing's notice that starts with `lead`, its wrapped lines joined:
+// "not in this capture: " (what is absent), then "succeeded with nothing
+// usable: " (calls whose success is empty), to the end; "" for none.
+std::string noticeText(const std::string& svg, const std::string& lead) {
     std::string text;
     bool inTag = false;
-    for (size_t i = svg.find("not in this capture: "); i < svg.size(); ++i) {
+    for (size_t i = svg.find(lead); i < svg.size(); ++i) {
         if (svg[i] == '<' || svg[i] == '>') {
             inTag = svg[i] == '<';
         } else if (!inTag) {
             text += svg[i] == '\n' ? ' ' : svg[i];
         }
     }
+    text = text.substr(0, text.find("succeeded with nothing usable: ", 1));
     return text.substr(0, text.find_last_not_of(' ') + 1);
 }
 
@@ -219,7 +223,7 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
             EXPECT_EQ(drawing.rfind("<svg xmlns=", 0), 0u);
             EXPECT_FALSE(hasNoNumber(drawing));
             EXPECT_EQ(drawing.substr(drawing.size() - 7), "</svg>\n");
-            EXPECT_EQ(absentText(drawing), c.absent);
+            EXPECT_EQ(noticeText(drawing, "not in this capture: "), c.absent);
         }
         if (written.count("report.html")) {
             const std::string page = readText(html);
@@ -433,6 +437,48 @@ struct CheckRun {
     std::string out;  // in standard output; "" for none
     std::string err;  // standard error, whole
 };
+
+// A success that hands back nothing usable says so, with the tags that made
+// it so, in the text report, the JSON report and the drawing alike; a usable
+// output says nothing.
+TEST(EmptySuccess, IsFlaggedWithItsCauseInEveryReport) {
+    char pattern[] = "/tmp/inspect-empty-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    const std::string scratch = pattern, svg = scratch + "/g.svg";
+    const struct {
+        const char* file;
+        std::string empty;  // GetFinalCropRegion's; "" for a usable crop
+    } cases[] = {
+        // The crop table holds no entry for the SAT camera.
+        {"samples/dumpsys-camera.txt",
+         "crop 0x0: com.kovani.camera.sensorpolicy.cropregions has no entry for SAT camera 0"},
+        // No crop table at all in the frame.
+        {"samples/session-android13.txt",
+         "crop 0x0: com.kovani.camera.sensorpolicy.cropregions: not in the frame"},
+        {"samples/main-faces.json", ""},
+        {"samples/tele-shift.json", ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.file);
+        const Ran text =
+            runTool({c.file, "--getters", "GetFinalCropRegion", "--svg", svg}, scratch);
+        ASSERT_EQ(text.status, 0) << text.err;
+        const std::string line = text.out.substr(text.out.find("  GetFinalCropRegion"));
+        EXPECT_EQ(
+            line.substr(0, line.find('\n')).find("(empty: " + c.empty + ")") != std::string::npos,
+            !c.empty.empty())
+            << line;
+        EXPECT_EQ(
+            noticeText(readText(svg), "succeeded with nothing usable: "),
+            c.empty.empty() ? "" : "succeeded with nothing usable: GetFinalCropRegion: " + c.empty);
+        const Ran json = runTool({c.file, "--getters", "GetFinalCropRegion", "--json"}, scratch);
+        ASSERT_EQ(json.status, 0) << json.err;
+        const Json call = Json::parse(json.out)["calls"][0];
+        EXPECT_EQ(call.value("empty", ""), c.empty);
+        EXPECT_EQ(call["result"], 0);
+    }
+    std::filesystem::remove_all(scratch);
+}
 
 TEST(SessionChecks, ExitStatusAndReport) {
     char pattern[] = "/tmp/inspect-checks-XXXXXX";

@@ -786,7 +786,6 @@ bool Sequence::changed(size_t i, uint32_t id) const {
 std::vector<TagChange> Sequence::changes(uint32_t id) const {
     std::vector<TagChange> out;
     if (!data_) return out;
-    out.reserve(frameCount());
     for (size_t p = 0; p < data_->parts.size(); ++p) {
         const loader::SequencePart& part = data_->parts[p];
         const size_t base = data_->firstFrame[p];

@@ -30,5 +30,6 @@ void RegisterGeometryBenchmarks();
 void RegisterHostBenchmarks();
 void RegisterCaptureBenchmarks();
 void RegisterSequenceBenchmarks();
+void RegisterBugReportBenchmarks();
 
 }  // namespace kvbench

@@ -48,8 +48,8 @@ build build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMETAUTILS_BUILD_BENCH=ON
 ctest --test-dir build --output-on-failure -j2 | tee build/ctest-summary.log
 # Every benchmark once, for a moment: it fails on a getter that stops giving
 # the scene's values. Measuring is scripts/bench.sh's.
-# The program's outputs on a session of real size: at a few thousand events here.
-KVBENCH_REAL_EVENTS=3000 build/bench/metautils_bench --benchmark_min_time=0.001 >/dev/null
+# The program's outputs on a session and a bug report of real size: smaller here.
+KVBENCH_REAL_EVENTS=3000 KVBENCH_BUGREPORT_MB=4 build/bench/metautils_bench --benchmark_min_time=0.001 >/dev/null
 # The reference of include/MetaUtils.h: a public member without a comment
 # fails here.
 cmake --build build --target docs

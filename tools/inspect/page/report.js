@@ -391,7 +391,9 @@
     strip.classList.add("strip");
     const svg = document.createElementNS(SVG, "svg");
     svg.classList.add("charts");
-    root.append(bar, strip, svg);
+    const box = el("div", "box");
+    box.append(svg);
+    root.append(bar, strip, box);
     let width = 0;
     let cw = 1;
     const x = (i) => LEFT + (i - view.lo) / (view.hi - view.lo) * cw;
@@ -474,7 +476,7 @@
     };
 
     const draw = () => {
-      width = root.clientWidth;
+      width = box.clientWidth;
       cw = Math.max(100, width - LEFT - RIGHT);
       const span = view.hi - view.lo;
       root.dataset.view = Math.round(view.lo) + "," + Math.round(view.hi);
@@ -597,8 +599,8 @@
     whole.addEventListener("click", () => show(0, frameCount));
     svg.addEventListener("wheel", (e) => {
       e.preventDefault();
-      const box = svg.getBoundingClientRect();
-      const at = Math.max(view.lo, Math.min(view.hi, frameAt(e.clientX - box.left)));
+      const bounds = svg.getBoundingClientRect();
+      const at = Math.max(view.lo, Math.min(view.hi, frameAt(e.clientX - bounds.left)));
       const factor = Math.exp(e.deltaY * (e.deltaMode === 1 ? 40 : 1) * 0.002);
       const span = Math.max(MIN_SPAN, Math.min(frameCount, (view.hi - view.lo) * factor));
       const lo = at - (at - view.lo) / (view.hi - view.lo) * span;
@@ -632,8 +634,7 @@
         if (byNumber.has(f.frames[0])) select(byNumber.get(f.frames[0]), true);
         return;
       }
-      const box = svg.getBoundingClientRect();
-      const px = e.clientX - box.left;
+      const px = e.clientX - svg.getBoundingClientRect().left;
       if (px >= LEFT && px < LEFT + cw) select(Math.floor(frameAt(px)), true);
     });
     // Along the strip, a drag chooses the frames to show; a click centres them.

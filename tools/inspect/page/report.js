@@ -690,10 +690,10 @@
     });
     window.addEventListener("hashchange", () => select(fromAddress(), false));
   }
-  select(data.session ? fromAddress() : 0, false);
+  if (frameCount > 0) select(data.session ? fromAddress() : 0, false);
   performance.mark("frame-shown");
   // The timelines come after the first frame is shown.
-  if (data.session) {
+  if (data.session && frameCount > 0) {
     setTimeout(() => {
       timelines = Timelines();
       timelines.follow(current);

@@ -89,6 +89,46 @@
   const geometries = [];
   const geometry = (i) => geometries[i] || (geometries[i] = svgNode(data.geometries.values[i]));
 
+  // The geometry picture is two panels side by side (the sensor's on the
+  // left of x = 620, the input image's on the right), 1,240 units wide with
+  // 13-unit text. Where the page is too narrow to show it whole with its text
+  // at 11 px, the panels are shown one above the other, and the lines that
+  // span both (the description, what the capture lacks) as text beside them.
+  const PICTURE_WIDTH = 1240;
+  const SMALLEST_TEXT = 11 / 13;
+  let shownPicture = null;
+  const showGeometry = (picture) => {
+    shownPicture = picture;
+    const place = $("geometry");
+    if (place.clientWidth >= PICTURE_WIDTH * SMALLEST_TEXT) {
+      place.classList.remove("split");
+      place.replaceChildren(picture);
+      return;
+    }
+    place.classList.add("split");
+    const height = picture.viewBox.baseVal.height;
+    const above = el("div", "wide");
+    const below = el("div", "wide");
+    const halves = [0, PICTURE_WIDTH / 2].map((left) => {
+      const half = picture.cloneNode(true);
+      half.setAttribute("viewBox", left + " 0 " + PICTURE_WIDTH / 2 + " " + height);
+      half.setAttribute("width", PICTURE_WIDTH / 2);
+      for (const t of Array.from(half.querySelectorAll("text"))) {
+        // A line of the whole picture's width, as Svg.cpp wraps them (7 units a character).
+        if (Number(t.getAttribute("x")) !== 30 || t.textContent.length * 7 <= PICTURE_WIDTH / 2 - 60) continue;
+        if (left === 0) {
+          const line = el("div", "", t.textContent);
+          line.style.color = t.getAttribute("fill") || "";
+          (Number(t.getAttribute("y")) < 80 ? above : below).append(line);
+        }
+        t.remove();
+      }
+      return half;
+    });
+    place.replaceChildren(above, halves[0], halves[1], below);
+  };
+  window.addEventListener("resize", () => { if (shownPicture) showGeometry(shownPicture); });
+
   const rows = data.getters.map((g) => {
     const tr = el("tr");
     tr.dataset.method = g.method;
@@ -251,7 +291,7 @@
     callColumns.forEach((c, k) => showCall(rows[k], data.getters[k].values[valueAt(c, i)]));
     recordedColumns.forEach((c, k) => showRecorded(recordedRows[k], data.recorded[k].values[valueAt(c, i)],
                                                    wasLogged(k, i)));
-    $("geometry").replaceChildren(geometry(valueAt(geometryColumn, i)));
+    showGeometry(geometry(valueAt(geometryColumn, i)));
     if (data.session) {
       $("calls").dataset.frame = String(numbers[i]);
       $("frame-slider").value = String(i);

@@ -217,6 +217,11 @@ def check_each_width(driver, url, session):
                 "return ['#geometry', '#timelines'].map(s => "
                 "document.querySelector(s).getBoundingClientRect().width);")
             assert abs(boxes[0] - boxes[1]) < 1, (width, boxes)
+        # Nothing to scroll sideways: the page and the picture fit the window.
+        overflow = driver.execute_script(
+            "const g = document.getElementById('geometry'), d = document.documentElement;"
+            "return [g.scrollWidth - g.clientWidth, d.scrollWidth - d.clientWidth];")
+        assert max(overflow) <= 1, (width, overflow)
         split = driver.execute_script(SPLIT_WORDS)
         assert not split, (width, split[:5])
 

@@ -235,6 +235,13 @@
   // A frame number's first frame.
   const byNumber = new Map();
   numbers.forEach((n, i) => { if (!byNumber.has(n)) byNumber.set(n, i); });
+  // Whether the frame numbers rise from frame to frame; the first frame
+  // numbered n or more, where they do.
+  const rising = numbers.every((n, i) => i === 0 || n > numbers[i - 1]);
+  const firstFrom = (n) => {
+    const i = placeOf(numbers, n - 1);
+    return numbers[i] >= n ? i : i + 1;
+  };
   const findings = data.findings || [];
   let current = -1;
   let timelines = null;  // drawn after the first frame is shown
@@ -499,18 +506,32 @@
       }
       return marks.map(([a, b]) => node("rect", { class: "failed", x: a, y: top, width: b - a, height: 8 }));
     };
-    // Frame numbers along an axis, every 1, 2, 5, 10... frames, at least 56
-    // pixels apart.
+    // Frame numbers along an axis, at least 56 pixels apart: every 1, 2, 5,
+    // 10... frames, at round frame numbers where the numbers rise with few
+    // gaps (a frame the session lacks is labelled at the next one it has,
+    // but for steps of one).
     const axis = (y, chart) => {
       const out = [];
-      const span = view.hi - view.lo;
+      const first = Math.max(0, Math.floor(view.lo));
+      const last = Math.min(frameCount, Math.ceil(view.hi)) - 1;
+      // By frame number where the numbers in view rise with few gaps.
+      const byNumbers = rising && numbers[last] > numbers[first] &&
+                        numbers[last] - numbers[first] <= 2 * (last - first);
+      const span = byNumbers ? (numbers[last] - numbers[first] + 1) / (last - first + 1) * (view.hi - view.lo)
+                             : view.hi - view.lo;
       let step = 1;
       for (let k = 0; step / span * cw < 56; k++) step *= k % 3 === 1 ? 2.5 : 2;
-      for (let i = Math.ceil(view.lo / step) * step; i < view.hi; i += step) {
+      const base = byNumbers ? numbers[first] : first;
+      let before = -1;
+      for (let t = Math.ceil(base / step) * step; ; t += step) {
+        const i = byNumbers ? firstFrom(t) : t;
+        if (i > last || i >= view.hi) break;
+        if (i < view.lo || i === before || (byNumbers && step === 1 && numbers[i] !== t)) continue;
+        before = i;
         const at = x(i + 0.5);
         out.push(node("path", { d: "M" + at + " " + (y - 14) + "v4", stroke: "#888" }),
                  node("text", { class: "tick", x: at, y, "text-anchor": "middle", "font-size": 11,
-                                "data-chart": chart }, String(numbers[i])));
+                                "data-chart": chart }, String(byNumbers ? t : numbers[i])));
       }
       return out;
     };

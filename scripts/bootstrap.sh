@@ -2,7 +2,8 @@
 # Installs what the build, the tests and the tools need on a Debian machine;
 # with --all also what the other CI stages need (sanitizers and fuzzing with
 # clang, the 64-bit Arm cross toolchain, qemu and Arm's liblog; headless
-# Chromium, its driver and Python's selenium for the HTML report's test). Does nothing
+# Chromium, its driver and Python's selenium for the HTML report's test, and the
+# linter of its script). Does nothing
 # when everything is already there.
 set -euo pipefail
 
@@ -11,7 +12,7 @@ packages=(cmake make g++ pkg-config binutils libgtest-dev libgmock-dev googletes
           doxygen libarchive-dev libmuparser-dev)
 if [ "${1:-}" = "--all" ]; then
     packages+=(clang-14 libclang-rt-14-dev g++-aarch64-linux-gnu qemu-user
-               android-liblog:arm64 chromium chromium-driver python3-selenium)
+               android-liblog:arm64 chromium chromium-driver python3-selenium eslint)
 fi
 
 sudo=""

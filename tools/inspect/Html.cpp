@@ -1,343 +1,53 @@
 #include "Html.h"
 
+#include <algorithm>
+
 #include "JsonReader.h"
+#include "ReportPage.h"
+#include "Svg.h"
 
 namespace inspect {
 namespace {
 
-// The page around the data: the styles, the places the script fills, the
-// script. Nothing in it comes from a file; the data goes in at @DATA@.
-const char* const kPage = R"PAGE(<!DOCTYPE html>
-<html lang="en">
-<head>
-<meta charset="utf-8">
-<meta name="viewport" content="width=device-width, initial-scale=1">
-<title>metautils-inspect</title>
-<link rel="icon" href="data:,">
-<style>
-body { font: 14px/1.4 system-ui, sans-serif; margin: 1em 2em; color: #1d232a; background: #fff; }
-h1 { font-size: 1.3em; margin: 0 0 .5em; }
-h1 span { font-weight: normal; color: #555; }
-dl#read { display: grid; grid-template-columns: max-content 1fr; gap: .1em 1em; margin: 0 0 1em; }
-dl#read dt { color: #555; }
-dl#read dd { margin: 0; white-space: pre-wrap; }
-dl#read .warning { color: #a33; }
-#session { margin: 1em 0; position: sticky; top: 0; background: #fff; z-index: 1; }
-.pictures { display: flex; flex-wrap: wrap; gap: 1em; align-items: flex-start; }
-.pictures > * { flex: 1 1 30em; min-width: 0; }
-#timelines:empty { display: none; }
-#timelines svg, #geometry svg { max-width: 100%; height: auto; }
-#timelines [data-frame] { cursor: pointer; }
-#timelines .selected { stroke: #000; stroke-width: 3; }
-.frames { display: flex; align-items: center; gap: .5em; margin: .5em 0; }
-.frames input[type=range] { flex: 1; }
-.controls { display: flex; align-items: center; gap: 1.5em; margin: 1em 0 .5em; }
-#filter { width: 20em; padding: .2em .4em; }
-#count { color: #555; }
-table { border-collapse: collapse; width: 100%; }
-th, td { text-align: left; vertical-align: top; padding: .25em .6em; border-bottom: 1px solid #dde; }
-th { background: #eef1f6; }
-td.method { font-family: ui-monospace, monospace; }
-td.result .code { font-family: ui-monospace, monospace; display: inline-block; min-width: 2em; }
-td.result .meaning { color: #555; font-size: .9em; }
-tr.failed td.result { color: #a33; }
-tr.failed td.result .meaning { color: #a33; }
-td.output pre { margin: 0; font: 13px/1.35 ui-monospace, monospace; white-space: pre-wrap; word-break: break-all; }
-td.output .given { color: #555; font-size: .9em; }
-td.output details summary { cursor: pointer; color: #2b5ea8; font-size: .9em; }
-td.output pre.logs { color: #444; background: #f6f7f9; padding: .3em; }
-td.output .blocks { color: #8a5a00; font-size: .9em; }
-dl#read details summary { cursor: pointer; color: #2b5ea8; }
-#findings { margin: 1em 0; }
-#findings h2 { font-size: 1.1em; margin: 0 0 .3em; }
-#findings ol { margin: 0; padding-left: 1.5em; }
-#findings li { cursor: pointer; padding: .1em .3em; }
-#findings li:hover, #findings li:focus { background: #eef1f6; }
-#findings li.current { outline: 2px solid #888; }
-#findings .check { font-family: ui-monospace, monospace; font-weight: bold; }
-#findings .severity { display: inline-block; min-width: 4.5em; margin: 0 .5em; }
-#findings .error { color: #a33; }
-#findings .warning { color: #a60; }
-#findings .frames, #findings .values, #findings .why { color: #555; }
-#findings .values { font-family: ui-monospace, monospace; font-size: .9em; margin-left: .5em; }
-#findings dl { display: grid; grid-template-columns: max-content 1fr; gap: .1em 1em; margin: .5em 0 0; }
-#findings dd { margin: 0; }
-#recorded { margin: 1em 0; }
-#recorded td.value { font-family: ui-monospace, monospace; white-space: pre-wrap; word-break: break-all; }
-#recorded td.changed { color: #555; font-size: .9em; }
-</style>
-</head>
-<body>
-<h1>metautils-inspect <span id="title"></span></h1>
-<dl id="read"></dl>
-<section id="findings" hidden>
-<h2>Session checks</h2>
-<ol></ol>
-<dl></dl>
-</section>
-<section id="session" hidden>
-<div class="frames">
-<button id="prev" type="button" title="previous frame (left arrow)">&#9664;</button>
-<input id="frame-slider" type="range" min="0" value="0" aria-label="frame">
-<button id="next" type="button" title="next frame (right arrow)">&#9654;</button>
-<span id="frame-label"></span>
-</div>
-</section>
-<div class="pictures">
-<div id="timelines"></div>
-<section id="geometry"></section>
-</div>
-<div class="controls">
-<input id="filter" type="search" placeholder="filter by method or subsystem" aria-label="filter">
-<label><input id="failed" type="checkbox"> failed calls only</label>
-<span id="count"></span>
-</div>
-<table id="recorded" hidden>
-<thead><tr><th>recorded tag</th><th>value</th><th>in this frame</th></tr></thead>
-<tbody></tbody>
-</table>
-<table id="calls">
-<thead><tr><th>subsystem</th><th>method</th><th>result</th><th>output</th></tr></thead>
-<tbody></tbody>
-</table>
-<script type="application/json" id="data">@DATA@</script>
-<script>
-"use strict";
-(function () {
-  const data = JSON.parse(document.getElementById("data").textContent);
-  const $ = (id) => document.getElementById(id);
-  // Every text from the data goes in as text, never as markup.
-  const el = (tag, cls, text) => {
-    const e = document.createElement(tag);
-    if (cls) e.className = cls;
-    if (text !== undefined) e.textContent = text;
-    return e;
-  };
-  const meanings = { "0": "success", "-1": "tag without data", "-2": "bad argument or failed lookup" };
+// The page around the data (page/report.html with its styles and script),
+// joined once.
+const std::string& pageText() {
+    static const std::string text = [] {
+        std::string joined;
+        for (const char* piece : page::kPieces) joined += piece;
+        return joined;
+    }();
+    return text;
+}
 
-  document.title = "metautils-inspect: " + data.title;
-  $("title").textContent = data.title;
-  // The notes (what the reader chose and left out) folded under one line.
-  const notes = data.read.filter(([label]) => label === "note").map(([, text]) => text);
-  for (const [label, text] of data.read) {
-    if (label === "note") continue;
-    const cls = label === "warning" ? "warning" : "";
-    $("read").append(el("dt", cls, label), el("dd", cls, text));
-  }
-  if (notes.length) {
-    const details = el("details");
-    details.append(el("summary", "", notes.length + (notes.length === 1 ? " note" : " notes") +
-                                     ": what was read, chosen and left out"),
-                   ...notes.map((n) => el("div", "", n)));
-    const dd = el("dd");
-    dd.append(details);
-    $("read").append(el("dt", "", "notes"), dd);
-  }
-
-  // The pictures are the program's SVG, parsed as XML: a picture that is not
-  // well-formed fails here instead of showing half.
-  const svgNode = (text) => {
-    const root = new DOMParser().parseFromString(text, "image/svg+xml").documentElement;
-    if (root.namespaceURI !== "http://www.w3.org/2000/svg") throw new Error("picture is not SVG");
-    return document.importNode(root, true);
-  };
-  const geometries = [];
-  const geometry = (i) => geometries[i] || (geometries[i] = svgNode(data.geometries[i]));
-
-  const rows = data.getters.map((g) => {
-    const tr = el("tr");
-    tr.dataset.method = g.method;
-    tr.append(el("td", "subsystem", g.subsystem), el("td", "method", g.method),
-              el("td", "result"), el("td", "output"));
-    $("calls").tBodies[0].append(tr);
-    return tr;
-  });
-
-  const showCall = (tr, v) => {
-    tr.dataset.result = v.result === null ? "" : String(v.result);
-    tr.dataset.output = JSON.stringify(v.output);
-    tr.classList.toggle("failed", v.skipped !== undefined || (v.result !== null && v.result !== 0));
-    const result = tr.cells[2];
-    result.replaceChildren();
-    if (v.skipped !== undefined) {
-      result.append(el("span", "code", "--"), el("span", "meaning", "not called"));
-    } else if (v.result !== null) {
-      result.append(el("span", "code", String(v.result)),
-                    el("span", "meaning", meanings[v.result] || "failed"));
-    }
-    const out = tr.cells[3];
-    const open = out.querySelector("details") !== null && out.querySelector("details").open;
-    out.replaceChildren(el("pre", "", v.text));
-    if (v.given && v.given !== "frame") out.append(el("div", "given", "given the " + v.given));
-    if (v.fromBlocks) {
-      out.append(el("div", "blocks", "from the dump's request and result blocks, the same in " +
-                                     "every frame (not recorded): " + v.fromBlocks.join(", ")));
-    }
-    // On expand: the call's log lines and the tags it looked up.
-    const reads = v.reads || [];
-    if (v.logs.length || reads.length) {
-      const details = el("details");
-      details.open = open;
-      const where = (r) => r.in === "static" ? "the static metadata of camera " + r.camera
-                                               : "the " + r.in;
-      details.append(
-          el("summary", "", v.logs.length + (v.logs.length === 1 ? " log line, " : " log lines, ") +
-                            reads.length + (reads.length === 1 ? " tag read" : " tags read")),
-          el("pre", "logs", v.logs.map((l) => l.sink + " L" + l.level + " " + l.text).join("\n")),
-          el("pre", "reads", reads.map((r) => "reads " + r.tag + " (" + r.id + ") in " + where(r) +
-                                              ": " + (r.found ? r.type + "[" + r.count + "]" : "not found"))
-                                  .join("\n")));
-      out.append(details);
-    }
-  };
-
-  const applyFilter = () => {
-    const query = $("filter").value.trim().toLowerCase();
-    const failedOnly = $("failed").checked;
-    let shown = 0;
-    data.getters.forEach((g, i) => {
-      const match = (!query || g.method.toLowerCase().includes(query) ||
-                     g.subsystem.toLowerCase().includes(query)) &&
-                    (!failedOnly || rows[i].classList.contains("failed"));
-      rows[i].hidden = !match;
-      if (match) shown++;
-    });
-    $("count").textContent = shown + " of " + rows.length + " calls";
-  };
-  $("filter").addEventListener("input", applyFilter);
-  $("failed").addEventListener("change", applyFilter);
-
-  const recordedRows = data.recorded.map((r) => {
-    const tr = el("tr");
-    tr.dataset.tag = r.tag;
-    tr.append(el("td", "tag", r.tag), el("td", "value"), el("td", "changed"));
-    $("recorded").tBodies[0].append(tr);
-    return tr;
-  });
-  $("recorded").hidden = recordedRows.length === 0;
-  const showRecorded = (tr, v) => {
-    tr.dataset.values = JSON.stringify(v.values);
-    tr.cells[1].textContent = v.text;
-    tr.cells[2].textContent = v.changed ? "logged" : "kept from an earlier frame";
-  };
-
-  const frames = data.frames;
-  const byNumber = new Map();
-  frames.forEach((f, i) => { if (!byNumber.has(String(f.frame))) byNumber.set(String(f.frame), i); });
-  let current = -1;
-  // The session checks: each finding, a click selecting its first frame;
-  // then the checks that passed and those not decidable.
-  const findingItems = (data.findings || []).map((f, n) => {
-    const li = el("li", f.severity);
-    li.dataset.finding = String(n);
-    li.dataset.check = f.check;
-    li.dataset.frames = f.frames.join(",");
-    li.tabIndex = 0;
-    const values = Object.entries(f.values).map(([name, value]) => name + " " + value).join(", ");
-    li.append(el("span", "check", f.check), el("span", "severity " + f.severity, f.severity),
-              el("span", "frames", f.frames[0] === f.frames[1] ? "frame " + f.frames[0]
-                                                                : "frames " + f.frames[0] + ".." + f.frames[1]),
-              document.createTextNode(": "), el("span", "message", f.message));
-    if (values) li.append(el("span", "values", "[" + values + "]"));
-    const go = () => {
-      if (byNumber.has(String(f.frames[0]))) select(byNumber.get(String(f.frames[0])), true);
+// What a frame's page holds of a call is the same as the frame before's.
+bool sameCall(const CallRecord& a, const CallRecord& b) {
+    const auto sameLogs = [](const kvhost::LogRecord& x, const kvhost::LogRecord& y) {
+        return x.sink == y.sink && x.level == y.level && x.text == y.text;
     };
-    li.addEventListener("click", go);
-    li.addEventListener("keydown", (e) => {
-      if (e.key !== "Enter" && e.key !== " ") return;
-      e.preventDefault();
-      go();
-    });
-    $("findings").querySelector("ol").append(li);
-    return li;
-  });
-  if (data.checks) {
-    $("findings").hidden = false;
-    if (!findingItems.length) $("findings").querySelector("ol").append(el("li", "", "no finding"));
-    for (const [status, label] of [["passed", "passed"], ["not decidable", "not decidable"]]) {
-      for (const c of data.checks.filter((c) => c.status === status)) {
-        const dd = el("dd");
-        dd.dataset.check = c.id;
-        dd.dataset.status = c.status;
-        dd.append(el("span", "check", c.id), el("span", "why", ": " + c.why +
-                                                  (c.record ? " (record " + c.record.join(", ") + ")" : "")));
-        $("findings").querySelector("dl").append(el("dt", "", label), dd);
-      }
-    }
-  }
-  const markFindings = () => {
-    const n = current < 0 ? null : frames[current].frame;
-    (data.findings || []).forEach((f, k) => {
-      findingItems[k].classList.toggle("current", n !== null && f.frames[0] <= n && n <= f.frames[1]);
-    });
-  };
-  const markTimelines = () => {
-    for (const e of $("timelines").querySelectorAll(".selected")) e.classList.remove("selected");
-    if (current < 0) return;
-    for (const e of $("timelines").querySelectorAll('[data-frame="' + frames[current].frame + '"]')) {
-      e.classList.add("selected");
-    }
-  };
-  const select = (i, updateAddress) => {
-    i = Math.max(0, Math.min(frames.length - 1, i));
-    current = i;
-    const f = frames[i];
-    f.calls.forEach((value, k) => showCall(rows[k], data.getters[k].values[value]));
-    f.recorded.forEach((value, k) => showRecorded(recordedRows[k], data.recorded[k].values[value]));
-    $("geometry").replaceChildren(geometry(f.geometry));
-    if (data.session) {
-      $("calls").dataset.frame = String(f.frame);
-      $("frame-slider").value = String(i);
-      $("frame-label").textContent = "frame " + f.frame + " (" + (i + 1) + " of " + frames.length +
-                                     "), timestamp " + f.timestamp + " ns";
-      markTimelines();
-      markFindings();
-      if (updateAddress) history.replaceState(null, "", "#frame=" + f.frame);
-    }
-    applyFilter();
-  };
-  const fromAddress = () => {
-    const m = /^#frame=(-?\d+)$/.exec(location.hash);
-    return m && byNumber.has(m[1]) ? byNumber.get(m[1]) : 0;
-  };
+    const auto sameReads = [](const kvhost::LookupRecord& x, const kvhost::LookupRecord& y) {
+        return x.tag == y.tag && x.id == y.id && x.known == y.known && x.place == y.place &&
+               x.cameraId == y.cameraId && x.found == y.found && x.type == y.type &&
+               x.count == y.count;
+    };
+    return a.getter == b.getter && a.given == b.given && a.outcome.result == b.outcome.result &&
+           a.outcome.skipped == b.outcome.skipped && a.outcome.output == b.outcome.output &&
+           a.adapter == b.adapter &&
+           std::equal(a.logs.begin(), a.logs.end(), b.logs.begin(), b.logs.end(), sameLogs) &&
+           std::equal(a.reads.begin(), a.reads.end(), b.reads.begin(), b.reads.end(), sameReads);
+}
 
-  if (data.session) {
-    $("session").hidden = false;
-    $("frame-slider").max = String(frames.length - 1);
-    $("frame-slider").addEventListener("input", (e) => select(Number(e.target.value), true));
-    $("prev").addEventListener("click", () => select(current - 1, true));
-    $("next").addEventListener("click", () => select(current + 1, true));
-    $("timelines").addEventListener("click", (e) => {
-      const point = e.target.closest("[data-frame]");
-      if (point && byNumber.has(point.getAttribute("data-frame"))) {
-        select(byNumber.get(point.getAttribute("data-frame")), true);
-      }
-    });
-    document.addEventListener("keydown", (e) => {
-      if (e.target.closest && e.target.closest("input, textarea, select")) return;
-      if (e.key === "ArrowLeft") select(current - 1, true);
-      else if (e.key === "ArrowRight") select(current + 1, true);
-      else return;
-      e.preventDefault();
-    });
-    window.addEventListener("hashchange", () => select(fromAddress(), false));
-  }
-  select(data.session ? fromAddress() : 0, false);
-  performance.mark("frame-shown");
-  // The timelines of a long session take longer to build than the frame:
-  // they come after it.
-  if (data.session) {
-    setTimeout(() => {
-      $("timelines").append(svgNode(data.timelines));
-      markTimelines();
-      performance.mark("timelines-shown");
-    }, 0);
-  }
-})();
-</script>
-</body>
-</html>
-)PAGE";
+// Each number as its difference from the one before (the first from 0):
+// frame numbers and timestamps are small steps.
+Json steps(const std::vector<int64_t>& numbers) {
+    Json out = Json::array();
+    int64_t before = 0;
+    for (const int64_t n : numbers) {
+        out.push_back(n - before);
+        before = n;
+    }
+    return out;
+}
 
 }  // namespace
 
@@ -363,74 +73,164 @@ std::string scriptSafe(const std::string& json) {
     return out;
 }
 
+// The geometry getters run over the session by their own builder, which
+// runs them again only where their tags change; a picture is drawn for each
+// distinct set of their answers.
+struct HtmlPage::Pictures {
+    explicit Pictures(const kvhost::Sequence& sequence) : builder(sequence, geometryGetters()) {}
+    FrameBuilder builder;
+    Capture drawn;  // the file and the input size a picture names
+};
+
+HtmlPage::HtmlPage() = default;
+
+HtmlPage::HtmlPage(const kvhost::Sequence& sequence)
+    : session_(true), pictures_(std::make_unique<Pictures>(sequence)) {}
+
+HtmlPage::~HtmlPage() = default;
+
+size_t HtmlPage::Column::add(size_t frame, Json value, const std::string& key) {
+    const auto [it, added] = index.emplace(key, values.size());
+    if (added) values.push_back(std::move(value));
+    at(frame, it->second);
+    return it->second;
+}
+
+void HtmlPage::Column::at(size_t frame, size_t value) {
+    if (changes.empty() || changes.back().second != value) changes.emplace_back(frame, value);
+}
+
 void HtmlPage::addRead(const std::string& label, const std::string& text) {
     read_.push_back({label, text});
 }
 
 void HtmlPage::addFrame(const FrameCalls& frame, const std::string& geometrySvg) {
-    if (getters_.empty()) {
-        for (const CallRecord& call : frame.calls) getters_.push_back(call.getter);
-        columns_.resize(getters_.size());
-    }
-    Json calls = Json::array();
-    for (size_t k = 0; k < frame.calls.size() && k < columns_.size(); ++k) {
-        Json value = callJson(frame.calls[k], true);
-        value.erase("subsystem");
-        value.erase("method");
-        value["text"] = callText(frame.calls[k]);
-        if (k < frame.fromBlocks.size() && !frame.fromBlocks[k].empty()) {
-            value["fromBlocks"] = frame.fromBlocks[k];
+    numbers_.push_back(frame.number);
+    timestamps_.push_back(frame.timestamp);
+    geometries_.add(0, geometrySvg, geometrySvg);
+    addCalls(0, frame);
+}
+
+bool HtmlPage::addFrame(size_t i, const FrameCalls& frame, std::string* error) {
+    numbers_.push_back(frame.number);
+    timestamps_.push_back(frame.timestamp);
+    const FrameCalls* geometry = pictures_->builder.frame(i, error);
+    if (geometry == nullptr) return false;
+    // No geometry getter ran again: the frame before's picture.
+    if (const Capture* capture = pictures_->builder.capture(); capture != nullptr || i == 0) {
+        if (capture != nullptr) {
+            pictures_->drawn.file = capture->file;
+            pictures_->drawn.inputWidth = capture->inputWidth;
+            pictures_->drawn.inputHeight = capture->inputHeight;
         }
-        Column& column = columns_[k];
-        const std::string key = kvhost::loader::jsonText(value);
-        const auto [at, added] = column.index.emplace(key, column.values.size());
-        if (added) column.values.push_back(std::move(value));
-        calls.push_back(at->second);
+        const Capture& drawn = pictures_->drawn;
+        std::string key = drawn.file + "\n" + std::to_string(drawn.inputWidth) + "x" +
+                          std::to_string(drawn.inputHeight);
+        for (const CallRecord& call : geometry->calls) {
+            key += "\n" + resultText(call.outcome) + " " + call.outcome.skipped + " " +
+                   kvhost::loader::jsonText(call.outcome.output);
+        }
+        const auto known = geometries_.index.find(key);
+        if (known != geometries_.index.end()) {
+            geometries_.at(i, known->second);
+        } else {
+            // Drawn without the caption, which names the frame: frames of the
+            // same geometry share one picture.
+            geometries_.add(i, drawGeometry(drawn, geometry->calls), key);
+        }
     }
-    if (frames_.empty()) {
+    addCalls(i, frame);
+    return true;
+}
+
+void HtmlPage::addCalls(size_t i, const FrameCalls& frame) {
+    if (i == 0) {
+        for (const CallRecord& call : frame.calls) getters_.push_back(call.getter);
+        calls_.resize(getters_.size());
+        lastCalls_.resize(getters_.size());
+        lastFromBlocks_.resize(getters_.size());
         for (const RecordedValue& v : frame.recorded) recordedTags_.push_back(v.tag);
         recorded_.resize(recordedTags_.size());
+        lastRecorded_.resize(recordedTags_.size());
+        logged_.resize(recordedTags_.size());
     }
-    Json recorded = Json::array();
+    static const std::vector<std::string> kNone;
+    for (size_t k = 0; k < frame.calls.size() && k < calls_.size(); ++k) {
+        const CallRecord& call = frame.calls[k];
+        const std::vector<std::string>& fromBlocks =
+            k < frame.fromBlocks.size() ? frame.fromBlocks[k] : kNone;
+        if (lastCalls_[k] && sameCall(*lastCalls_[k], call) && lastFromBlocks_[k] == fromBlocks) {
+            continue;
+        }
+        Json value = callJson(call, true);
+        value.erase("subsystem");
+        value.erase("method");
+        value["text"] = callText(call);
+        if (const char* name = valueName(*call.getter, call.outcome.output)) value["name"] = name;
+        if (!fromBlocks.empty()) value["fromBlocks"] = fromBlocks;
+        const std::string key = kvhost::loader::jsonText(value);
+        calls_[k].add(i, std::move(value), key);
+        lastCalls_[k] = call;
+        lastFromBlocks_[k] = fromBlocks;
+    }
     for (size_t k = 0; k < frame.recorded.size() && k < recorded_.size(); ++k) {
         const RecordedValue& v = frame.recorded[k];
-        Json value{{"values", v.values}, {"text", recordedText(v)}, {"changed", v.changed}};
-        Column& column = recorded_[k];
+        if (v.changed) logged_[k].push_back(i);
+        if (i > 0 && lastRecorded_[k] == v.values) continue;
+        Json value{{"values", v.values}, {"text", recordedText(v)}};
+        if (!v.name.empty()) value["name"] = v.name;
         const std::string key = kvhost::loader::jsonText(value);
-        const auto [at, added] = column.index.emplace(key, column.values.size());
-        if (added) column.values.push_back(std::move(value));
-        recorded.push_back(at->second);
+        recorded_[k].add(i, std::move(value), key);
+        lastRecorded_[k] = v.values;
     }
-    const auto [at, added] = geometryIndex_.emplace(geometrySvg, geometries_.size());
-    if (added) geometries_.push_back(geometrySvg);
-    frames_.push_back({{"frame", session_ ? Json(frame.number) : Json()},
-                       {"timestamp", session_ ? Json(frame.timestamp) : Json()},
-                       {"geometry", at->second},
-                       {"calls", std::move(calls)},
-                       {"recorded", std::move(recorded)}});
+}
+
+void HtmlPage::dropGetter(size_t k) {
+    if (k >= getters_.size()) return;
+    const auto at = [k](auto& list) { list.erase(list.begin() + static_cast<std::ptrdiff_t>(k)); };
+    at(getters_);
+    at(calls_);
+    at(lastCalls_);
+    at(lastFromBlocks_);
 }
 
 std::string HtmlPage::html() const {
+    // A column's changes as pairs of the frames since the change before and
+    // the value's place, in one flat list.
+    const auto changes = [](const Column& c) {
+        Json out = Json::array();
+        size_t before = 0;
+        for (const auto& [frame, value] : c.changes) {
+            out.push_back(frame - before);
+            out.push_back(value);
+            before = frame;
+        }
+        return out;
+    };
     Json data;
     data["title"] = title_;
     data["session"] = session_;
     data["read"] = read_;
+    data["frames"] = {{"numbers", steps(numbers_)}, {"timestamps", steps(timestamps_)}};
     Json& getters = data["getters"] = Json::array();
     for (size_t k = 0; k < getters_.size(); ++k) {
         getters.push_back({{"subsystem", getters_[k]->subsystem},
                            {"method", getters_[k]->method},
-                           {"values", columns_[k].values}});
+                           {"values", calls_[k].values},
+                           {"changes", changes(calls_[k])}});
     }
     Json& recorded = data["recorded"] = Json::array();
     for (size_t k = 0; k < recordedTags_.size(); ++k) {
-        recorded.push_back({{"tag", recordedTags_[k]}, {"values", recorded_[k].values}});
+        std::vector<int64_t> logged(logged_[k].begin(), logged_[k].end());
+        recorded.push_back({{"tag", recordedTags_[k]},
+                            {"values", recorded_[k].values},
+                            {"changes", changes(recorded_[k])},
+                            {"logged", steps(logged)}});
     }
-    data["geometries"] = geometries_;
-    data["timelines"] = session_ ? Json(timelines_) : Json();
-    data["frames"] = frames_;
+    data["geometries"] = {{"values", geometries_.values}, {"changes", changes(geometries_)}};
     data["checks"] = checks_.is_object() ? checks_.value("checks", Json()) : Json();
     data["findings"] = checks_.is_object() ? checks_.value("findings", Json()) : Json();
-    const std::string page = kPage;
+    const std::string& page = pageText();
     const size_t at = page.find("@DATA@");
     return page.substr(0, at) + scriptSafe(kvhost::loader::jsonText(data)) + page.substr(at + 6);
 }

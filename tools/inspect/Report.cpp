@@ -475,6 +475,8 @@ Json callJson(const CallRecord& call, bool withLogs) {
                   {"output", call.outcome.output}};
     if (!call.outcome.skipped.empty()) entry["skipped"] = call.outcome.skipped;
     if (!call.empty.empty()) entry["empty"] = call.empty;
+    // What made a call give -1 or -2, as the text report says it.
+    if (std::string why = failureClause(call); !why.empty()) entry["why"] = std::move(why);
     if (!call.adapter.empty()) entry["adapter"] = call.adapter;
     Json& reads = entry["reads"] = Json::array();
     for (const kvhost::LookupRecord& r : call.reads) {

@@ -277,20 +277,14 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
     std::vector<std::vector<kvanalysis::GetterCall>> checked;
     const std::vector<kvhost::RecordedTag> recorded = sequence.recordedTags();
     const bool html = !a.htmlPath.empty();
-    // The page takes every frame at once; the timelines are drawn as the
-    // frames go by.
-    const bool collect = html;
+    // The timelines are drawn as the frames go by; the page keeps what changes.
     std::optional<TimelineDrawing> drawing;
-    if (!a.svgPath.empty() || html) {
+    if (!a.svgPath.empty()) {
         const size_t n = sequence.frameCount();
         drawing.emplace(sequence.info(0).number, n == 0 ? 0 : sequence.info(n - 1).number);
     }
-    std::vector<FrameCalls> frames;
-    if (collect) frames.reserve(sequence.frameCount());
-    // The page's geometry pictures, each once, and each frame's.
-    std::vector<std::string> pictures;
-    std::map<std::string, size_t> pictureIndex;
-    std::vector<size_t> pictureOf;
+    std::optional<HtmlPage> page;
+    if (html) page.emplace(sequence);
     std::optional<Capture> first;
     // By getter: whether some frame had the tags it reads; what its first
     // frame's lookups show.
@@ -302,7 +296,7 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
     // Frame i through the getters; `firstPass` also gathers what the
     // session decides.
     std::optional<FrameBuilder> builder;
-    builder.emplace(sequence, getters, html);
+    builder.emplace(sequence, getters);
     const auto build = [&](size_t i, bool firstPass) -> const FrameCalls& {
         std::string error;
         const FrameCalls* built = builder->frame(i, &error);
@@ -312,16 +306,8 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
         if (checking) checked.push_back(checkCalls(f.calls));
         if (drawing) drawing->add(f);
         if (html) {
-            const Capture& capture = *builder->capture();
-            if (i == 0) first = capture;
-            // Drawn without the caption, which names the frame: frames of the
-            // same geometry share one picture in the page.
-            Capture drawn = capture;
-            drawn.description.clear();
-            const auto [at, added] = pictureIndex.emplace(
-                drawGeometry(drawn, runGetters(capture, geometryGetters())), pictures.size());
-            if (added) pictures.push_back(at->first);
-            pictureOf.push_back(at->second);
+            if (i == 0 && builder->capture() != nullptr) first = *builder->capture();
+            if (!page->addFrame(i, f, &error)) throw Refusal{error};
         }
         for (size_t k = 0; k < f.calls.size(); ++k) {
             hasTags[k] = hasTags[k] || !lacksItsTags(f.calls[k]);
@@ -332,21 +318,10 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
         if (view == FramesView::Csv) csv.measure(f);
         return f;
     };
-    const bool onePass = !drawing && !checking && !a.getters.empty() &&
+    const bool onePass = !drawing && !html && !checking && !a.getters.empty() &&
                          (view == FramesView::Json || view == FramesView::Lines);
     if (!onePass) {
-        for (size_t i = 0; i < sequence.frameCount(); ++i) {
-            const FrameCalls& built = build(i, true);
-            if (!collect) continue;
-            FrameCalls f = built;
-            // Of the rest only the JSON report and the page show log lines
-            // (when asked for) and lookups.
-            for (CallRecord& call : f.calls) {
-                if (!a.logs && !html) call.logs.clear();
-                if (!a.tags && !html) call.reads.clear();
-            }
-            frames.push_back(std::move(f));
-        }
+        for (size_t i = 0; i < sequence.frameCount(); ++i) build(i, true);
     }
     std::vector<std::string> notes = sequence.notes();
     // A default getter whose tags no frame has: one note, not a column of failures.
@@ -362,10 +337,7 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
             table.drop(getters[k]->method);
             csv.drop(getters[k]->method);
             getters.erase(getters.begin() + static_cast<std::ptrdiff_t>(k));
-            for (FrameCalls& f : frames) {
-                f.calls.erase(f.calls.begin() + static_cast<std::ptrdiff_t>(k));
-                f.fromBlocks.erase(f.fromBlocks.begin() + static_cast<std::ptrdiff_t>(k));
-            }
+            if (page) page->dropGetter(k);
         }
     }
     builder.emplace(sequence, getters);
@@ -388,32 +360,22 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
                 : "";
     if (!a.svgPath.empty()) kvhost::loader::writeFileAtomically(a.svgPath, timelines);
     if (html) {
-        HtmlPage page;
-        page.setSession(true);
-        page.setTitle(a.path + (a.files.size() > 1
-                                    ? " and " + std::to_string(a.files.size() - 1) + " more files"
-                                    : ""));
-        for (const std::string& file : a.files) page.addRead("file", file);
-        page.addRead("frames", std::to_string(sequence.frameCount()));
-        if (first) addIds(page, *first);
-        for (const std::string& note : messageLines(notes, a.verbose)) page.addRead("note", note);
+        page->setTitle(a.path + (a.files.size() > 1
+                                     ? " and " + std::to_string(a.files.size() - 1) + " more files"
+                                     : ""));
+        for (const std::string& file : a.files) page->addRead("file", file);
+        page->addRead("frames", std::to_string(sequence.frameCount()));
+        if (first) addIds(*page, *first);
+        for (const std::string& note : messageLines(notes, a.verbose)) page->addRead("note", note);
         for (const std::string& warning : messageLines(warnings, a.verbose)) {
-            page.addRead("warning", warning);
+            page->addRead("warning", warning);
         }
-        for (size_t i = 0; i < frames.size(); ++i) page.addFrame(frames[i], pictures[pictureOf[i]]);
-        page.setTimelines(timelines);
-        if (results) page.setChecks(checksJson(*results));
-        kvhost::loader::writeFileAtomically(a.htmlPath, page.html());
+        if (results) page->setChecks(checksJson(*results));
+        kvhost::loader::writeFileAtomically(a.htmlPath, page->html());
     }
     // The view on standard output, a frame at a time.
     const auto each = [&](const auto& write) {
-        for (size_t i = 0; i < sequence.frameCount(); ++i) {
-            if (collect) {
-                write(frames[i]);
-            } else {
-                write(build(i, onePass));
-            }
-        }
+        for (size_t i = 0; i < sequence.frameCount(); ++i) write(build(i, onePass));
     };
     if (view == FramesView::Json || view == FramesView::Lines) {
         Json before = Json::object();

@@ -146,6 +146,59 @@ std::ostream& operator<<(std::ostream& os, const FileCase& c) {
     return os << c.path;
 }
 
+// The page's data holds what changes; every frame made again from it is
+// the JSON report's: frame numbers, each call's result, output and reason,
+// each recorded tag's values and whether the log printed it.
+void expectPageGivesFrames(const std::string& page, const Json& frames) {
+    const std::string open = "<script type=\"application/json\" id=\"data\">";
+    const size_t from = page.find(open) + open.size();
+    const Json data = Json::parse(page.substr(from, page.find("</script>", from) - from));
+    // By frame, a column's value: its changes are pairs of the frames since
+    // the change before and the value's place.
+    const auto expand = [&](const Json& changes) {
+        std::vector<size_t> byFrame(frames.size(), 0);
+        size_t at = 0;
+        for (size_t k = 0; k + 1 < changes.size(); k += 2) {
+            at += changes[k].get<size_t>();
+            for (size_t i = at; i < byFrame.size(); ++i) byFrame[i] = changes[k + 1].get<size_t>();
+        }
+        return byFrame;
+    };
+    int64_t number = 0;
+    ASSERT_EQ(data["frames"]["numbers"].size(), frames.size());
+    std::vector<std::vector<size_t>> calls, recorded;
+    for (const Json& g : data["getters"]) calls.push_back(expand(g["changes"]));
+    for (const Json& r : data["recorded"]) recorded.push_back(expand(r["changes"]));
+    std::vector<std::set<int64_t>> logged;
+    for (const Json& r : data["recorded"]) {
+        int64_t at = 0;
+        logged.emplace_back();
+        for (const Json& step : r["logged"]) logged.back().insert(at += step.get<int64_t>());
+    }
+    for (size_t i = 0; i < frames.size(); ++i) {
+        const Json& f = frames[i];
+        number += data["frames"]["numbers"][i].get<int64_t>();
+        ASSERT_EQ(number, f["frame"].get<int64_t>());
+        ASSERT_EQ(calls.size(), f["calls"].size());
+        for (size_t k = 0; k < calls.size(); ++k) {
+            const Json& shown = data["getters"][k]["values"][calls[k][i]];
+            const Json& call = f["calls"][k];
+            EXPECT_EQ(data["getters"][k]["method"], call["method"]);
+            EXPECT_EQ(shown["result"], call["result"]) << number << " " << call["method"];
+            EXPECT_EQ(shown["output"], call["output"]) << number << " " << call["method"];
+            EXPECT_EQ(shown.value("why", ""), call.value("why", "")) << number;
+        }
+        ASSERT_EQ(recorded.size(), f["recorded"].size());
+        for (size_t k = 0; k < recorded.size(); ++k) {
+            const Json& shown = data["recorded"][k]["values"][recorded[k][i]];
+            EXPECT_EQ(shown["values"], f["recorded"][k]["values"]) << number;
+            EXPECT_EQ(logged[k].count(static_cast<int64_t>(i)) == 1,
+                      f["recorded"][k]["changed"].get<bool>())
+                << number << " " << f["recorded"][k]["tag"];
+        }
+    }
+}
+
 class EveryOutput : public ::testing::TestWithParam<FileCase> {
 protected:
     void SetUp() override {
@@ -250,6 +303,7 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
     bool fromBlocks = false;
     Json findings = Json::array();
     std::string firstDrawing;  // the timelines of the first --svg run, to draw again
+    Json reportFrames;         // of the JSON report, which the page's data must give again
     for (const std::vector<std::string>& options : sessions) {
         std::vector<std::string> args{c.path};
         args.insert(args.end(), c.args.begin(), c.args.end());
@@ -268,6 +322,7 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
             EXPECT_FALSE(report["frames"].empty());
             EXPECT_EQ(report.contains("findings"), !c.checks.empty());
             if (report.contains("findings")) findings = report["findings"];
+            reportFrames = report["frames"];
             EXPECT_EQ(ran.status,
                       std::any_of(findings.begin(), findings.end(),
                                   [](const Json& f) { return f["severity"] == "error"; })
@@ -353,6 +408,7 @@ TEST_P(EveryOutput, IsWholeOrOneErrorNamingTheFile) {
                 EXPECT_NE(page.find(scriptSafe(kvhost::loader::jsonText(f))), std::string::npos)
                     << f["check"];
             }
+            expectPageGivesFrames(page, reportFrames);
             unlink(html.c_str());
         }
     }

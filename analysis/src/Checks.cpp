@@ -639,9 +639,10 @@ void getterFlaps(Context& c) {
     const size_t n = c.s.frames();
     std::vector<std::string> names;
     for (size_t i = 0; i < n; ++i) {
-        for (const GetterCall& call : c.getters.at(i)) {
-            if (call.result && std::find(names.begin(), names.end(), call.getter) == names.end()) {
-                names.push_back(call.getter);
+        for (const auto& call : c.getters.at(i)) {
+            if (call->result &&
+                std::find(names.begin(), names.end(), call->getter) == names.end()) {
+                names.push_back(call->getter);
             }
         }
     }

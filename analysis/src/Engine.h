@@ -20,7 +20,7 @@ public:
         : session_(session), source_(source) {}
     bool available() const { return static_cast<bool>(source_) && session_.frames() > 0; }
     // The calls of frame i; empty when there is no source.
-    const std::vector<GetterCall>& at(size_t i) const;
+    const CallTimeline::Calls& at(size_t i) const;
     // The call of `getter` on frame i; null when it was not made.
     const GetterCall* find(size_t i, const std::string& getter) const;
 
@@ -30,7 +30,7 @@ private:
     const Session& session_;
     const GetterSource& source_;
     mutable bool made_ = false;
-    mutable std::vector<std::vector<GetterCall>> calls_;
+    mutable CallTimeline calls_;
     mutable std::vector<size_t> of_;  // by frame: index into calls_
 };
 

@@ -18,6 +18,36 @@ std::mutex& standInLock() {
     return lock;
 }
 
+bool operator==(const GetterCall& a, const GetterCall& b) {
+    return a.getter == b.getter && a.result == b.result && a.numbers == b.numbers &&
+           a.words == b.words && a.reads == b.reads && a.found == b.found;
+}
+
+void CallTimeline::add(std::vector<GetterCall> calls) {
+    Calls frame;
+    frame.reserve(calls.size());
+    const Calls* before = frames_.empty() ? nullptr : &frames_.back();
+    for (size_t k = 0; k < calls.size(); ++k) {
+        if (before != nullptr && k < before->size() && *(*before)[k] == calls[k]) {
+            frame.push_back((*before)[k]);
+        } else {
+            frame.push_back(std::make_shared<const GetterCall>(std::move(calls[k])));
+        }
+    }
+    frames_.push_back(std::move(frame));
+}
+
+const CallTimeline::Calls& CallTimeline::at(size_t k) const {
+    static const Calls kNone;
+    return k < frames_.size() ? frames_[k] : kNone;
+}
+
+std::vector<GetterCall> CallTimeline::copyAt(size_t k) const {
+    std::vector<GetterCall> out;
+    for (const auto& call : at(k)) out.push_back(*call);
+    return out;
+}
+
 void GetterResults::make() const {
     made_ = true;
     if (!available()) return;
@@ -27,7 +57,7 @@ void GetterResults::make() const {
     for (size_t i = 0; i < n; ++i) {
         // Calls depend on the tags they read: made again only when one of
         // them changed, or when a new file may have brought other statics.
-        bool again = calls_.empty() || session_.number(i) <= session_.number(i - 1);
+        bool again = calls_.size() == 0 || session_.number(i) <= session_.number(i - 1);
         for (size_t k = 0; !again && k < reads.size(); ++k) {
             again = session_.sequence().changed(i, reads[k]);
         }
@@ -35,11 +65,11 @@ void GetterResults::make() const {
             of_[i] = calls_.size() - 1;
             continue;
         }
-        calls_.push_back(source_(session_.sequence(), i));
+        calls_.add(source_(session_.sequence(), i));
         of_[i] = calls_.size() - 1;
         reads.clear();
-        for (const GetterCall& c : calls_.back()) {
-            for (const std::string& name : c.reads) {
+        for (const auto& c : calls_.at(of_[i])) {
+            for (const std::string& name : c->reads) {
                 if (const kvhost::TagInfo* t = kvhost::findTag(name.c_str()))
                     reads.push_back(t->id);
             }
@@ -49,15 +79,14 @@ void GetterResults::make() const {
     }
 }
 
-const std::vector<GetterCall>& GetterResults::at(size_t i) const {
-    static const std::vector<GetterCall> none;
+const CallTimeline::Calls& GetterResults::at(size_t i) const {
     if (!made_) make();
-    return i < of_.size() ? calls_[of_[i]] : none;
+    return calls_.at(i < of_.size() ? of_[i] : calls_.size());
 }
 
 const GetterCall* GetterResults::find(size_t i, const std::string& getter) const {
-    for (const GetterCall& c : at(i)) {
-        if (c.getter == getter) return &c;
+    for (const auto& c : at(i)) {
+        if (c->getter == getter) return c.get();
     }
     return nullptr;
 }

@@ -274,7 +274,8 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
                             : a.csv  ? FramesView::Csv
                                      : FramesView::Table;
     // The checks read the calls the views are made of.
-    std::vector<std::vector<kvanalysis::GetterCall>> checked;
+    // Each call is kept once while it stands: memory grows with the changes.
+    kvanalysis::CallTimeline checked;
     const std::vector<kvhost::RecordedTag> recorded = sequence.recordedTags();
     const bool html = !a.htmlPath.empty();
     // The timelines are drawn as the frames go by; the page keeps what changes.
@@ -299,11 +300,19 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
     builder.emplace(sequence, getters);
     const auto build = [&](size_t i, bool firstPass) -> const FrameCalls& {
         std::string error;
+        const size_t ranBefore = builder->callsRun();
         const FrameCalls* built = builder->frame(i, &error);
         if (built == nullptr) throw Refusal{error};
         const FrameCalls& f = *built;
         if (!firstPass) return f;
-        if (checking) checked.push_back(checkCalls(f.calls));
+        if (checking) {
+            // A frame whose getters none ran again has the calls before it.
+            if (checked.size() > 0 && builder->callsRun() == ranBefore) {
+                checked.add(checked.copyAt(checked.size() - 1));
+            } else {
+                checked.add(checkCalls(f.calls));
+            }
+        }
         if (drawing) drawing->add(f);
         if (html) {
             if (i == 0 && builder->capture() != nullptr) first = *builder->capture();
@@ -351,7 +360,9 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
     if (anyFromBlocks) notes.push_back(kFromBlocksNote);
     std::optional<kvanalysis::Results> results;
     if (checking) {
-        checking->getters = [&checked](const kvhost::Sequence&, size_t i) { return checked[i]; };
+        checking->getters = [&checked](const kvhost::Sequence&, size_t i) {
+            return checked.copyAt(i);
+        };
         results = runSessionChecks(sequence, *checking, verdict);
     }
     const std::string timelines =

@@ -22,6 +22,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -71,6 +72,29 @@ struct GetterCall {
     std::map<std::string, std::string> words;  // text output fields: "stages.shift.from"
     std::vector<std::string> reads;            // the tags the call looked up, by name
     std::string found;                         // what the lookups found, in words
+};
+
+bool operator==(const GetterCall& a, const GetterCall& b);
+inline bool operator!=(const GetterCall& a, const GetterCall& b) {
+    return !(a == b);
+}
+
+// A session's calls as they come, frame by frame: a call equal to the same
+// getter's call on the frame before is kept once, so what is held grows with
+// the changes, not with the frames times the getters.
+class CallTimeline {
+public:
+    using Calls = std::vector<std::shared_ptr<const GetterCall>>;
+    // The calls of the next frame, in the getters' order.
+    void add(std::vector<GetterCall> calls);
+    // Frame k of those added; empty past the end.
+    const Calls& at(size_t k) const;
+    // The same as values.
+    std::vector<GetterCall> copyAt(size_t k) const;
+    size_t size() const { return frames_.size(); }
+
+private:
+    std::vector<Calls> frames_;
 };
 
 // The getters' results on frame i of a session; the source builds the frame

@@ -314,6 +314,35 @@ INSTANTIATE_TEST_SUITE_P(
 
 // A check without its tags names them, and the session to record next
 // time holds them beside those it recorded.
+// A call equal to the same getter's call on the frame before is held once;
+// any field that differs makes a call of its own; copies read as added.
+TEST(CallTimeline, HoldsACallOnceWhileItStands) {
+    GetterCall zoom{"GetAndroidZoomRatio", 0, {{"", 2.0}}, {}, {"android.control.zoomRatio"}, ""};
+    GetterCall crop{"GetFinalCropRegion",   0,  {{"crop.width", 4000}},
+                    {{"from", "metadata"}}, {}, ""};
+    CallTimeline t;
+    t.add({zoom, crop});
+    t.add({zoom, crop});
+    for (const auto& change : std::vector<std::function<void(GetterCall&)>>{
+             [](GetterCall& c) { c.result = -2; },
+             [](GetterCall& c) { c.numbers["crop.width"] = 3999; },
+             [](GetterCall& c) { c.words["from"] = "platform"; },
+             [](GetterCall& c) { c.reads.push_back("kovani.sat.output.shift"); },
+             [](GetterCall& c) { c.found = "not in the frame"; }}) {
+        GetterCall changed = crop;
+        change(changed);
+        EXPECT_NE(changed, crop);
+        t.add({zoom, changed});
+        const size_t k = t.size() - 1;
+        EXPECT_EQ(t.at(k)[0], t.at(0)[0]);  // the zoom call stands: one object
+        EXPECT_NE(t.at(k)[1], t.at(k - 1)[1]);
+        EXPECT_EQ(t.copyAt(k), (std::vector<GetterCall>{zoom, changed}));
+        t.add({zoom, crop});  // back: a call of its own again
+    }
+    EXPECT_EQ(t.at(1)[1], t.at(0)[1]);
+    EXPECT_TRUE(t.at(t.size()).empty());
+}
+
 TEST(NotDecidable, NamesTheTagsToRecord) {
     const kvhost::loader::ScratchFile file("af-only",
                                            testing::sessionText(Layout::Watch, afScans(30)));

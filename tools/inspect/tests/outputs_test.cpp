@@ -675,21 +675,33 @@ TEST(LongSession, EveryStreamedViewWholeInBoundedMemory) {
         << testing::longWatchSession({std::string(SOURCE_DIR) + "/samples/session-watch.txt",
                                       std::string(SOURCE_DIR) + "/samples/session-android13.txt"},
                                      100000);
-    // The table with a flag that changes nothing of it.
-    const std::vector<const char*> flags{"--jsonl", "--json", "--csv", "--verbose"};
-    for (const char* flag : flags) {
-        const std::string outPath = scratch + "/out" + flag, errPath = scratch + "/err" + flag;
+    // The table with a flag that changes nothing of it; the drawing and
+    // the page (written beside, the table on standard output) with the
+    // checks.
+    const std::string svg = scratch + "/timelines.svg", page = scratch + "/page.html";
+    const std::vector<std::vector<std::string>> runs{{"--jsonl"},
+                                                     {"--json"},
+                                                     {"--csv"},
+                                                     {"--verbose"},
+                                                     {"--check", "--svg", svg},
+                                                     {"--check", "--html", page}};
+    for (const std::vector<std::string>& options : runs) {
+        std::string flag;  // for the messages
+        for (const std::string& o : options) flag += o + " ";
+        const std::string outPath = scratch + "/out" + options.front(),
+                          errPath = scratch + "/err" + options.front();
         const pid_t pid = fork();
         if (pid == 0) {
             if (kBoundAddressSpace) {
                 const rlimit limit{size_t(1) << 30, size_t(1) << 30};
                 setrlimit(RLIMIT_AS, &limit);
             }
-            const char* argv[] = {"metautils-inspect", session.c_str(), "--frames",
-                                  "--getters",         "GetAFState",    flag};
+            std::vector<const char*> argv{"metautils-inspect", session.c_str(), "--frames",
+                                          "--getters", "GetAFState"};
+            for (const std::string& o : options) argv.push_back(o.c_str());
             std::ofstream out(outPath, std::ios::binary);
             std::ostringstream err;
-            const int status = run(6, argv, out, err);
+            const int status = run(static_cast<int>(argv.size()), argv.data(), out, err);
             out.close();
             std::ofstream(errPath, std::ios::binary) << err.str();
             _exit(status);
@@ -701,6 +713,12 @@ TEST(LongSession, EveryStreamedViewWholeInBoundedMemory) {
             << flag << ": " << readText(errPath);
         EXPECT_LT(usage.ru_maxrss, 200 * 1024) << flag << ": peak resident KiB";
     }
+    // Whole, and as small as their pixels: under 2 MB drawn, 15 MB a page.
+    const std::string drawing = readText(svg), html = readText(page);
+    EXPECT_EQ(drawing.substr(drawing.size() - 7), "</svg>\n");
+    EXPECT_LT(drawing.size(), 2u << 20);
+    EXPECT_EQ(html.substr(html.size() - 8), "</html>\n");
+    EXPECT_LT(html.size(), 15u << 20);
     const kvhost::SequenceResult loaded = kvhost::loadSequence({session});
     ASSERT_TRUE(loaded) << loaded.error;
     const size_t frames = loaded.sequence->frameCount();

@@ -356,6 +356,11 @@ private:
                                    [&](const TagPayload& p) { return taken.count(p.info) != 0; }),
                     frame.end());
         std::map<std::string, uint32_t> unlisted;  // by name: the line of its first event
+        // By tag: whether its payloads are checked for length.
+        std::vector<bool> checked(log.tags.size());
+        for (size_t t = 0; t < log.tags.size(); ++t) {
+            checked[t] = part_.infos[t] != nullptr && hasLengthRule(*part_.infos[t]);
+        }
         for (uint32_t i = 0; i < log.events.size(); ++i) {
             const TagEvent& e = log.events[i];
             if (e.tag == TagEvent::kNoTag) continue;
@@ -363,7 +368,7 @@ private:
                 unlisted.emplace(log.tags[e.tag].name, firstLine[e.tag]);
                 continue;
             }
-            if (!e.removed && !fits(e)) continue;
+            if (!e.removed && checked[e.tag] && !fits(e)) continue;
             part_.tracks[static_cast<size_t>(track[e.tag])]
                 .sides[static_cast<size_t>(e.side)]
                 .push_back(i);
@@ -647,12 +652,14 @@ std::shared_ptr<const Sequence::Data> readSequenceTexts(std::vector<SequenceText
         }
     };
     // The first pass makes every choice and finds every error without
-    // registering a tag: a sequence that fails changes nothing.
+    // registering a tag: a sequence that fails changes nothing. When it had
+    // no tag to register, what it read is the sequence.
     {
         const DryRun dry;
-        Sequence::Data d;
-        d.parts.reserve(files.size());
-        build(d);
+        auto d = std::make_shared<Sequence::Data>();
+        d->parts.reserve(files.size());
+        build(*d);
+        if (dry.registeredNone()) return d;
     }
     auto data = std::make_shared<Sequence::Data>();
     data->parts.reserve(files.size());  // the lender stays where it is

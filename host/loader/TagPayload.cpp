@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <optional>
 #include <string>
@@ -336,6 +337,15 @@ const kvhost::TagInfo* addVendorTag(const std::string& name, uint32_t id, TagTyp
     *rc = id != 0 ? kvhost::registerTag(name, id, type) : kvhost::kExists;
     if (*rc == kvhost::kExists) *rc = kvhost::registerTagOnFreshId(name, type, &id);
     return *rc == kvhost::kOk ? kvhost::findTag(id) : nullptr;
+}
+
+bool DryRun::registeredNone() const {
+    return tags_.empty();
+}
+
+bool hasLengthRule(const kvhost::TagInfo& info) {
+    return std::any_of(std::begin(kLengthRules), std::end(kLengthRules),
+                       [&](const LengthRule& rule) { return info.name == rule.tag; });
 }
 
 std::string lengthProblem(const TagPayload& p) {

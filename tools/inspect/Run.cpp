@@ -14,6 +14,7 @@
 #include <new>
 #include <optional>
 #include <stdexcept>
+#include <string_view>
 #include <thread>
 
 #include "Frames.h"
@@ -192,7 +193,7 @@ public:
         if (fd_ >= 0) ::close(fd_);
     }
 
-    void write(const std::string& text) {
+    void write(std::string_view text) {
         buffer_ += text;
         if (buffer_.size() >= kBuffer) flush();
     }
@@ -356,6 +357,9 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
             getters.erase(getters.begin() + static_cast<std::ptrdiff_t>(k));
             for (FrameCalls& f : frames) {
                 f.calls.erase(f.calls.begin() + static_cast<std::ptrdiff_t>(k));
+                if (k < f.callStamps.size()) {
+                    f.callStamps.erase(f.callStamps.begin() + static_cast<std::ptrdiff_t>(k));
+                }
                 f.fromBlocks.erase(f.fromBlocks.begin() + static_cast<std::ptrdiff_t>(k));
             }
         }
@@ -413,10 +417,13 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
         if (results) before = checksJson(*results);
         if (view == FramesView::Json) spool.write(jsonReportOpening(before));
         bool firstFrame = true;
+        JsonFrameWriter writer(view == FramesView::Json, a.logs, a.tags);
+        std::string text;
         each([&](const FrameCalls& f) {
-            const Json frame = frameJson(f, a.logs, a.tags);
-            spool.write(view == FramesView::Lines ? kvhost::loader::jsonText(frame) + "\n"
-                                                  : jsonReportFrame(frame, firstFrame));
+            text.clear();
+            writer.write(f, firstFrame, text);
+            if (view == FramesView::Lines) text += '\n';
+            spool.write(text);
             firstFrame = false;
         });
         if (onePass && anyFromBlocks) notes.push_back(kFromBlocksNote);

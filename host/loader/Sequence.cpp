@@ -249,6 +249,7 @@ private:
         part_.log.physicalIds = log.physicalIds;
         std::set<std::string> otherPhysical;
         size_t otherCameras = 0;
+        part_.log.events.reserve(log.events.size());
         for (const TagEvent& e : log.events) {
             if (e.client != client) continue;  // said by the client's note
             if (e.camera != camera) {
@@ -788,6 +789,44 @@ bool Sequence::changed(size_t i, uint32_t id) const {
         }
     }
     return false;
+}
+
+std::vector<size_t> Sequence::changedFrames(uint32_t id) const {
+    std::vector<size_t> out;
+    if (!data_) return out;
+    for (size_t p = 0; p < data_->parts.size(); ++p) {
+        const loader::SequencePart& part = data_->parts[p];
+        const size_t base = data_->firstFrame[p];
+        const size_t begin = out.size();
+        if (part.fromBlocks) {
+            for (size_t k = 0; k < part.frames.size(); ++k) {
+                const loader::SequencePart::Frame& f = part.frames[k];
+                for (uint32_t e = f.first; e < f.end; ++e) {
+                    const loader::TagEvent& event = part.log.events[e];
+                    if (event.added || part.infos[event.tag]->id != id) continue;
+                    out.push_back(base + k);
+                    break;
+                }
+            }
+            continue;
+        }
+        for (const loader::SequencePart::Track& t : part.tracks) {
+            if (t.info->id != id) continue;
+            for (const std::vector<uint32_t>& side : t.sides) {
+                // Each side is in frame order, as the frames are.
+                size_t k = 0;
+                for (const uint32_t e : side) {
+                    const int64_t number = part.log.events[e].frame;
+                    while (part.frames[k].number < number) ++k;
+                    out.push_back(base + k);
+                }
+            }
+        }
+        std::sort(out.begin() + static_cast<std::ptrdiff_t>(begin), out.end());
+        out.erase(std::unique(out.begin() + static_cast<std::ptrdiff_t>(begin), out.end()),
+                  out.end());
+    }
+    return out;
 }
 
 std::vector<TagChange> Sequence::changes(uint32_t id) const {

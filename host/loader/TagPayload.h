@@ -73,6 +73,8 @@ bool hasLengthRule(const kvhost::TagInfo& info);
 
 // The tag as a capture description writes it: name, type and typed values.
 Json tagToJson(const TagPayload& p);
+// Its typed values alone, from `count` elements of the tag's type at `data`.
+Json valuesToJson(const kvhost::TagInfo& info, const uint8_t* data, size_t count);
 
 // The record view of a tag's int32 elements, as the capture description
 // writes it: {"faces": [{"left": ..., ...}, ...]} for "kovani.bokeh.faceInfo",

@@ -95,11 +95,7 @@ RecordedValue recordedValue(const kvhost::RecordedTag& tag, const uint8_t* data,
     v.tag = tag.name;
     const kvhost::TagInfo* info = kvhost::findTag(tag.id);
     if (info == nullptr || data == nullptr) return v;
-    kvhost::loader::TagPayload p;
-    p.info = info;
-    p.count = count;
-    p.bytes.assign(data, data + count * kvhost::typeSize(info->type));
-    v.values = kvhost::loader::tagToJson(p)["values"];
+    v.values = kvhost::loader::valuesToJson(*info, data, count);
     if (count == 1 && v.values[0].is_number_integer()) {
         const char* name = kvhost::enumName(*info, v.values[0].get<int32_t>());
         if (name != nullptr) v.name = name;
@@ -129,7 +125,11 @@ FrameBuilder::FrameBuilder(const kvhost::Sequence& sequence, std::vector<const G
       getters_(std::move(getters)),
       install_(install),
       recorded_(sequence.recordedTags()) {
-    for (const kvhost::RecordedTag& t : recorded_) changes_.push_back(sequence.changes(t.id));
+    for (const kvhost::RecordedTag& t : recorded_) {
+        changes_.push_back(sequence.changes(t.id));
+        printed_.push_back(sequence.changedFrames(t.id));
+    }
+    nextPrinted_.assign(recorded_.size(), 0);
 }
 
 void FrameBuilder::restart() {
@@ -192,10 +192,16 @@ const FrameCalls* FrameBuilder::frame(size_t i, std::string* error) {
     if (newFile) {
         frame_.recorded = recordedValues(sequence_, i, *built_.capture, recorded_);
         for (uint64_t& stamp : frame_.recordedStamps) stamp = newStamp();
-    } else {
-        for (size_t t = 0; t < recorded_.size(); ++t) {
-            frame_.recorded[t].changed = sequence_.changed(i, recorded_[t].id);
+    }
+    for (size_t t = 0; t < recorded_.size(); ++t) {
+        const std::vector<size_t>& printed = printed_[t];
+        size_t& next = nextPrinted_[t];
+        if (!follows) {
+            next = static_cast<size_t>(std::lower_bound(printed.begin(), printed.end(), i) -
+                                       printed.begin());
         }
+        while (next < printed.size() && printed[next] < i) ++next;
+        frame_.recorded[t].changed = next < printed.size() && printed[next] == i;
     }
     std::sort(changed.begin(), changed.end());
     // The getters whose answer may differ from the last frame's.

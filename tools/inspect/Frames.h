@@ -88,6 +88,9 @@ private:
     std::vector<std::vector<kvhost::TagChange>> changes_;
     std::vector<size_t> next_;
     std::vector<std::array<const kvhost::TagChange*, 2>> sides_;
+    // By recorded tag: the frames the log printed it for, the next one due.
+    std::vector<std::vector<size_t>> printed_;
+    std::vector<size_t> nextPrinted_;
     std::optional<size_t> last_;  // the frame built last
     FrameCalls frame_;
     kvhost::LoadResult built_;

@@ -7,6 +7,7 @@
 #include <map>
 #include <set>
 #include <sstream>
+#include <tuple>
 
 #include "DumpCapture.h"
 #include "TagPayload.h"
@@ -73,6 +74,40 @@ Entry& cached(std::vector<Entry>& cache, size_t k, uint64_t stamp, Make make) {
         entry.stamp = stamp;
     }
     return entry;
+}
+
+// Whether two values are the same to the last type: 1 and 1.0 print apart.
+bool sameJson(const Json& a, const Json& b) {
+    if (a.type() != b.type() || a.size() != b.size()) return false;
+    if (a.is_object()) {
+        auto x = a.items().begin();
+        for (const auto& y : b.items()) {
+            if (x.key() != y.key() || !sameJson(x.value(), y.value())) return false;
+            ++x;
+        }
+        return true;
+    }
+    if (a.is_array()) return std::equal(a.begin(), a.end(), b.begin(), sameJson);
+    return a == b;
+}
+
+// Whether a call run again gave the record it gave before, in everything
+// a view shows of it: then it keeps its stamp.
+bool sameCall(const CallRecord& a, const CallRecord& b) {
+    const auto log = [](const kvhost::LogRecord& r) {
+        return std::tie(r.sink, r.level, r.group, r.tag, r.file, r.line, r.func, r.letter, r.format,
+                        r.text, r.priority);
+    };
+    const auto read = [](const kvhost::LookupRecord& r) {
+        return std::tie(r.tag, r.id, r.known, r.place, r.cameraId, r.found, r.type, r.count);
+    };
+    return a.getter == b.getter && a.given == b.given && a.outcome.result == b.outcome.result &&
+           a.outcome.skipped == b.outcome.skipped && sameJson(a.outcome.output, b.outcome.output) &&
+           sameJson(a.adapter, b.adapter) &&
+           std::equal(a.logs.begin(), a.logs.end(), b.logs.begin(), b.logs.end(),
+                      [&](const auto& x, const auto& y) { return log(x) == log(y); }) &&
+           std::equal(a.reads.begin(), a.reads.end(), b.reads.begin(), b.reads.end(),
+                      [&](const auto& x, const auto& y) { return read(x) == read(y); });
 }
 
 // A number as text, without a string of its own.
@@ -235,9 +270,12 @@ const FrameCalls* FrameBuilder::frame(size_t i, std::string* error) {
         std::vector<CallRecord> calls = runGetters(*built_.capture, getters);
         std::vector<std::vector<std::string>> fromBlocks = tagsFromBlocks(calls, recorded_);
         for (size_t n = 0; n < again.size(); ++n) {
-            frame_.calls[again[n]] = std::move(calls[n]);
-            frame_.fromBlocks[again[n]] = std::move(fromBlocks[n]);
-            frame_.callStamps[again[n]] = newStamp();
+            const size_t k = again[n];
+            const bool same = frame_.callStamps[k] != 0 && sameCall(frame_.calls[k], calls[n]) &&
+                              frame_.fromBlocks[k] == fromBlocks[n];
+            frame_.calls[k] = std::move(calls[n]);
+            frame_.fromBlocks[k] = std::move(fromBlocks[n]);
+            if (!same) frame_.callStamps[k] = newStamp();
         }
     }
     run_ += again.size();

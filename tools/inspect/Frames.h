@@ -37,9 +37,11 @@ struct FrameCalls {
     // for a call that read only recorded tags.
     std::vector<std::vector<std::string>> fromBlocks;
     // By call and by recorded tag: a stamp that FrameBuilder gives each call
-    // record and each recorded value it makes, new for every one it makes;
-    // 0 (or none) for one made elsewhere. While a stamp holds, what a view
-    // made of that call or value stands: the views make a cell once.
+    // record and each recorded value it makes, new for every one that
+    // differs from the one before it (a call run again that gives what it
+    // gave keeps its stamp); 0 (or none) for one made elsewhere. While a
+    // stamp holds, what a view made of that call or value stands: the views
+    // make a cell once.
     std::vector<uint64_t> callStamps;
     std::vector<uint64_t> recordedStamps;
 };

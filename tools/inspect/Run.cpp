@@ -265,12 +265,26 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
     // session decides.
     std::optional<FrameBuilder> builder;
     builder.emplace(sequence, getters, html);
+    // The platform adapter's first calls in a process (GetInstance, Init)
+    // go to the call that first asks it, in the first pass. The JSON views of
+    // chosen getters without checks once needed no first pass and showed
+    // them: that frame is written as the first pass made it.
+    const bool adapterFirst = !collect && !checking && !a.getters.empty() &&
+                              (view == FramesView::Json || view == FramesView::Lines);
+    std::optional<size_t> adapterFrame;
+    std::string adapterText;
     const auto build = [&](size_t i, bool firstPass) -> const FrameCalls& {
         std::string error;
         const FrameCalls* built = builder->frame(i, &error);
         if (built == nullptr) throw Refusal{error};
         const FrameCalls& f = *built;
         if (!firstPass) return f;
+        if (adapterFirst && !adapterFrame &&
+            std::any_of(f.calls.begin(), f.calls.end(),
+                        [](const CallRecord& c) { return !c.adapter.empty(); })) {
+            adapterFrame = i;
+            JsonFrameWriter(view == FramesView::Json, a.logs, a.tags).write(f, i == 0, adapterText);
+        }
         if (checking) checked.push_back(checkCalls(f.calls));
         if (html) {
             const Capture& capture = *builder->capture();
@@ -388,9 +402,14 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
         bool firstFrame = true;
         JsonFrameWriter writer(view == FramesView::Json, a.logs, a.tags);
         std::string text;
+        size_t i = 0;
         each([&](const FrameCalls& f) {
             text.clear();
-            writer.write(f, firstFrame, text);
+            if (adapterFrame == i++) {
+                text = adapterText;
+            } else {
+                writer.write(f, firstFrame, text);
+            }
             if (view == FramesView::Lines) text += '\n';
             output.write(text);
             firstFrame = false;

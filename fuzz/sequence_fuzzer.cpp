@@ -133,6 +133,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::vector<inspect::FrameCalls> frames;
     // Each frame also built from the one before, which must give the same.
     inspect::FrameBuilder builder(sequence, getters);
+    // The report's frames as the program writes them, from the frames built
+    // one from the other, each call's text made once while it stands.
+    inspect::JsonFrameWriter writer(true, true, true);
+    std::string written;
     for (size_t i = 0; i < std::min(sequence.frameCount(), kFrames); ++i) {
         std::string error;
         const inspect::FrameCalls* fast = builder.frame(i, &error);
@@ -156,6 +160,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const std::string wholeJson = kvhost::loader::jsonText(inspect::frameJson(f, true, true));
         KVFUZZ_CHECK(kvhost::loader::jsonText(inspect::frameJson(*fast, true, true)) == wholeJson,
                      "frame %zu built from the one before differs from the frame built whole", i);
+        writer.write(*fast, frames.size() == 1, written);
     }
     KVFUZZ_CHECK(!inspect::framesTable(frames).empty(), "no table");
     for (const bool logs : {false, true}) {
@@ -174,6 +179,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const inspect::Json lists{{"notes", inspect::Json::array()},
                               {"warnings", inspect::Json::array()}};
     streamed += inspect::jsonReportClosing(lists, !frames.empty());
+    KVFUZZ_CHECK(inspect::jsonReportOpening(inspect::Json::object()) + written +
+                         inspect::jsonReportClosing(lists, !frames.empty()) ==
+                     streamed,
+                 "the report as the program writes it differs from its frames printed:\n%s",
+                 written.c_str());
     // The stream writes the frames first, as they are made.
     const inspect::Json whole = inspect::framesJson(frames, true);
     const inspect::Json inOrder{

@@ -132,12 +132,21 @@ public:
     Reader(std::string_view text, const std::string& file) : text_(text) { dump_.file = file; }
 
     Dump read() {
+        const auto noBlock = [&] {
+            return InputError(dump_.file +
+                              ": neither a capture description nor a camera metadata dump: no \"" +
+                              std::string(kBlockLine) + "\" line");
+        };
         // Text with no block line is a fragment pasted from the middle of a dump.
         fragment_ = true;
-        forEachLine(text_, [&](std::string_view s) {
-            if (opensBlock(s)) fragment_ = false;
-            return fragment_;
-        });
+        if (contains(text_, kBlockLine)) {
+            forEachLine(text_, [&](std::string_view s) {
+                if (opensBlock(s)) fragment_ = false;
+                return fragment_;
+            });
+        } else if (!contains(text_, "):")) {
+            throw noBlock();  // and no entry header "name (id): type[n]" to open a fragment
+        }
         forEachLine(text_, [&](std::string_view s) {
             ++lineNumber_;
             readLine(s);
@@ -145,11 +154,7 @@ public:
         });
         closeBlock();
         rebuildIdLists();
-        if (dump_.blocks.empty()) {
-            throw InputError(dump_.file +
-                             ": neither a capture description nor a camera metadata dump: no \"" +
-                             std::string(kBlockLine) + "\" line");
-        }
+        if (dump_.blocks.empty()) throw noBlock();
         if (fragment_ && valueRows_ == 0) {
             const size_t headers = dump_.blocks[0].declaredEntries;
             throw InputError(dump_.file + ": " + std::to_string(headers) + " entry line" +

@@ -147,45 +147,44 @@ std::vector<std::vector<std::string_view>> splitNames(const kvhost::TagInfo& tag
 // them; `last` when nothing follows it in its row.
 std::string appendJoined(const RowFormat& f, std::string_view token, bool last,
                          std::vector<uint8_t>& bytes, size_t& values) {
-    const auto each = [&](const std::vector<std::string_view>& pieces) {
-        for (const std::string_view piece : pieces) {
-            if (std::string problem = appendToken(f, piece, bytes); !problem.empty()) {
-                return problem;
-            }
-            ++values;
-        }
-        return std::string();
+    // Each element's value appended, without a list of them.
+    const auto one = [&](std::string_view piece) {
+        std::string problem = appendToken(f, piece, bytes);
+        if (problem.empty()) ++values;
+        return problem;
     };
     bool digits = true;
     for (const char c : token) digits = digits && isDigit(c);
     if (f.type == TagType::Float || f.type == TagType::Double) {
         // "%0.8f" without a blank: each value ends eight digits after its point.
-        std::vector<std::string_view> pieces;
         for (size_t at = 0; at < token.size();) {
             const size_t point = token.find('.', at);
             const size_t end =
                 point == std::string_view::npos ? token.size() : std::min(token.size(), point + 9);
-            pieces.push_back(token.substr(at, end - at));
+            if (std::string problem = one(token.substr(at, end - at)); !problem.empty()) {
+                return problem;
+            }
             at = end;
         }
-        return each(pieces);
+        return "";
     }
     if (f.type == TagType::Byte && digits && token.size() > 1 && last) {
         // Bytes printed as "%hhu" with nothing between them: "10" is the
         // byte 10 or the bytes 1 and 0, told apart only by the count.
         const size_t expected = f.count > values ? std::min(kBytesPerRow, f.count - values) : 0;
-        if (expected == 1) return each({token});
+        if (expected == 1) return one(token);
         if (expected != token.size()) {
             return "the joined digits \"" + std::string(token) + "\" read as bytes only when " +
                    "the tag's element count is known and equals the digit count";
         }
-        std::vector<std::string_view> pieces;
-        for (size_t i = 0; i < token.size(); ++i) pieces.push_back(token.substr(i, 1));
-        return each(pieces);
+        for (size_t i = 0; i < token.size(); ++i) {
+            if (std::string problem = one(token.substr(i, 1)); !problem.empty()) return problem;
+        }
+        return "";
     }
     if (digits || token[0] == '-' || f.names == nullptr ||
         kvhost::findEnum(*f.names, token) != nullptr) {
-        return each({token});
+        return one(token);
     }
     const auto splits = splitNames(*f.names, token);
     if (splits.size() != 1) {
@@ -193,7 +192,10 @@ std::string appendJoined(const RowFormat& f, std::string_view token, bool last,
                (splits.empty() ? "neither a number nor value names of the tag"
                                : "value names of the tag cut in 2 or more ways");
     }
-    return each(splits[0]);
+    for (const std::string_view piece : splits[0]) {
+        if (std::string problem = one(piece); !problem.empty()) return problem;
+    }
+    return "";
 }
 
 }  // namespace
@@ -240,10 +242,9 @@ std::string_view cleanDumpLine(std::string_view line) {
 
 std::optional<std::string> dynamicInfoCamera(std::string_view s) {
     constexpr std::string_view kDevice = "Camera device ";
+    if (!startsWith(s, "==")) return std::nullopt;
     const size_t at = s.find(kDevice);
-    if (!startsWith(s, "==") || at == std::string_view::npos || !contains(s, "dynamic info")) {
-        return std::nullopt;
-    }
+    if (at == std::string_view::npos || !contains(s, "dynamic info")) return std::nullopt;
     size_t p = at + kDevice.size();
     const size_t start = p;
     while (p < s.size() && !isBlank(s[p]) && s[p] != ':') ++p;

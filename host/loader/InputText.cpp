@@ -1,8 +1,10 @@
 #include "InputText.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -52,7 +54,10 @@ bool isCameraLine(std::string_view raw) {
 // The text kept of an input, fed in pieces of any size.
 class Sink {
 public:
-    Sink(const std::string& path, const InputLimits& limits) : path_(path), limits_(limits) {}
+    // `size`: the input's size when known, for the text of one that is not
+    // a bug report (kept whole) to take its room once.
+    Sink(const std::string& path, const InputLimits& limits, size_t size = 0)
+        : path_(path), limits_(limits), size_(size) {}
 
     void add(std::string_view bytes) {
         if (std::memchr(bytes.data(), '\0', bytes.size()) != nullptr) {
@@ -115,6 +120,7 @@ private:
         // A bug report opens with a rule of '=' and the "== dumpstate:" line.
         const bool opening = bugReport_ < 0 && lines_ == 2;
         if (opening) bugReport_ = startsWith(s, "== dumpstate:") ? 1 : 0;
+        if (opening && bugReport_ == 0) text_.reserve(std::min(size_, limits_.keptBytes) + 1);
         bool kept = true;
         if (bugReport_ == 1 && !opening) {
             kept = keep(s);
@@ -154,6 +160,7 @@ private:
     const InputLimits& limits_;
     std::string text_;
     std::string partial_;
+    size_t size_;
     size_t lines_ = 0;
     int bugReport_ = -1;  // not known yet
     bool inCamera_ = false;
@@ -271,7 +278,9 @@ InputText readInput(const std::string& path, const InputLimits& limits) {
         noZip(path);
 #endif
     }
-    Sink sink(path, limits);
+    struct stat st {};
+    const bool sized = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
+    Sink sink(path, limits, sized ? static_cast<size_t>(st.st_size) : 0);
     while (n != 0) {
         sink.add(std::string_view(chunk.data(), n));
         n = readSome();
@@ -292,7 +301,7 @@ InputText readInputBytes(std::string_view bytes, const std::string& path,
         noZip(path);
 #endif
     }
-    Sink sink(path, limits);
+    Sink sink(path, limits, bytes.size());
     sink.add(bytes);
     return sink.input();
 }

@@ -249,6 +249,7 @@ private:
         part_.log.physicalIds = log.physicalIds;
         std::set<std::string> otherPhysical;
         size_t otherCameras = 0;
+        part_.log.events.reserve(log.events.size());
         for (const TagEvent& e : log.events) {
             if (e.client != client) continue;  // said by the client's note
             if (e.camera != camera) {
@@ -356,6 +357,11 @@ private:
                                    [&](const TagPayload& p) { return taken.count(p.info) != 0; }),
                     frame.end());
         std::map<std::string, uint32_t> unlisted;  // by name: the line of its first event
+        // By tag: whether its payloads are checked for length.
+        std::vector<bool> checked(log.tags.size());
+        for (size_t t = 0; t < log.tags.size(); ++t) {
+            checked[t] = part_.infos[t] != nullptr && hasLengthRule(*part_.infos[t]);
+        }
         for (uint32_t i = 0; i < log.events.size(); ++i) {
             const TagEvent& e = log.events[i];
             if (e.tag == TagEvent::kNoTag) continue;
@@ -363,7 +369,7 @@ private:
                 unlisted.emplace(log.tags[e.tag].name, firstLine[e.tag]);
                 continue;
             }
-            if (!e.removed && !fits(e)) continue;
+            if (!e.removed && checked[e.tag] && !fits(e)) continue;
             part_.tracks[static_cast<size_t>(track[e.tag])]
                 .sides[static_cast<size_t>(e.side)]
                 .push_back(i);
@@ -647,12 +653,14 @@ std::shared_ptr<const Sequence::Data> readSequenceTexts(std::vector<SequenceText
         }
     };
     // The first pass makes every choice and finds every error without
-    // registering a tag: a sequence that fails changes nothing.
+    // registering a tag: a sequence that fails changes nothing. When it had
+    // no tag to register, what it read is the sequence.
     {
         const DryRun dry;
-        Sequence::Data d;
-        d.parts.reserve(files.size());
-        build(d);
+        auto d = std::make_shared<Sequence::Data>();
+        d->parts.reserve(files.size());
+        build(*d);
+        if (dry.registeredNone()) return d;
     }
     auto data = std::make_shared<Sequence::Data>();
     data->parts.reserve(files.size());  // the lender stays where it is
@@ -781,6 +789,44 @@ bool Sequence::changed(size_t i, uint32_t id) const {
         }
     }
     return false;
+}
+
+std::vector<size_t> Sequence::changedFrames(uint32_t id) const {
+    std::vector<size_t> out;
+    if (!data_) return out;
+    for (size_t p = 0; p < data_->parts.size(); ++p) {
+        const loader::SequencePart& part = data_->parts[p];
+        const size_t base = data_->firstFrame[p];
+        const size_t begin = out.size();
+        if (part.fromBlocks) {
+            for (size_t k = 0; k < part.frames.size(); ++k) {
+                const loader::SequencePart::Frame& f = part.frames[k];
+                for (uint32_t e = f.first; e < f.end; ++e) {
+                    const loader::TagEvent& event = part.log.events[e];
+                    if (event.added || part.infos[event.tag]->id != id) continue;
+                    out.push_back(base + k);
+                    break;
+                }
+            }
+            continue;
+        }
+        for (const loader::SequencePart::Track& t : part.tracks) {
+            if (t.info->id != id) continue;
+            for (const std::vector<uint32_t>& side : t.sides) {
+                // Each side is in frame order, as the frames are.
+                size_t k = 0;
+                for (const uint32_t e : side) {
+                    const int64_t number = part.log.events[e].frame;
+                    while (part.frames[k].number < number) ++k;
+                    out.push_back(base + k);
+                }
+            }
+        }
+        std::sort(out.begin() + static_cast<std::ptrdiff_t>(begin), out.end());
+        out.erase(std::unique(out.begin() + static_cast<std::ptrdiff_t>(begin), out.end()),
+                  out.end());
+    }
+    return out;
 }
 
 std::vector<TagChange> Sequence::changes(uint32_t id) const {

@@ -230,8 +230,7 @@ private:
         format_.type = tag.type;
         format_.names = names_[e.tag];
         format_.joined = true;
-        const auto known = typing_.counts.find(tag.name);
-        format_.count = known == typing_.counts.end() ? 0 : known->second;
+        format_.count = counts_[e.tag];
         e.offset = static_cast<uint32_t>(log_.payload.size());
         log_.events.push_back(e);
         open_ = true;
@@ -269,6 +268,8 @@ private:
         // Enum names are Android's; the monitor prints them for Android's tags.
         names_.push_back(info != nullptr && info->id < 0x80000000u ? info : nullptr);
         typed_.push_back(typed);
+        const auto count = typing_.counts.find(tag.name);
+        counts_.push_back(count == typing_.counts.end() ? 0 : count->second);
         log_.tags.push_back(std::move(tag));
         const auto index = static_cast<uint32_t>(log_.tags.size() - 1);
         tagIndex_.emplace(log_.tags.back().name, index);
@@ -298,6 +299,7 @@ private:
     std::map<std::string, uint32_t, std::less<>> tagIndex_;
     std::vector<const kvhost::TagInfo*> names_;  // by tag index
     std::vector<bool> typed_;                    // by tag index
+    std::vector<size_t> counts_;                 // by tag index: its entry's count, 0 unknown
 };
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <optional>
 #include <string>
@@ -338,6 +339,15 @@ const kvhost::TagInfo* addVendorTag(const std::string& name, uint32_t id, TagTyp
     return *rc == kvhost::kOk ? kvhost::findTag(id) : nullptr;
 }
 
+bool DryRun::registeredNone() const {
+    return tags_.empty();
+}
+
+bool hasLengthRule(const kvhost::TagInfo& info) {
+    return std::any_of(std::begin(kLengthRules), std::end(kLengthRules),
+                       [&](const LengthRule& rule) { return info.name == rule.tag; });
+}
+
 std::string lengthProblem(const TagPayload& p) {
     if (p.count == 0) return "";  // an empty entry is never read
     for (const LengthRule& rule : kLengthRules) {
@@ -448,11 +458,11 @@ double shortestDouble(float f) {
 
 }  // namespace
 
-Json tagToJson(const TagPayload& p) {
+Json valuesToJson(const kvhost::TagInfo& info, const uint8_t* at, size_t count) {
     Json values = Json::array();
-    const uint8_t* at = p.bytes.data();
-    for (size_t i = 0; i < p.count; ++i) {
-        switch (p.info->type) {
+    values.get_ref<Json::array_t&>().reserve(count);
+    for (size_t i = 0; i < count; ++i) {
+        switch (info.type) {
             case TagType::Byte:
                 values.push_back(at[i]);
                 break;
@@ -473,8 +483,13 @@ Json tagToJson(const TagPayload& p) {
                 break;
         }
     }
-    return Json{
-        {"tag", p.info->name}, {"type", kvhost::typeName(p.info->type)}, {"values", values}};
+    return values;
+}
+
+Json tagToJson(const TagPayload& p) {
+    return Json{{"tag", p.info->name},
+                {"type", kvhost::typeName(p.info->type)},
+                {"values", valuesToJson(*p.info, p.bytes.data(), p.count)}};
 }
 
 Json recordsToJson(const char* tagName, const int32_t* elements, size_t count) {

@@ -54,6 +54,9 @@ public:
     DryRun& operator=(const DryRun&) = delete;
 
     const kvhost::TagInfo* add(const std::string& name, kvhost::TagType type);
+    // Whether the run would have registered no tag: what it read is then
+    // what a run that registers reads.
+    bool registeredNone() const;
 
 private:
     std::deque<kvhost::TagInfo> tags_;
@@ -65,9 +68,13 @@ private:
 // than the library's read of the tag (the 448 bytes of the smart AE record,
 // say), or more faces than its record holds; "" when it is fine.
 std::string lengthProblem(const TagPayload& p);
+// Whether lengthProblem checks payloads of the tag at all.
+bool hasLengthRule(const kvhost::TagInfo& info);
 
 // The tag as a capture description writes it: name, type and typed values.
 Json tagToJson(const TagPayload& p);
+// Its typed values alone, from `count` elements of the tag's type at `data`.
+Json valuesToJson(const kvhost::TagInfo& info, const uint8_t* data, size_t count);
 
 // The record view of a tag's int32 elements, as the capture description
 // writes it: {"faces": [{"left": ..., ...}, ...]} for "kovani.bokeh.faceInfo",

@@ -1,10 +1,13 @@
 #include "Frames.h"
 
 #include <algorithm>
+#include <atomic>
+#include <charconv>
 #include <cstring>
 #include <map>
 #include <set>
 #include <sstream>
+#include <tuple>
 
 #include "DumpCapture.h"
 #include "TagPayload.h"
@@ -50,6 +53,72 @@ std::string csvField(const std::string& s) {
     return out + "\"";
 }
 
+// A stamp no record made before has had.
+uint64_t newStamp() {
+    static std::atomic<uint64_t> last{0};
+    return ++last;
+}
+
+// The stamp of `frame`'s entry k of `stamps` (its call's or recorded value's); 0 when it has none.
+uint64_t stampOf(const std::vector<uint64_t>& stamps, size_t size, size_t k) {
+    return stamps.size() == size && k < size ? stamps[k] : 0;
+}
+
+// Entry k of `cache`, made again by `make` unless it was made for `stamp`.
+template <typename Entry, typename Make>
+Entry& cached(std::vector<Entry>& cache, size_t k, uint64_t stamp, Make make) {
+    if (cache.size() <= k) cache.resize(k + 1);
+    Entry& entry = cache[k];
+    if (stamp == 0 || entry.stamp != stamp) {
+        make(entry);
+        entry.stamp = stamp;
+    }
+    return entry;
+}
+
+// Whether two values are the same to the last type: 1 and 1.0 print apart.
+bool sameJson(const Json& a, const Json& b) {
+    if (a.type() != b.type() || a.size() != b.size()) return false;
+    if (a.is_object()) {
+        auto x = a.items().begin();
+        for (const auto& y : b.items()) {
+            if (x.key() != y.key() || !sameJson(x.value(), y.value())) return false;
+            ++x;
+        }
+        return true;
+    }
+    if (a.is_array()) return std::equal(a.begin(), a.end(), b.begin(), sameJson);
+    return a == b;
+}
+
+// Whether a call run again gave the record it gave before, in everything
+// a view shows of it: then it keeps its stamp.
+bool sameCall(const CallRecord& a, const CallRecord& b) {
+    const auto log = [](const kvhost::LogRecord& r) {
+        return std::tie(r.sink, r.level, r.group, r.tag, r.file, r.line, r.func, r.letter, r.format,
+                        r.text, r.priority);
+    };
+    const auto read = [](const kvhost::LookupRecord& r) {
+        return std::tie(r.tag, r.id, r.known, r.place, r.cameraId, r.found, r.type, r.count);
+    };
+    return a.getter == b.getter && a.given == b.given && a.empty == b.empty &&
+           a.outcome.result == b.outcome.result && a.outcome.skipped == b.outcome.skipped &&
+           sameJson(a.outcome.output, b.outcome.output) && sameJson(a.adapter, b.adapter) &&
+           std::equal(a.logs.begin(), a.logs.end(), b.logs.begin(), b.logs.end(),
+                      [&](const auto& x, const auto& y) { return log(x) == log(y); }) &&
+           std::equal(a.reads.begin(), a.reads.end(), b.reads.begin(), b.reads.end(),
+                      [&](const auto& x, const auto& y) { return read(x) == read(y); });
+}
+
+// A number as text, without a string of its own.
+struct NumberText {
+    explicit NumberText(int64_t v)
+        : size(std::to_chars(digits, digits + sizeof digits, v).ptr - digits) {}
+    std::string_view view() const { return {digits, size}; }
+    char digits[24];
+    size_t size;
+};
+
 }  // namespace
 
 const char* const kFromBlocksNote =
@@ -61,11 +130,7 @@ RecordedValue recordedValue(const kvhost::RecordedTag& tag, const uint8_t* data,
     v.tag = tag.name;
     const kvhost::TagInfo* info = kvhost::findTag(tag.id);
     if (info == nullptr || data == nullptr) return v;
-    kvhost::loader::TagPayload p;
-    p.info = info;
-    p.count = count;
-    p.bytes.assign(data, data + count * kvhost::typeSize(info->type));
-    v.values = kvhost::loader::tagToJson(p)["values"];
+    v.values = kvhost::loader::valuesToJson(*info, data, count);
     if (count == 1 && v.values[0].is_number_integer()) {
         const char* name = kvhost::enumName(*info, v.values[0].get<int32_t>());
         if (name != nullptr) v.name = name;
@@ -95,7 +160,11 @@ FrameBuilder::FrameBuilder(const kvhost::Sequence& sequence, std::vector<const G
       getters_(std::move(getters)),
       install_(install),
       recorded_(sequence.recordedTags()) {
-    for (const kvhost::RecordedTag& t : recorded_) changes_.push_back(sequence.changes(t.id));
+    for (const kvhost::RecordedTag& t : recorded_) {
+        changes_.push_back(sequence.changes(t.id));
+        printed_.push_back(sequence.changedFrames(t.id));
+    }
+    nextPrinted_.assign(recorded_.size(), 0);
 }
 
 void FrameBuilder::restart() {
@@ -105,6 +174,8 @@ void FrameBuilder::restart() {
     frame_.recorded.resize(recorded_.size());
     frame_.calls.resize(getters_.size());
     frame_.fromBlocks.resize(getters_.size());
+    frame_.recordedStamps.assign(recorded_.size(), 0);
+    frame_.callStamps.assign(getters_.size(), 0);
     last_.reset();
 }
 
@@ -151,13 +222,21 @@ const FrameCalls* FrameBuilder::frame(size_t i, std::string* error) {
         const bool typed = held != nullptr && info != nullptr && held->type == info->type;
         frame_.recorded[t] =
             recordedValue(recorded_[t], typed ? held->bytes : nullptr, typed ? held->count : 0);
+        frame_.recordedStamps[t] = newStamp();
     }
     if (newFile) {
         frame_.recorded = recordedValues(sequence_, i, *built_.capture, recorded_);
-    } else {
-        for (size_t t = 0; t < recorded_.size(); ++t) {
-            frame_.recorded[t].changed = sequence_.changed(i, recorded_[t].id);
+        for (uint64_t& stamp : frame_.recordedStamps) stamp = newStamp();
+    }
+    for (size_t t = 0; t < recorded_.size(); ++t) {
+        const std::vector<size_t>& printed = printed_[t];
+        size_t& next = nextPrinted_[t];
+        if (!follows) {
+            next = static_cast<size_t>(std::lower_bound(printed.begin(), printed.end(), i) -
+                                       printed.begin());
         }
+        while (next < printed.size() && printed[next] < i) ++next;
+        frame_.recorded[t].changed = next < printed.size() && printed[next] == i;
     }
     std::sort(changed.begin(), changed.end());
     // The getters whose answer may differ from the last frame's.
@@ -191,8 +270,12 @@ const FrameCalls* FrameBuilder::frame(size_t i, std::string* error) {
         std::vector<CallRecord> calls = runGetters(*built_.capture, getters);
         std::vector<std::vector<std::string>> fromBlocks = tagsFromBlocks(calls, recorded_);
         for (size_t n = 0; n < again.size(); ++n) {
-            frame_.calls[again[n]] = std::move(calls[n]);
-            frame_.fromBlocks[again[n]] = std::move(fromBlocks[n]);
+            const size_t k = again[n];
+            const bool same = frame_.callStamps[k] != 0 && sameCall(frame_.calls[k], calls[n]) &&
+                              frame_.fromBlocks[k] == fromBlocks[n];
+            frame_.calls[k] = std::move(calls[n]);
+            frame_.fromBlocks[k] = std::move(fromBlocks[n]);
+            if (!same) frame_.callStamps[k] = newStamp();
         }
     }
     run_ += again.size();
@@ -275,6 +358,21 @@ std::string cellText(const CallRecord& call) {
     return text;
 }
 
+const std::string& TableWriter::recordedCell(const FrameCalls& f, size_t k) const {
+    return cached(recordedCells_, k, stampOf(f.recordedStamps, f.recorded.size(), k),
+                  [&](Cell& c) { c.text = recordedText(f.recorded[k]); })
+        .text;
+}
+
+const std::string& TableWriter::callCell(const FrameCalls& f, size_t k) const {
+    return cached(callCells_, k, stampOf(f.callStamps, f.calls.size(), k),
+                  [&](Cell& c) {
+                      const bool fixed = k < f.fromBlocks.size() && !f.fromBlocks[k].empty();
+                      c.text = cellText(f.calls[k]) + (fixed ? " *" : "");
+                  })
+        .text;
+}
+
 void TableWriter::measure(const FrameCalls& f) {
     if (header_.empty()) {
         header_ = {"frame", "timestamp"};
@@ -287,16 +385,13 @@ void TableWriter::measure(const FrameCalls& f) {
     const auto widen = [&](size_t i, size_t n) {
         if (i < width_.size()) width_[i] = std::max(width_[i], n);
     };
-    widen(0, std::to_string(f.number).size());
-    widen(1, std::to_string(f.timestamp).size());
+    widen(0, NumberText(f.number).size);
+    widen(1, NumberText(f.timestamp).size);
     size_t i = 2;
     for (size_t k = 0; k < f.recorded.size() && k < kShownRecordedTags; ++k) {
-        widen(i++, recordedText(f.recorded[k]).size());
+        widen(i++, recordedCell(f, k).size());
     }
-    for (size_t k = 0; k < f.calls.size(); ++k) {
-        const bool fixed = k < f.fromBlocks.size() && !f.fromBlocks[k].empty();
-        widen(i++, cellText(f.calls[k]).size() + (fixed ? 2 : 0));
-    }
+    for (size_t k = 0; k < f.calls.size(); ++k) widen(i++, callCell(f, k).size());
 }
 
 std::string TableWriter::line(const std::vector<std::string>& row) const {
@@ -317,15 +412,29 @@ std::string TableWriter::header() const {
 }
 
 std::string TableWriter::row(const FrameCalls& f) const {
-    std::vector<std::string> row{std::to_string(f.number), std::to_string(f.timestamp)};
-    for (size_t k = 0; k < f.recorded.size() && k < kShownRecordedTags; ++k) {
-        row.push_back(recordedText(f.recorded[k]));
-    }
-    for (size_t k = 0; k < f.calls.size(); ++k) {
-        const bool fixed = k < f.fromBlocks.size() && !f.fromBlocks[k].empty();
-        row.push_back(cellText(f.calls[k]) + (fixed ? " *" : ""));
-    }
-    return line(row);
+    // As line() lays out the header, without a string a cell.
+    const size_t shown = std::min(f.recorded.size(), kShownRecordedTags);
+    const size_t cells = 2 + shown + f.calls.size();
+    std::string out;
+    size_t i = 0;
+    const auto put = [&](std::string_view cell) {
+        if (i >= width_.size()) return;
+        size_t size = cell.size();
+        if (i > 0) out += "  ";
+        if (i < 2 && size < width_[i]) {
+            out.append(width_[i] - size, ' ');
+            size = width_[i];
+        }
+        out += cell;
+        if (i + 1 < cells && size < width_[i]) out.append(width_[i] - size, ' ');
+        ++i;
+    };
+    put(NumberText(f.number).view());
+    put(NumberText(f.timestamp).view());
+    for (size_t k = 0; k < shown; ++k) put(recordedCell(f, k));
+    for (size_t k = 0; k < f.calls.size(); ++k) put(callCell(f, k));
+    out += '\n';
+    return out;
 }
 
 void TableWriter::drop(const std::string& method) {
@@ -345,21 +454,32 @@ std::string framesTable(const std::vector<FrameCalls>& frames) {
     return out;
 }
 
+namespace {
+
+// A recorded value as an element of a frame's "recorded".
+Json recordedJson(const RecordedValue& v) {
+    Json value{{"tag", v.tag}, {"values", v.values}};
+    if (!v.name.empty()) value["name"] = v.name;
+    value["changed"] = v.changed;
+    return value;
+}
+
+// Call k of a frame as an element of its "calls".
+Json frameCallJson(const FrameCalls& f, size_t k, bool withLogs, bool withTags) {
+    Json call = callJson(f.calls[k], withLogs);
+    if (!withTags) call.erase("reads");
+    if (k < f.fromBlocks.size() && !f.fromBlocks[k].empty()) call["fromBlocks"] = f.fromBlocks[k];
+    return call;
+}
+
+}  // namespace
+
 Json frameJson(const FrameCalls& f, bool withLogs, bool withTags) {
     Json recorded = Json::array();
-    for (const RecordedValue& v : f.recorded) {
-        Json value{{"tag", v.tag}, {"values", v.values}};
-        if (!v.name.empty()) value["name"] = v.name;
-        value["changed"] = v.changed;
-        recorded.push_back(std::move(value));
-    }
+    for (const RecordedValue& v : f.recorded) recorded.push_back(recordedJson(v));
     Json calls = Json::array();
     for (size_t k = 0; k < f.calls.size(); ++k) {
-        Json call = callJson(f.calls[k], withLogs);
-        if (!withTags) call.erase("reads");
-        if (k < f.fromBlocks.size() && !f.fromBlocks[k].empty())
-            call["fromBlocks"] = f.fromBlocks[k];
-        calls.push_back(std::move(call));
+        calls.push_back(frameCallJson(f, k, withLogs, withTags));
     }
     return {{"frame", f.number},
             {"timestamp", f.timestamp},
@@ -406,6 +526,57 @@ std::string jsonReportClosing(const Json& after, bool anyFrame) {
     return (anyFrame ? "\n  ]" : "]") + members(after, false) + "\n}\n";
 }
 
+// In the report a frame's members are 6 spaces in, the elements of its
+// arrays 8 (jsonReportFrame): an element printed alone takes 8 more spaces
+// a line. In a line all is printed without blanks.
+std::string JsonFrameWriter::elementText(const Json& value) const {
+    return report_ ? nested(value, 8) : kvhost::loader::jsonText(value);
+}
+
+void JsonFrameWriter::write(const FrameCalls& f, bool first, std::string& out) {
+    const char* const member = report_ ? "\n      \"" : "\"";
+    const char* const colon = report_ ? "\": " : "\":";
+    const char* const element = report_ ? "\n        " : "";
+    const char* const close = report_ ? "\n      ]" : "]";
+    const auto array = [&](const char* name, size_t n, const auto& each) {
+        out.append(",").append(member).append(name).append(colon);
+        if (n == 0) {
+            out += "[]";
+            return;
+        }
+        out += '[';
+        for (size_t k = 0; k < n; ++k) {
+            if (k > 0) out += ',';
+            out += element;
+            each(k);
+        }
+        out += close;
+    };
+    if (report_) out += first ? "\n    " : ",\n    ";
+    out += '{';
+    out.append(member).append("frame").append(colon).append(NumberText(f.number).view());
+    out.append(",").append(member).append("timestamp").append(colon);
+    out.append(NumberText(f.timestamp).view());
+    array("recorded", f.recorded.size(), [&](size_t k) {
+        const Piece& p = cached(recorded_, k, stampOf(f.recordedStamps, f.recorded.size(), k),
+                                [&](Piece& piece) {
+                                    Json value = recordedJson(f.recorded[k]);
+                                    value["changed"] = false;
+                                    piece.text = elementText(value);
+                                    piece.changedAt = piece.text.rfind("false");
+                                });
+        out.append(p.text, 0, p.changedAt);
+        out += f.recorded[k].changed ? "true" : "false";
+        out.append(p.text, p.changedAt + 5, std::string::npos);
+    });
+    array("calls", f.calls.size(), [&](size_t k) {
+        out += cached(calls_, k, stampOf(f.callStamps, f.calls.size(), k), [&](Piece& piece) {
+                   piece.text = elementText(frameCallJson(f, k, withLogs_, withTags_));
+               }).text;
+    });
+    out += report_ ? "\n    }" : "}";
+}
+
 Json framesJson(const std::vector<FrameCalls>& frames, bool withLogs,
                 const std::vector<std::string>& notes, const std::vector<std::string>& warnings,
                 bool withTags) {
@@ -414,54 +585,87 @@ Json framesJson(const std::vector<FrameCalls>& frames, bool withLogs,
     return Json{{"notes", notes}, {"warnings", warnings}, {"frames", list}};
 }
 
-std::vector<CsvWriter::Field> CsvWriter::fields(const FrameCalls& f) {
-    // A group's fields: its output's, a scalar under `scalar`.
-    const auto addOutput = [](std::vector<Field>& fields, const std::string& group, const Json& v,
-                              const std::string& scalar) {
-        std::vector<std::pair<std::string, std::string>> flat;
-        flatten(v, group, flat);
-        if (flat.size() == 1 && flat[0].first == group) flat[0].first = scalar;
-        for (auto& [name, text] : flat) fields.push_back({group, name, std::move(text)});
-    };
-    std::vector<Field> fields{{"frame", "frame", std::to_string(f.number)},
-                              {"timestamp", "timestamp", std::to_string(f.timestamp)}};
-    for (const RecordedValue& v : f.recorded) {
-        // A single value is the tag's column itself: "android.control.aeState".
-        addOutput(fields, v.tag, v.values.size() == 1 ? v.values[0] : v.values, v.tag);
-        if (!v.name.empty()) fields.push_back({v.tag, v.tag + ".name", v.name});
+namespace {
+
+// A group's fields: its output's, a scalar under `scalar`.
+template <typename Field>
+void addOutput(std::vector<Field>& fields, const std::string& group, const Json& v,
+               const std::string& scalar) {
+    std::vector<std::pair<std::string, std::string>> flat;
+    flatten(v, group, flat);
+    if (flat.size() == 1 && flat[0].first == group) flat[0].first = scalar;
+    for (auto& [name, text] : flat) fields.push_back({group, name, std::move(text)});
+}
+
+}  // namespace
+
+void CsvWriter::recordedFields(const RecordedValue& v, std::vector<Field>& fields) {
+    // A single value is the tag's column itself: "android.control.aeState".
+    addOutput(fields, v.tag, v.values.size() == 1 ? v.values[0] : v.values, v.tag);
+    if (!v.name.empty()) fields.push_back({v.tag, v.tag + ".name", v.name});
+}
+
+void CsvWriter::callFields(const FrameCalls& f, size_t k, std::vector<Field>& fields) {
+    const CallRecord& c = f.calls[k];
+    const std::string method = c.getter->method;
+    fields.push_back({method, method + ".result", resultText(c.outcome)});
+    // A scalar output is "GetSensitivity.value".
+    addOutput(fields, method, c.outcome.output, method + ".value");
+    if (const char* name = valueName(*c.getter, c.outcome.output)) {
+        fields.push_back({method, method + ".name", name});
     }
-    for (size_t k = 0; k < f.calls.size(); ++k) {
-        const CallRecord& c = f.calls[k];
-        const std::string method = c.getter->method;
-        fields.push_back({method, method + ".result", resultText(c.outcome)});
-        // A scalar output is "GetSensitivity.value".
-        addOutput(fields, method, c.outcome.output, method + ".value");
-        if (const char* name = valueName(*c.getter, c.outcome.output)) {
-            fields.push_back({method, method + ".name", name});
-        }
-        if (k < f.fromBlocks.size() && !f.fromBlocks[k].empty()) {
-            std::string tags;
-            for (const std::string& t : f.fromBlocks[k]) tags += (tags.empty() ? "" : " ") + t;
-            fields.push_back({method, method + ".fromBlocks", tags});
-        }
+    if (k < f.fromBlocks.size() && !f.fromBlocks[k].empty()) {
+        std::string tags;
+        for (const std::string& t : f.fromBlocks[k]) tags += (tags.empty() ? "" : " ") + t;
+        fields.push_back({method, method + ".fromBlocks", tags});
     }
-    return fields;
+}
+
+CsvWriter::Group& CsvWriter::group(const FrameCalls& f, bool call, size_t k) const {
+    const uint64_t stamp = call ? stampOf(f.callStamps, f.calls.size(), k)
+                                : stampOf(f.recordedStamps, f.recorded.size(), k);
+    return cached(call ? callGroups_ : recordedGroups_, k, stamp, [&](Group& g) {
+        g.fields.clear();
+        g.measured = 0;
+        g.layout = 0;
+        if (call) {
+            callFields(f, k, g.fields);
+        } else {
+            recordedFields(f.recorded[k], g.fields);
+        }
+    });
+}
+
+void CsvWriter::add(const Field& field) {
+    if (index_.count(field.column) != 0) return;
+    index_.emplace(field.column, met_.size());
+    met_.push_back(field.column);
+    const auto g = std::find(groups_.begin(), groups_.end(), field.group);
+    groupOf_.push_back(static_cast<size_t>(g - groups_.begin()));
+    if (g == groups_.end()) groups_.push_back(field.group);
 }
 
 void CsvWriter::measure(const FrameCalls& f) {
     // Columns in the order the frames first show them; those that appear
-    // only in later frames go after their group's others.
-    bool added = false;
-    for (const Field& field : fields(f)) {
-        if (index_.count(field.column) != 0) continue;
-        index_.emplace(field.column, met_.size());
-        met_.push_back(field.column);
-        const auto g = std::find(groups_.begin(), groups_.end(), field.group);
-        groupOf_.push_back(static_cast<size_t>(g - groups_.begin()));
-        if (g == groups_.end()) groups_.push_back(field.group);
-        added = true;
+    // only in later frames go after their group's others. A group measured
+    // with its stamp has no column to add.
+    const size_t known = met_.size();
+    add({"frame", "frame", ""});
+    add({"timestamp", "timestamp", ""});
+    for (const bool call : {false, true}) {
+        const size_t n = call ? f.calls.size() : f.recorded.size();
+        for (size_t k = 0; k < n; ++k) {
+            Group& g = group(f, call, k);
+            if (g.stamp != 0 && g.measured == g.stamp) continue;
+            for (const Field& field : g.fields) add(field);
+            g.measured = g.stamp;
+        }
     }
-    if (!added) return;
+    if (met_.size() != known) ordered();
+}
+
+// The columns in the order written: a group's together, the groups as first met.
+void CsvWriter::ordered() {
     std::vector<size_t> order(met_.size());
     for (size_t i = 0; i < order.size(); ++i) order[i] = i;
     std::stable_sort(order.begin(), order.end(),
@@ -469,6 +673,7 @@ void CsvWriter::measure(const FrameCalls& f) {
     columns_.clear();
     for (size_t i : order) columns_.push_back(met_[i]);
     for (size_t i = 0; i < columns_.size(); ++i) index_[columns_[i]] = i;
+    ++layout_;
 }
 
 void CsvWriter::drop(const std::string& method) {
@@ -482,6 +687,7 @@ void CsvWriter::drop(const std::string& method) {
     }
     columns_ = std::move(kept);
     for (size_t i = 0; i < columns_.size(); ++i) index_[columns_[i]] = i;
+    ++layout_;
 }
 
 std::string CsvWriter::header() const {
@@ -491,14 +697,35 @@ std::string CsvWriter::header() const {
 }
 
 std::string CsvWriter::row(const FrameCalls& f) const {
-    std::vector<std::string> cells(columns_.size());
-    for (Field& field : fields(f)) {
-        const auto at = index_.find(field.column);
-        if (at != index_.end()) cells[at->second] = csvField(field.text);
+    std::vector<std::string_view> cells(columns_.size());
+    const NumberText number(f.number), timestamp(f.timestamp);
+    for (const auto& [column, text] :
+         {std::pair{"frame", number.view()}, std::pair{"timestamp", timestamp.view()}}) {
+        const auto at = index_.find(column);
+        if (at != index_.end()) cells[at->second] = text;
+    }
+    for (const bool call : {false, true}) {
+        const size_t n = call ? f.calls.size() : f.recorded.size();
+        for (size_t k = 0; k < n; ++k) {
+            Group& g = group(f, call, k);
+            if (g.layout != layout_) {
+                g.cells.clear();
+                for (const Field& field : g.fields) {
+                    const auto at = index_.find(field.column);
+                    if (at != index_.end()) g.cells.emplace_back(at->second, csvField(field.text));
+                }
+                g.layout = layout_;
+            }
+            for (const auto& [column, text] : g.cells) cells[column] = text;
+        }
     }
     std::string out;
-    for (size_t i = 0; i < cells.size(); ++i) out += (i ? "," : "") + cells[i];
-    return out + "\n";
+    for (size_t i = 0; i < cells.size(); ++i) {
+        if (i > 0) out += ',';
+        out += cells[i];
+    }
+    out += '\n';
+    return out;
 }
 
 std::string framesCsv(const std::vector<FrameCalls>& frames) {

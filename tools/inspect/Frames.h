@@ -36,6 +36,14 @@ struct FrameCalls {
     // record, which come from the dump's request and result blocks; empty
     // for a call that read only recorded tags.
     std::vector<std::vector<std::string>> fromBlocks;
+    // By call and by recorded tag: a stamp that FrameBuilder gives each call
+    // record and each recorded value it makes, new for every one that
+    // differs from the one before it (a call run again that gives what it
+    // gave keeps its stamp); 0 (or none) for one made elsewhere. While a
+    // stamp holds, what a view made of that call or value stands: the views
+    // make a cell once.
+    std::vector<uint64_t> callStamps;
+    std::vector<uint64_t> recordedStamps;
 };
 
 // Frame i's values of the session's recorded tags, from its installed capture.
@@ -82,6 +90,9 @@ private:
     std::vector<std::vector<kvhost::TagChange>> changes_;
     std::vector<size_t> next_;
     std::vector<std::array<const kvhost::TagChange*, 2>> sides_;
+    // By recorded tag: the frames the log printed it for, the next one due.
+    std::vector<std::vector<size_t>> printed_;
+    std::vector<size_t> nextPrinted_;
     std::optional<size_t> last_;  // the frame built last
     FrameCalls frame_;
     kvhost::LoadResult built_;
@@ -113,7 +124,8 @@ std::vector<const Getter*> chooseGetters(const std::string& names, std::string* 
 
 // One line per frame: frame number, timestamp, the first recorded tags'
 // values, then each getter's result, " *" after one from the dump's blocks.
-// Columns as wide as their widest cell among the frames measured.
+// Columns as wide as their widest cell among the frames measured. A cell of
+// a recorded value or a call is made once while its stamp holds.
 class TableWriter {
 public:
     void measure(const FrameCalls& frame);
@@ -123,15 +135,24 @@ public:
     void drop(const std::string& method);
 
 private:
+    struct Cell {
+        uint64_t stamp = 0;
+        std::string text;
+    };
+    const std::string& recordedCell(const FrameCalls& frame, size_t k) const;
+    const std::string& callCell(const FrameCalls& frame, size_t k) const;
     std::string line(const std::vector<std::string>& cells) const;
     std::vector<std::string> header_;
     std::vector<size_t> width_;
+    mutable std::vector<Cell> recordedCells_;  // by recorded tag
+    mutable std::vector<Cell> callCells_;      // by call
 };
 
 // One row per frame, one column per output field ("GetAndroidCropRegion.width",
 // "android.control.afRegions[0]"), with each getter's result, "fromBlocks"
 // where it has any, and, for enum values, their Android name; the columns
-// those of the frames measured, a getter's or a tag's together.
+// those of the frames measured, a getter's or a tag's together. The fields
+// of a recorded value or a call are made once while its stamp holds.
 class CsvWriter {
 public:
     void measure(const FrameCalls& frame);
@@ -146,12 +167,29 @@ private:
         std::string column;
         std::string text;
     };
-    static std::vector<Field> fields(const FrameCalls& frame);
+    // The fields of a recorded value or a call, and, for the columns as they
+    // stand (`layout`), each one's column and its CSV text.
+    struct Group {
+        uint64_t stamp = 0;
+        uint64_t measured = 0;  // the stamp whose fields measure() has taken
+        std::vector<Field> fields;
+        uint64_t layout = 0;
+        std::vector<std::pair<size_t, std::string>> cells;
+    };
+    static void recordedFields(const RecordedValue& value, std::vector<Field>& out);
+    static void callFields(const FrameCalls& frame, size_t k, std::vector<Field>& out);
+    // The group of recorded value (`call` false) or call k of `frame`.
+    Group& group(const FrameCalls& frame, bool call, size_t k) const;
+    void add(const Field& field);
+    void ordered();
     std::vector<std::string> columns_;  // in the order written
     std::map<std::string, size_t> index_;
     std::vector<size_t> groupOf_;  // by column, as first met
     std::vector<std::string> groups_;
     std::vector<std::string> met_;  // columns as first met
+    uint64_t layout_ = 1;           // changes with the columns
+    mutable std::vector<Group> recordedGroups_;
+    mutable std::vector<Group> callGroups_;
 };
 
 // A frame as the JSON views give it: {"frame": N, "timestamp": T,
@@ -168,6 +206,32 @@ Json frameJson(const FrameCalls& frame, bool withLogs, bool withTags);
 std::string jsonReportOpening(const Json& before);
 std::string jsonReportFrame(const Json& frame, bool first);
 std::string jsonReportClosing(const Json& after, bool anyFrame);
+
+// The frames of the JSON views as text, the same as frameJson printed: a
+// line a frame (jsonText without indent), or the report's pieces
+// (jsonReportFrame). The text of a recorded value or a call is made once
+// while its stamp holds.
+class JsonFrameWriter {
+public:
+    JsonFrameWriter(bool report, bool withLogs, bool withTags)
+        : report_(report), withLogs_(withLogs), withTags_(withTags) {}
+    // Appends the text of `frame` to `out`: for the report, `first` for the first one.
+    void write(const FrameCalls& frame, bool first, std::string& out);
+
+private:
+    struct Piece {
+        uint64_t stamp = 0;
+        std::string text;
+        size_t changedAt = 0;  // recorded values: where "changed" takes its value
+    };
+    // `value` as an element of the frame's "recorded" or "calls".
+    std::string elementText(const Json& value) const;
+    bool report_;
+    bool withLogs_;
+    bool withTags_;
+    std::vector<Piece> recorded_;
+    std::vector<Piece> calls_;
+};
 
 std::string framesTable(const std::vector<FrameCalls>& frames);
 // {"notes": [...], "warnings": [...], "frames": [frameJson(...), ...]}.

@@ -1,19 +1,16 @@
 #include "Run.h"
 
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <charconv>
 #include <cstdlib>
 #include <exception>
-#include <filesystem>
+#include <functional>
 #include <map>
 #include <new>
 #include <optional>
-#include <stdexcept>
+#include <string_view>
 #include <thread>
 
 #include "Frames.h"
@@ -179,80 +176,51 @@ bool lacksItsTags(const CallRecord& call) {
                        [](const kvhost::LookupRecord& r) { return !r.found; });
 }
 
-// What the run prints on standard output, kept aside until the run has
-// succeeded, so that a failure prints one error line and nothing else: in
-// memory while small, then in an unnamed temporary file, so that a report
-// of any length is never held whole.
-class Spool {
+// What the run prints on standard output. A run that fails prints one
+// error line and nothing else: the views write only once the run has
+// decided everything that can fail (start()), then a frame at a time,
+// straight on, after what `ahead` prints first (the notes and warnings, on
+// standard error). What is written before start() waits in memory.
+class Output {
 public:
-    Spool() = default;
-    Spool(const Spool&) = delete;
-    Spool& operator=(const Spool&) = delete;
-    ~Spool() {
-        if (fd_ >= 0) ::close(fd_);
-    }
+    Output(std::ostream& out, std::function<void()> ahead) : out_(out), ahead_(std::move(ahead)) {}
 
-    void write(const std::string& text) {
+    void write(std::string_view text) {
         buffer_ += text;
-        if (buffer_.size() >= kBuffer) flush();
+        if (started_ && buffer_.size() >= kBuffer) flush();
     }
 
-    // Everything written, onto `out`; false when it could not be read back.
-    bool copyTo(std::ostream& out) {
-        if (fd_ < 0) {
-            out << buffer_;
-            return true;
-        }
+    // From now on what is written goes on to the output; what waits goes now.
+    void start() {
+        if (!started_) ahead_();
+        started_ = true;
         flush();
-        std::vector<char> chunk(kBuffer);
-        for (off_t at = 0;;) {
-            const ssize_t n = ::pread(fd_, chunk.data(), chunk.size(), at);
-            if (n < 0 && errno == EINTR) continue;
-            if (n < 0) return false;
-            if (n == 0) return true;
-            out.write(chunk.data(), n);
-            at += n;
-        }
     }
 
 private:
     static constexpr size_t kBuffer = size_t(1) << 20;
 
     void flush() {
-        if (fd_ < 0) {
-            std::string name =
-                (std::filesystem::temp_directory_path() / "metautils-inspect.XXXXXX");
-            fd_ = ::mkstemp(name.data());
-            if (fd_ < 0) throw std::runtime_error("cannot keep the report aside in " + name);
-            ::unlink(name.c_str());
-        }
-        for (size_t at = 0; at < buffer_.size();) {
-            const ssize_t n = ::write(fd_, buffer_.data() + at, buffer_.size() - at);
-            if (n < 0 && errno == EINTR) continue;
-            if (n <= 0) {
-                throw std::runtime_error(
-                    "cannot keep the report aside: the temporary directory is full");
-            }
-            at += static_cast<size_t>(n);
-        }
+        out_.write(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
         buffer_.clear();
     }
 
+    std::ostream& out_;
+    std::function<void()> ahead_;
     std::string buffer_;
-    int fd_ = -1;
+    bool started_ = false;
 };
 
 // The view of the frames on standard output.
 enum class FramesView { Table, Csv, Json, Lines };
 
 // A session's frames through the chosen getters, and their views. The
-// table, the CSV and the JSON are written into `spool` a frame at a time:
-// a first pass builds every frame, which decides what can fail, the
-// getters left out and what the table and the CSV measure; the second
-// builds them again to write them. The JSON with chosen getters and no
-// checks needs no first pass.
+// table, the CSV and the JSON are written a frame at a time: a first pass
+// builds every frame, which decides what can fail, the getters left out
+// and what the table and the CSV measure; the second builds them again to
+// write them, straight on to the output (Output::start).
 std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings, Verdict& verdict,
-                          Spool& spool) {
+                          Output& output) {
     std::vector<const Getter*> getters = gettersOf(a);
     std::optional<kvanalysis::CheckOptions> checking;
     if (a.checking()) checking = checkOptions(a);
@@ -298,6 +266,14 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
     // session decides.
     std::optional<FrameBuilder> builder;
     builder.emplace(sequence, getters);
+    // The platform adapter's first calls in a process (GetInstance, Init)
+    // go to the call that first asks it, in the first pass. The JSON views of
+    // chosen getters with nothing drawn and no checks once needed no first
+    // pass and showed them: that frame is written as the first pass made it.
+    const bool adapterFirst = !drawing && !html && !checking && !a.getters.empty() &&
+                              (view == FramesView::Json || view == FramesView::Lines);
+    std::optional<size_t> adapterFrame;
+    std::string adapterText;
     const auto build = [&](size_t i, bool firstPass) -> const FrameCalls& {
         std::string error;
         const size_t ranBefore = builder->callsRun();
@@ -305,6 +281,12 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
         if (built == nullptr) throw Refusal{error};
         const FrameCalls& f = *built;
         if (!firstPass) return f;
+        if (adapterFirst && !adapterFrame &&
+            std::any_of(f.calls.begin(), f.calls.end(),
+                        [](const CallRecord& c) { return !c.adapter.empty(); })) {
+            adapterFrame = i;
+            JsonFrameWriter(view == FramesView::Json, a.logs, a.tags).write(f, i == 0, adapterText);
+        }
         if (checking) {
             // A frame whose getters none ran again has the calls before it.
             if (checked.size() > 0 && builder->callsRun() == ranBefore) {
@@ -327,11 +309,7 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
         if (view == FramesView::Csv) csv.measure(f);
         return f;
     };
-    const bool onePass = !drawing && !html && !checking && !a.getters.empty() &&
-                         (view == FramesView::Json || view == FramesView::Lines);
-    if (!onePass) {
-        for (size_t i = 0; i < sequence.frameCount(); ++i) build(i, true);
-    }
+    for (size_t i = 0; i < sequence.frameCount(); ++i) build(i, true);
     std::vector<std::string> notes = sequence.notes();
     // A default getter whose tags no frame has: one note, not a column of failures.
     if (a.getters.empty() && sequence.frameCount() > 0) {
@@ -386,42 +364,49 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
     }
     // The view on standard output, a frame at a time.
     const auto each = [&](const auto& write) {
-        for (size_t i = 0; i < sequence.frameCount(); ++i) write(build(i, onePass));
+        for (size_t i = 0; i < sequence.frameCount(); ++i) write(build(i, false));
     };
     if (view == FramesView::Json || view == FramesView::Lines) {
         Json before = Json::object();
         if (results) before = checksJson(*results);
-        if (view == FramesView::Json) spool.write(jsonReportOpening(before));
-        bool firstFrame = true;
-        each([&](const FrameCalls& f) {
-            const Json frame = frameJson(f, a.logs, a.tags);
-            spool.write(view == FramesView::Lines ? kvhost::loader::jsonText(frame) + "\n"
-                                                  : jsonReportFrame(frame, firstFrame));
-            firstFrame = false;
-        });
-        if (onePass && anyFromBlocks) notes.push_back(kFromBlocksNote);
         notes.push_back(std::string("calls with") + (a.logs ? "" : "out") +
                         " their log lines (--logs), with" + (a.tags ? "" : "out") +
                         " their tag lookups (--tags)");
-        if (view == FramesView::Lines) {
-            // A line a frame and nothing else: the notes go to standard error.
-            verdict.notes = std::move(notes);
-            return "";
-        }
+        // A line a frame and nothing else: the notes go to standard error.
+        if (view == FramesView::Lines) verdict.notes = notes;
+        output.start();
+        if (view == FramesView::Json) output.write(jsonReportOpening(before));
+        bool firstFrame = true;
+        JsonFrameWriter writer(view == FramesView::Json, a.logs, a.tags);
+        std::string text;
+        size_t i = 0;
+        each([&](const FrameCalls& f) {
+            text.clear();
+            if (adapterFrame == i++) {
+                text = adapterText;
+            } else {
+                writer.write(f, firstFrame, text);
+            }
+            if (view == FramesView::Lines) text += '\n';
+            output.write(text);
+            firstFrame = false;
+        });
+        if (view == FramesView::Lines) return "";
         before["notes"] = notes;
         before["warnings"] = warnings;
-        spool.write(jsonReportClosing(before, !firstFrame));
+        output.write(jsonReportClosing(before, !firstFrame));
         return "";
     }
+    output.start();
     if (view == FramesView::Csv) {
-        spool.write(csv.header());
-        each([&](const FrameCalls& f) { spool.write(csv.row(f)); });
+        output.write(csv.header());
+        each([&](const FrameCalls& f) { output.write(csv.row(f)); });
         return "";
     }
-    for (const std::string& note : messageLines(notes, a.verbose)) spool.write(note + "\n");
-    spool.write(table.header());
-    each([&](const FrameCalls& f) { spool.write(table.row(f)); });
-    if (results) spool.write("\n" + checksText(*results));
+    for (const std::string& note : messageLines(notes, a.verbose)) output.write(note + "\n");
+    output.write(table.header());
+    each([&](const FrameCalls& f) { output.write(table.row(f)); });
+    if (results) output.write("\n" + checksText(*results));
     return "";
 }
 
@@ -496,14 +481,13 @@ std::string produceEach(const Arguments& a, Verdict& verdict, bool& failed) {
     return out;
 }
 
-// Everything the run prints on standard output, made whole (returned, or
-// kept in `spool`) before any of it is printed; the files it writes,
-// written as they are made. The warnings
-// are collected into `warnings`.
+// Everything the run prints on standard output: returned whole, or written
+// into `output` once nothing but the writing can fail; the files it writes,
+// written as they are made. The warnings are collected into `warnings`.
 std::string produce(const Arguments& a, std::vector<std::string>& warnings, Verdict& verdict,
-                    bool& failed, Spool& spool) {
+                    bool& failed, Output& output) {
     if (a.each) return produceEach(a, verdict, failed);
-    if (a.frames || a.checking()) return produceFrames(a, warnings, verdict, spool);
+    if (a.frames || a.checking()) return produceFrames(a, warnings, verdict, output);
     if (a.files.size() != 1) {
         throw Refusal{"one file at a time; several make a session with --frames"};
     }
@@ -648,15 +632,26 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     // Library lines go into the report, never straight to the terminal.
     kvhost::setLogEcho(false);
     std::string text;
-    Spool spool;
     std::vector<std::string> warnings;
     std::string problem;
     Verdict verdict;
     bool failed = false;  // --each: a file that did not read
+    // The notes and warnings, once, ahead of the output.
+    bool told = false;
+    const auto tell = [&] {
+        if (told) return;
+        told = true;
+        for (const std::string& n : messageLines(verdict.notes, a.verbose))
+            err << "note: " << n << "\n";
+        for (const std::string& w : messageLines(warnings, a.verbose))
+            err << "warning: " << w << "\n";
+    };
+    Output output(out, tell);
     // Whatever goes wrong while reading, running or writing ends the run
-    // here with one line naming the file; nothing has been printed yet.
+    // here with one line naming the file; nothing has been printed yet
+    // (the output streams only once nothing but the output itself can fail).
     try {
-        text = produce(a, warnings, verdict, failed, spool);
+        text = produce(a, warnings, verdict, failed, output);
     } catch (const Refusal& r) {
         problem = r.message;
     } catch (const kvhost::loader::InputError& e) {
@@ -670,16 +665,8 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
         err << "metautils-inspect: " << problem << "\n";
         return 1;
     }
-    for (const std::string& n : messageLines(verdict.notes, a.verbose))
-        err << "note: " << n << "\n";
-    for (const std::string& w : messageLines(warnings, a.verbose)) err << "warning: " << w << "\n";
-    out << text;
-    const bool spooled = spool.copyTo(out);
-    out << std::flush;
-    if (!spooled) {
-        err << "metautils-inspect: " << a.path << ": cannot read back the report kept aside\n";
-        return 1;
-    }
+    output.start();
+    out << text << std::flush;
     if (!out) {
         err << "metautils-inspect: " << a.path << ": cannot print the report: standard output "
             << "is not writable\n";

@@ -165,6 +165,9 @@ public:
     // Whether the log printed tag `id` for frame i, on either side. The tag
     // monitor logs changes only: a frame without an event kept the value.
     bool changed(size_t i, uint32_t id) const;
+    // The frames i for which changed(i, id) holds, ascending: a session's
+    // read without a search a frame.
+    std::vector<size_t> changedFrames(uint32_t id) const;
     // The index (among the files read) of the file frame i comes from: the
     // frames of one file share their static metadata, input size and the
     // tags from its blocks.

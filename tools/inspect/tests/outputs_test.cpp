@@ -596,12 +596,10 @@ TEST(SessionChecks, ExitStatusAndReport) {
     rmdir(scratch.c_str());
 }
 
-// A frame built from the one before, the getters whose lookups did not
-// change reused, is the frame built whole, call for call (outputs, log
-// lines, lookups, adapter calls), with every getter: on each session in the
-// tree, one file after a dump (static metadata lent), two sessions one
-// after the other (a new file), and the dumps read as logs of frame blocks.
-TEST(FrameBuilder, EachFrameFromThePreviousIsTheFrameBuiltWhole) {
+// The sessions in the tree, one file after a dump (static metadata lent),
+// two sessions one after the other (a new file), and the dumps read as logs
+// of frame blocks.
+std::vector<std::vector<std::string>> treeSessions() {
     const std::string s = std::string(SOURCE_DIR) + "/samples/";
     std::vector<std::vector<std::string>> sessions{
         {s + "dumpsys-camera.txt", s + "session-watch.txt"},
@@ -614,10 +612,23 @@ TEST(FrameBuilder, EachFrameFromThePreviousIsTheFrameBuiltWhole) {
     }
     const std::string dumps = std::string(SOURCE_DIR) + "/tools/inspect/tests/dumps/";
     for (const std::string& name : filesIn(dumps)) sessions.push_back({dumps + name});
+    return sessions;
+}
+
+std::vector<const Getter*> everyGetter() {
     std::vector<const Getter*> getters;
     for (const Getter& g : getterTable()) getters.push_back(&g);
+    return getters;
+}
+
+// A frame built from the one before, the getters whose lookups did not
+// change reused, is the frame built whole, call for call (outputs, log
+// lines, lookups, adapter calls), with every getter, on every session of
+// the tree.
+TEST(FrameBuilder, EachFrameFromThePreviousIsTheFrameBuiltWhole) {
+    const std::vector<const Getter*> getters = everyGetter();
     size_t compared = 0, reused = 0;
-    for (const std::vector<std::string>& files : sessions) {
+    for (const std::vector<std::string>& files : treeSessions()) {
         const kvhost::SequenceResult loaded = kvhost::loadSequence(files);
         if (!loaded) continue;
         const kvhost::Sequence& sequence = *loaded.sequence;
@@ -647,6 +658,70 @@ TEST(FrameBuilder, EachFrameFromThePreviousIsTheFrameBuiltWhole) {
     }
     EXPECT_GT(compared, 100u);
     EXPECT_GT(reused, compared);  // the reuse is exercised, not bypassed
+}
+
+// The views written from the builder's frames, each cell and JSON element
+// made once while its stamp holds, are the views of the same frames
+// without stamps, made from nothing kept: the table and the CSV after a
+// first pass that measures, the JSON lines and the report's frames with
+// and without log lines and lookups, on every session of the tree, with
+// every getter and with the default ones.
+TEST(FrameViews, CellsMadeOnceAreTheCellsMadeAgain) {
+    size_t frames = 0;
+    for (const std::vector<std::string>& files : treeSessions()) {
+        const kvhost::SequenceResult loaded = kvhost::loadSequence(files);
+        if (!loaded) continue;
+        const kvhost::Sequence& sequence = *loaded.sequence;
+        for (const std::vector<const Getter*>& getters : {everyGetter(), defaultFrameGetters()}) {
+            SCOPED_TRACE(files.back() + ", " + std::to_string(getters.size()) + " getters");
+            TableWriter table;
+            CsvWriter csv;
+            std::vector<FrameCalls> plain;  // without stamps
+            FrameBuilder first(sequence, getters);
+            std::string error;
+            for (size_t i = 0; i < sequence.frameCount(); ++i) {
+                const FrameCalls* f = first.frame(i, &error);
+                ASSERT_NE(f, nullptr) << error;
+                table.measure(*f);
+                csv.measure(*f);
+                plain.push_back(*f);
+                plain.back().callStamps.clear();
+                plain.back().recordedStamps.clear();
+            }
+            std::string tableText = table.header(), csvText = csv.header();
+            std::vector<JsonFrameWriter> json;
+            std::vector<std::string> jsonText(4);
+            for (const bool report : {false, true}) {
+                for (const bool withLogs : {false, true})
+                    json.emplace_back(report, withLogs, !withLogs);
+            }
+            FrameBuilder second(sequence, getters);
+            for (size_t i = 0; i < sequence.frameCount(); ++i) {
+                const FrameCalls* f = second.frame(i, &error);
+                ASSERT_NE(f, nullptr) << error;
+                tableText += table.row(*f);
+                csvText += csv.row(*f);
+                for (size_t w = 0; w < json.size(); ++w) {
+                    json[w].write(*f, i == 0, jsonText[w]);
+                    if (w < 2) jsonText[w] += '\n';
+                }
+                ++frames;
+            }
+            EXPECT_EQ(tableText, framesTable(plain));
+            EXPECT_EQ(csvText, framesCsv(plain));
+            std::vector<std::string> expected(4);
+            for (size_t i = 0; i < plain.size(); ++i) {
+                for (size_t w = 0; w < expected.size(); ++w) {
+                    const bool withLogs = w % 2 == 1;
+                    const Json frame = frameJson(plain[i], withLogs, !withLogs);
+                    expected[w] += w < 2 ? kvhost::loader::jsonText(frame) + "\n"
+                                         : jsonReportFrame(frame, i == 0);
+                }
+            }
+            for (size_t w = 0; w < expected.size(); ++w) EXPECT_EQ(jsonText[w], expected[w]) << w;
+        }
+    }
+    EXPECT_GT(frames, 200u);
 }
 
 // Every streamed view of a 100,000-event session, each run in a child whose

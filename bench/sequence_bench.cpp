@@ -28,6 +28,7 @@
 #include <string>
 #include <vector>
 
+#include "Child.h"
 #include "Frames.h"
 #include "Ratios.h"
 #include "Report.h"
@@ -322,34 +323,28 @@ void ReadReal(benchmark::State& state) {
     state.SetLabel(std::to_string(frames) + " frames; target < 3x grep -c");
 }
 
-// metautils-inspect with `args` after the session, in a child.
+// metautils-inspect with `args` after the session, in a child; an argument
+// "@FILE" names a temporary file, the output measured in its stead.
 void Inspect(benchmark::State& state, std::vector<std::string> args, const char* target) {
-    const std::string out = RealSession() + ".out";
-    long peakKiB = 0;
-    const double before = ChildrenSeconds();
-    for (auto _ : state) {
-        const pid_t pid = fork();
-        if (pid == 0) {
-            std::vector<const char*> argv{"metautils-inspect", RealSession().c_str(), "--frames"};
-            for (const std::string& a : args) argv.push_back(a.c_str());
-            std::ofstream file(out, std::ios::binary);
-            std::ostringstream err;
-            const int status = inspect::run(static_cast<int>(argv.size()), argv.data(), file, err);
-            file.close();
-            _exit(status == 0 && file ? 0 : 1);
-        }
-        int status = 0;
-        rusage usage{};
-        wait4(pid, &status, 0, &usage);
-        if (!Expect(state, WIFEXITED(status) && WEXITSTATUS(status) == 0, "the run failed")) {
-            return;
-        }
-        peakKiB = std::max(peakKiB, usage.ru_maxrss);
+    const std::string out = RealSession() + ".out", file = RealSession() + ".file";
+    std::string measured = out;
+    args.insert(args.begin(), {RealSession(), "--frames"});
+    for (std::string& a : args) {
+        if (a == "@FILE") a = measured = file;
     }
-    state.counters["peak_MB"] = static_cast<double>(peakKiB) / 1024;
-    AgainstGrep(state, (ChildrenSeconds() - before) / static_cast<double>(state.iterations()));
-    state.counters["output_MB"] = static_cast<double>(std::filesystem::file_size(out)) / 1e6;
+    double seconds = 0;
+    {
+        ChildTimer timer(state);
+        for (auto _ : state) {
+            const ChildCost cost = RunInspect(args, out);
+            if (!timer.add(cost, "the run failed")) return;
+            seconds += cost.cpuSeconds;
+        }
+    }
+    AgainstGrep(state, seconds / static_cast<double>(state.iterations()));
+    state.counters["output_MB"] = static_cast<double>(std::filesystem::file_size(measured)) / 1e6;
     std::remove(out.c_str());
+    std::remove(file.c_str());
     state.SetLabel(std::string(target) + ", peak < 200 MB");
 }
 
@@ -389,13 +384,16 @@ void RegisterSequenceBenchmarks() {
         {"--getters GetAFState --csv", {"--getters", "GetAFState", "--csv"}, "target < 0.5 s"},
         {"--getters all --json", {"--getters", "all", "--json"}, "target < 5 s"},
         {"--getters all --jsonl", {"--getters", "all", "--jsonl"}, "target < 5 s"},
+        {"--svg (the drawing)", {"--svg", "@FILE"}, "target < 1 s, < 2 MB"},
+        {"--html (the page)", {"--html", "@FILE"}, "target < 3 s, < 15 MB"},
+        {"--check", {"--check"}, ""},
     };
     for (const auto& o : outputs) {
         const std::string name = real + "metautils-inspect --frames " + o.name;
         const std::vector<std::string> args = o.args;
         const char* target = o.target;
         Register(name, [args, target](benchmark::State& state) { Inspect(state, args, target); })
-            ->UseRealTime()
+            ->UseManualTime()
             ->Iterations(1)
             ->Unit(benchmark::kMillisecond);
     }

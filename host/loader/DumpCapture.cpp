@@ -291,16 +291,22 @@ private:
         return info;
     }
 
+    // A tag's name as devices print them: dotted words of letters, digits
+    // and '_', a letter first. Anything else ("0x8002...", which a capture
+    // description would read as an id, or bytes a damaged log mixed in,
+    // which would not read back from a saved capture) is not a name.
+    static bool isTagName(const std::string& name) {
+        return !name.empty() && std::isalpha(static_cast<unsigned char>(name[0])) &&
+               std::all_of(name.begin(), name.end(), [](char ch) {
+                   return std::isalnum(static_cast<unsigned char>(ch)) || ch == '.' || ch == '_';
+               });
+    }
+
     // An Android tag that a newer Android than the tag table's knows: read
     // by the name and element type its line prints, and said once.
     const kvhost::TagInfo* newerAndroidTag(const DumpEntry& e) {
         int rc = 0;
-        // Android's names are dotted words; anything else is not a name.
-        const bool named =
-            e.name.rfind("android.", 0) == 0 &&
-            std::all_of(e.name.begin(), e.name.end(), [](char ch) {
-                return std::isalnum(static_cast<unsigned char>(ch)) || ch == '.' || ch == '_';
-            });
+        const bool named = e.name.rfind("android.", 0) == 0 && isTagName(e.name);
         const kvhost::TagInfo* info = named ? addVendorTag(e.name, e.id, e.type, &rc) : nullptr;
         if (info == nullptr) {
             warn(e, "an Android tag id the table does not hold");
@@ -315,9 +321,7 @@ private:
     }
 
     const kvhost::TagInfo* registerVendorTag(const DumpEntry& e, const std::string& name) {
-        // A name starts with a letter: "0x8002..." is a number, which a
-        // capture description would read as an id.
-        if (name.empty() || !std::isalpha(static_cast<unsigned char>(name[0]))) {
+        if (!isTagName(name)) {
             warn(e, "not a tag name");
             return nullptr;
         }

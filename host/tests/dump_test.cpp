@@ -361,6 +361,32 @@ TEST(DumpCapture, TagsThatDoNotFitAreLeftOutWithAWarning) {
     EXPECT_NE(find(c.frame, "android.scaler.cropRegion"), nullptr);
 }
 
+// A vendor entry's printed name must read back from a saved capture: one
+// that is no name (a number, bytes a damaged log mixed in, a blank) stays out
+// with a warning; a name of letters, digits, '.' and '_' is kept.
+TEST(DumpCapture, AVendorEntryThatIsNoNameStaysOut) {
+    const struct {
+        std::string name;
+        bool kept;
+    } cases[] = {
+        {"org.example.cam_2.level", true},     {"Vendor.Level2", true},
+        {"0x80020000.level", false},           {"org.example.cropR\x90\x90g", false},
+        {"org.example.crop\x01Region", false}, {"org.example.crop-region", false},
+        {"_org.example.level", false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const Capture capture = captureOf("Dumping camera metadata array: 1 / 1 entries\n" +
+                                          c.name + " (80020000): float[1]\n[0.50000000 ]\n");
+        EXPECT_EQ(find(capture.frame, c.name.c_str()) != nullptr, c.kept);
+        EXPECT_EQ(capture.warnings.size(), c.kept ? 0u : 1u);
+        if (!c.kept && !capture.warnings.empty()) {
+            EXPECT_NE(capture.warnings[0].find("not a tag name"), std::string::npos)
+                << capture.warnings[0];
+        }
+    }
+}
+
 TEST(DumpCapture, ImpossibleChoicesAreOneError) {
     const Dump dump = readDump(kBlock, "d");
     const auto message = [&](const DumpOptions& o) {

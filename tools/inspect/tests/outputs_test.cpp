@@ -667,6 +667,16 @@ TEST(FrameBuilder, EachFrameFromThePreviousIsTheFrameBuiltWhole) {
 // and without log lines and lookups, on every session of the tree, with
 // every getter and with the default ones.
 TEST(FrameViews, CellsMadeOnceAreTheCellsMadeAgain) {
+    // The platform adapter's first calls in a process (GetInstance, Init) go
+    // to the call that first asks it: asked here, so that both passes below
+    // meet it made, whatever ran before in this process.
+    for (const std::vector<std::string>& files : treeSessions()) {
+        const kvhost::SequenceResult loaded = kvhost::loadSequence(files);
+        if (!loaded || loaded.sequence->frameCount() == 0) continue;
+        std::string error;
+        FrameBuilder(*loaded.sequence, everyGetter()).frame(0, &error);
+        break;
+    }
     size_t frames = 0;
     for (const std::vector<std::string>& files : treeSessions()) {
         const kvhost::SequenceResult loaded = kvhost::loadSequence(files);

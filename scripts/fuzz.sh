@@ -84,13 +84,13 @@ features() {  # features <log> <INITED|DONE|last>: the ft: figure of that line
 round() {
     local r=$1
     shift
-    local spec
-    for spec in "$@"; do
+    local job
+    for job in "$@"; do
         while (($(jobs -rp | wc -l) >= parallel)); do wait -n || true; done
         (
             rc=0
-            fuzz "${spec%%=*}" "$r" "${spec#*=}" || rc=$?
-            echo "$rc" >"$runs/${spec%%=*}/rc.$r"
+            fuzz "${job%%=*}" "$r" "${job#*=}" || rc=$?
+            echo "$rc" >"$runs/${job%%=*}/rc.$r"
         ) &
     done
     wait
@@ -101,9 +101,9 @@ declare -A rc found
 n=${#targets[@]}
 first=$((total / (2 * n)))
 ((first >= 2)) || first=2
-specs=()
-for t in "${targets[@]}"; do specs+=("$t=$first"); done
-round 1 "${specs[@]}"
+queue=()
+for t in "${targets[@]}"; do queue+=("$t=$first"); done
+round 1 "${queue[@]}"
 for t in "${targets[@]}"; do
     rc[$t]=$(cat "$runs/$t/rc.1")
     start=$(features "$runs/$t/log.1" INITED)
@@ -116,13 +116,13 @@ rest=$((total - first * n))
 sum=0
 for t in "${targets[@]}"; do sum=$((sum + found[$t] + 1)); done
 declare -A seconds
-specs=()
+queue=()
 for t in "${targets[@]}"; do
     seconds[$t]=$((rest * (found[$t] + 1) / sum))
     ((seconds[$t] >= 1)) || seconds[$t]=1
-    if ((rc[$t] == 0)); then specs+=("$t=${seconds[$t]}"); fi
+    if ((rc[$t] == 0)); then queue+=("$t=${seconds[$t]}"); fi
 done
-round 2 "${specs[@]}"
+round 2 "${queue[@]}"
 for t in "${targets[@]}"; do
     if [ -f "$runs/$t/rc.2" ]; then rc[$t]=$(cat "$runs/$t/rc.2"); fi
 done

@@ -12,8 +12,6 @@
 // limit for a file) runs with KVBENCH_SEQUENCE_LARGE=1 only (a few
 // seconds to write and read).
 #include <malloc.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -262,16 +260,6 @@ const std::string& RealSession() {
     return path;
 }
 
-// The processor time (user and system) that the children waited for so far
-// have taken, in seconds: on a shared machine a steadier figure than the
-// wall clock's.
-double ChildrenSeconds() {
-    rusage usage{};
-    getrusage(RUSAGE_CHILDREN, &usage);
-    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
-
 // The processor time of `grep -c RES:` over the session: the median of 21
 // runs, measured once, the reference of every figure below.
 double GrepSeconds() {
@@ -279,9 +267,9 @@ double GrepSeconds() {
         const std::string command = "grep -c RES: " + RealSession() + " > /dev/null";
         std::vector<double> runs;
         for (int i = 0; i < 21; ++i) {
-            const double before = ChildrenSeconds();
-            if (std::system(command.c_str()) != 0) return 0.0;
-            runs.push_back(ChildrenSeconds() - before);
+            const ChildCost cost = RunCommand(command);
+            if (!cost.ok) return 0.0;
+            runs.push_back(cost.cpuSeconds);
         }
         std::nth_element(runs.begin(), runs.begin() + 10, runs.end());
         return runs[10];

@@ -37,6 +37,11 @@ void CallTimeline::add(std::vector<GetterCall> calls) {
     frames_.push_back(std::move(frame));
 }
 
+void CallTimeline::repeat() {
+    if (frames_.empty()) return add({});
+    frames_.push_back(frames_.back());
+}
+
 const CallTimeline::Calls& CallTimeline::at(size_t k) const {
     static const Calls kNone;
     return k < frames_.size() ? frames_[k] : kNone;

@@ -340,6 +340,8 @@ TEST(CallTimeline, HoldsACallOnceWhileItStands) {
         t.add({zoom, crop});  // back: a call of its own again
     }
     EXPECT_EQ(t.at(1)[1], t.at(0)[1]);
+    t.repeat();  // a frame whose getters none ran again: the same objects
+    EXPECT_EQ(t.at(t.size() - 1), t.at(t.size() - 2));
     EXPECT_TRUE(t.at(t.size()).empty());
 }
 

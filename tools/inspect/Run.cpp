@@ -290,7 +290,7 @@ std::string produceFrames(const Arguments& a, std::vector<std::string>& warnings
         if (checking) {
             // A frame whose getters none ran again has the calls before it.
             if (checked.size() > 0 && builder->callsRun() == ranBefore) {
-                checked.add(checked.copyAt(checked.size() - 1));
+                checked.repeat();
             } else {
                 checked.add(checkCalls(f.calls));
             }

@@ -87,6 +87,8 @@ public:
     using Calls = std::vector<std::shared_ptr<const GetterCall>>;
     // The calls of the next frame, in the getters' order.
     void add(std::vector<GetterCall> calls);
+    // The next frame's calls are those of the frame before (nothing ran again).
+    void repeat();
     // Frame k of those added; empty past the end.
     const Calls& at(size_t k) const;
     // The same as values.

@@ -7,6 +7,7 @@ a session at its first, a middle and its last frame through #frame=N); the
 filter narrows the table; the browser logs no error; the page is drawn.
 
     html_test.py TOOL                       run the table
+    html_test.py TOOL --shard I/N           run every N-th page of it, from the I-th (0-based)
     html_test.py TOOL --screenshot OUT.png  write the sample session's page as a picture
 """
 import json
@@ -416,8 +417,12 @@ def main():
                 with open(sys.argv[3], "wb") as out:
                     out.write(driver.get_screenshot_as_png())
                 return 0
+            pages = PAGES
+            if sys.argv[2:3] == ["--shard"]:
+                shard, shards = (int(n) for n in sys.argv[3].split("/"))
+                pages = PAGES[shard::shards]
             failed = 0
-            for args, text in PAGES:
+            for args, text in pages:
                 started = time.monotonic()
                 try:
                     check_page(driver, tool, args, text, scratch)

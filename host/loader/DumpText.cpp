@@ -200,30 +200,6 @@ std::string appendJoined(const RowFormat& f, std::string_view token, bool last,
 
 }  // namespace
 
-std::string_view trim(std::string_view s) {
-    while (!s.empty() && (isBlank(s.front()) || s.front() == '\r')) s.remove_prefix(1);
-    while (!s.empty() && (isBlank(s.back()) || s.back() == '\r')) s.remove_suffix(1);
-    return s;
-}
-
-bool skipDigits(std::string_view s, size_t& p) {
-    const size_t start = p;
-    while (p < s.size() && isDigit(s[p])) ++p;
-    return p > start;
-}
-
-bool skipChar(std::string_view s, size_t& p, char c) {
-    if (p >= s.size() || s[p] != c) return false;
-    ++p;
-    return true;
-}
-
-bool skipBlanks(std::string_view s, size_t& p) {
-    const size_t start = p;
-    while (p < s.size() && isBlank(s[p])) ++p;
-    return p > start;
-}
-
 std::string_view cleanDumpLine(std::string_view line) {
     std::string_view s = trim(line);
     size_t p = 0;

@@ -34,13 +34,31 @@ inline bool contains(std::string_view s, std::string_view part) {
     return s.find(part) != std::string_view::npos;
 }
 
-std::string_view trim(std::string_view s);
+inline std::string_view trim(std::string_view s) {
+    while (!s.empty() && (isBlank(s.front()) || s.front() == '\r')) s.remove_prefix(1);
+    while (!s.empty() && (isBlank(s.back()) || s.back() == '\r')) s.remove_suffix(1);
+    return s;
+}
 
 // Small scanners over a line: each consumes what it matches at `p` and
-// reports whether it matched.
-bool skipDigits(std::string_view s, size_t& p);
-bool skipChar(std::string_view s, size_t& p, char c);
-bool skipBlanks(std::string_view s, size_t& p);
+// reports whether it matched. Every line of a file passes through them.
+inline bool skipDigits(std::string_view s, size_t& p) {
+    const size_t start = p;
+    while (p < s.size() && isDigit(s[p])) ++p;
+    return p > start;
+}
+
+inline bool skipChar(std::string_view s, size_t& p, char c) {
+    if (p >= s.size() || s[p] != c) return false;
+    ++p;
+    return true;
+}
+
+inline bool skipBlanks(std::string_view s, size_t& p) {
+    const size_t start = p;
+    while (p < s.size() && isBlank(s[p])) ++p;
+    return p > start;
+}
 
 // A whole number of `s` in `base`; false when anything else is there.
 template <typename T>

@@ -1,6 +1,7 @@
 #include "InputText.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <new>
 
 #if defined(KVHOST_ZIP)
 #include <archive.h>
@@ -22,7 +24,7 @@ namespace kvhost {
 namespace loader {
 namespace {
 
-constexpr size_t kChunk = size_t{1} << 20;
+constexpr size_t kChunk = size_t{1} << 16;
 constexpr std::string_view kDumpOfService = "DUMP OF SERVICE ";
 
 // A line a HAL's log or the camera service prints of camera metadata: a
@@ -51,6 +53,62 @@ bool isCameraLine(std::string_view raw) {
     return header != std::string_view::npos && s.find('[', header) != std::string_view::npos;
 }
 
+// The pages a text is read into: anonymous memory that the kernel may back
+// with huge pages, grown in place (mremap). A file read into the heap costs a
+// page fault every 4 KiB, which on a virtual machine can take longer than
+// reading the file.
+class TextBuffer {
+public:
+    TextBuffer() = default;
+    TextBuffer(const TextBuffer&) = delete;
+    TextBuffer& operator=(const TextBuffer&) = delete;
+    ~TextBuffer() {
+        if (data_ != nullptr) ::munmap(data_, capacity_);
+    }
+
+    void reserve(size_t n) {
+        if (n > capacity_) grow(n);
+    }
+    void append(std::string_view s) {
+        reserve(size_ + s.size());
+        if (!s.empty()) std::memcpy(data_ + size_, s.data(), s.size());
+        size_ += s.size();
+    }
+    void pop_back() { --size_; }
+    std::string_view view() const { return {data_, size_}; }
+
+    // The text, which now owns the pages.
+    Text release() {
+        if (data_ == nullptr) return Text();
+        const size_t capacity = capacity_;
+        const std::shared_ptr<const void> pages(
+            data_, [capacity](const void* p) { ::munmap(const_cast<void*>(p), capacity); });
+        const Text text(pages, view());
+        data_ = nullptr;
+        size_ = capacity_ = 0;
+        return text;
+    }
+
+private:
+    static constexpr size_t kHugePage = size_t{2} << 20;
+
+    void grow(size_t n) {
+        size_t capacity = std::max({n, capacity_ * 2, kHugePage});
+        capacity = (capacity + kHugePage - 1) / kHugePage * kHugePage;
+        void* p = data_ == nullptr ? ::mmap(nullptr, capacity, PROT_READ | PROT_WRITE,
+                                            MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)
+                                   : ::mremap(data_, capacity_, capacity, MREMAP_MAYMOVE);
+        if (p == MAP_FAILED) throw std::bad_alloc();
+        ::madvise(p, capacity, MADV_HUGEPAGE);  // a hint; without it, small pages
+        data_ = static_cast<char*>(p);
+        capacity_ = capacity;
+    }
+
+    char* data_ = nullptr;
+    size_t size_ = 0;
+    size_t capacity_ = 0;
+};
+
 // The text kept of an input, fed in pieces of any size.
 class Sink {
 public:
@@ -64,13 +122,10 @@ public:
             fail("binary data, neither a capture description nor a camera metadata dump");
         }
         while (!bytes.empty()) {
+            if (bugReport_ == 0 && partial_.empty()) return addWhole(bytes);
             const size_t end = bytes.find('\n');
             const std::string_view piece = bytes.substr(0, end);
-            if (partial_.size() + piece.size() > limits_.lineBytes) {
-                fail("line " + std::to_string(lines_ + 1) + " is longer than " +
-                     std::to_string(limits_.lineBytes >> 20) +
-                     " MiB: neither a capture description nor a camera metadata dump");
-            }
+            lineLength(partial_.size() + piece.size());
             if (end == std::string_view::npos) {
                 partial_.append(piece);
                 return;
@@ -86,18 +141,21 @@ public:
         }
     }
 
-    std::string finish() {
+    Text finish() {
         if (!partial_.empty()) {
             line(partial_);
             text_.pop_back();  // the file's last line had no line end
         }
+        if (open_ != 0) countLine();  // the same, read whole
         if (bugReport_ == 1 && !camera_) {
             fail(
                 "a bug report without camera text (no media.camera service dump, no camera "
                 "metadata lines)");
         }
-        if (text_.find_first_not_of(" \t\r\n") == std::string::npos) fail("empty file");
-        return std::move(text_);
+        if (text_.view().find_first_not_of(" \t\r\n") == std::string_view::npos) {
+            fail("empty file");
+        }
+        return text_.release();
     }
 
     // The text kept, with a note when it is a bug report's camera text.
@@ -113,10 +171,43 @@ public:
     [[noreturn]] void fail(const std::string& what) const { throw InputError(path_ + ": " + what); }
 
 private:
-    void line(std::string_view s) {
+    void countLine() {
         if (++lines_ > limits_.lines) {
             fail("more than " + std::to_string(limits_.lines) + " lines");
         }
+    }
+    void lineLength(size_t bytes) const {
+        if (bytes > limits_.lineBytes) {
+            fail("line " + std::to_string(lines_ + 1) + " is longer than " +
+                 std::to_string(limits_.lineBytes >> 20) +
+                 " MiB: neither a capture description nor a camera metadata dump");
+        }
+    }
+
+    // Bytes of a text kept whole (not a bug report) from a line's start: the
+    // lines counted and measured, the bytes kept as they are.
+    void addWhole(std::string_view bytes) {
+        if (text_.view().size() + bytes.size() > limits_.keptBytes) {
+            fail("more than " + std::to_string(limits_.keptBytes >> 20) + " MiB of camera text");
+        }
+        for (size_t start = 0; start < bytes.size();) {
+            const void* found = std::memchr(bytes.data() + start, '\n', bytes.size() - start);
+            const size_t end =
+                found != nullptr
+                    ? static_cast<size_t>(static_cast<const char*>(found) - bytes.data())
+                    : bytes.size();
+            open_ += end - start;
+            lineLength(open_);
+            if (found == nullptr) break;
+            countLine();
+            open_ = 0;
+            start = end + 1;
+        }
+        text_.append(bytes);
+    }
+
+    void line(std::string_view s) {
+        countLine();
         // A bug report opens with a rule of '=' and the "== dumpstate:" line.
         const bool opening = bugReport_ < 0 && lines_ == 2;
         if (opening) bugReport_ = startsWith(s, "== dumpstate:") ? 1 : 0;
@@ -126,16 +217,14 @@ private:
             kept = keep(s);
             camera_ = camera_ || kept;
         }
-        if (!kept) {
-            text_ += '\n';
-        } else {
-            if (text_.size() + s.size() + 1 > limits_.keptBytes) {
+        if (kept) {
+            if (text_.view().size() + s.size() + 1 > limits_.keptBytes) {
                 fail("more than " + std::to_string(limits_.keptBytes >> 20) +
                      " MiB of camera text");
             }
             text_.append(s);
-            text_ += '\n';
         }
+        text_.append("\n");
     }
 
     // A bug report's line: in the camera service's dump, or of metadata.
@@ -158,8 +247,9 @@ private:
 
     const std::string& path_;
     const InputLimits& limits_;
-    std::string text_;
+    TextBuffer text_;
     std::string partial_;
+    size_t open_ = 0;  // bytes of the last line, read whole, so far without its end
     size_t size_;
     size_t lines_ = 0;
     int bugReport_ = -1;  // not known yet
@@ -244,6 +334,12 @@ bool isZip(std::string_view head) {
 #endif
 
 }  // namespace
+
+Text::Text(std::string text) {
+    auto owned = std::make_shared<const std::string>(std::move(text));
+    view_ = *owned;
+    holder_ = std::move(owned);
+}
 
 InputText readInput(const std::string& path, const InputLimits& limits) {
     const auto fail = [&](const std::string& what) { throw InputError(path + ": " + what); };

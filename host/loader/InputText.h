@@ -8,14 +8,33 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
 
 namespace kvhost {
 namespace loader {
 
+// The bytes of an input, shared by copies: a string, or the pages a file
+// was read into (readInput).
+class Text {
+public:
+    Text() = default;
+    Text(std::string text);  // NOLINT(google-explicit-constructor): a string is a text
+    Text(std::shared_ptr<const void> holder, std::string_view bytes)
+        : holder_(std::move(holder)), view_(bytes) {}
+
+    std::string_view view() const { return view_; }
+    operator std::string_view() const { return view_; }  // NOLINT(google-explicit-constructor)
+    size_t size() const { return view_.size(); }
+
+private:
+    std::shared_ptr<const void> holder_;
+    std::string_view view_;
+};
+
 struct InputText {
-    std::string text;
+    Text text;
     std::string note;  // what was read of it, when not the whole file as it is
 };
 

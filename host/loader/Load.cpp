@@ -30,14 +30,14 @@ bool isCaptureDescription(std::string_view text) {
     return first != std::string_view::npos && text[first] == '{';
 }
 
-Capture loadText(const std::string& text, const std::string& path, const DumpOptions& options) {
+Capture loadText(std::string_view text, const std::string& path, const DumpOptions& options) {
     if (isCaptureDescription(text)) {
         if (anyOption(options)) {
             throw InputError(path +
                              ": a capture description; --camera, --frame, --static and "
                              "--input apply to dumps");
         }
-        return parseCapture(text, path);
+        return parseCapture(std::string(text), path);
     }
     return captureFromDump(readDump(text, path), options);
 }
@@ -88,7 +88,7 @@ LoadResult loadCapture(const std::string& path, const DumpOptions& options,
     LoadResult result;
     try {
         const loader::InputText in = loader::readInput(path);
-        const std::string& text = in.text;
+        const std::string_view text = in.text;
         if (!saveAs.empty() && loader::isCaptureDescription(text)) {
             throw loader::InputError(path +
                                      ": a capture description; only a dump's capture "
@@ -119,7 +119,7 @@ LoadResult loadCapture(const std::string& path, const DumpOptions& options,
 BlockList listDumpBlocks(const std::string& path) {
     BlockList list;
     try {
-        const std::string text = loader::readInput(path).text;
+        const loader::Text text = loader::readInput(path).text;
         if (loader::isCaptureDescription(text)) {
             throw loader::InputError(path + ": a capture description, not a dump");
         }

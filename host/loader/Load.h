@@ -19,7 +19,7 @@ bool isCaptureDescription(std::string_view text);
 // `options` apply to dumps; for a capture description any option given is an
 // error. kvhost::loadCapture (kvhost/Capture.h) reads, installs and reports
 // errors as values on top of this.
-Capture loadText(const std::string& text, const std::string& path, const DumpOptions& options);
+Capture loadText(std::string_view text, const std::string& path, const DumpOptions& options);
 
 // Writes `text` to `path` whole or not at all: into a temporary file beside
 // it, renamed over `path` once every byte is written. Throws InputError

@@ -25,7 +25,7 @@ constexpr uint32_t kTimestamp = 0xE0010;     // android.sensor.timestamp
 // A file as read, before any tag is resolved.
 struct FileText {
     std::string path;
-    std::string text;
+    Text text;
     std::string note;          // what was read of the file (a bug report's camera text)
     std::optional<Dump> dump;  // none when the text has no metadata block
     EventLog log;
@@ -54,11 +54,11 @@ std::optional<T> firstElement(const std::vector<TagPayload>& tags, uint32_t id) 
     return std::nullopt;
 }
 
-FileText readFile(SequenceText in) {
+FileText readFile(const SequenceText& in) {
     FileText f;
-    f.path = std::move(in.path);
-    f.text = std::move(in.text);
-    f.note = std::move(in.note);
+    f.path = in.path;
+    f.text = in.text;
+    f.note = in.note;
     const std::string& path = f.path;
     if (isCaptureDescription(f.text)) {
         throw InputError(path + ": a capture description; a sequence reads dumps and logs");
@@ -87,7 +87,8 @@ FileText readFile(SequenceText in) {
 class PartBuilder {
 public:
     // `lender`: the latest file before this one with static metadata, if any.
-    PartBuilder(const FileText& f, const SequenceOptions& options, const SequencePart* lender)
+    // The part takes the events it reads out of `f`.
+    PartBuilder(FileText& f, const SequenceOptions& options, const SequencePart* lender)
         : f_(f), options_(options), lender_(lender) {}
 
     SequencePart build(std::vector<std::string>& notes, std::vector<std::string>& warnings) {
@@ -218,7 +219,7 @@ private:
     }
 
     void fromEvents() {
-        const EventLog& log = f_.log;
+        EventLog& log = f_.log;
         const uint16_t client = chooseClient();
         const uint32_t camera = chooseCamera(client);
         uint32_t physical = 0;
@@ -242,14 +243,16 @@ private:
             part_.base.notes.front() = "camera " + name + ": the camera of the events";
         }
 
-        // The chosen camera's events, in the order of the log.
+        // The chosen camera's events, in the order of the log, taken out of
+        // the file's table where they stand: a session's events are not copied.
         part_.log.file = log.file;
         part_.log.tags = log.tags;
         part_.log.cameras = log.cameras;
         part_.log.physicalIds = log.physicalIds;
         std::set<std::string> otherPhysical;
         size_t otherCameras = 0;
-        part_.log.events.reserve(log.events.size());
+        const size_t inFile = log.events.size();
+        size_t kept = 0;
         for (const TagEvent& e : log.events) {
             if (e.client != client) continue;  // said by the client's note
             if (e.camera != camera) {
@@ -259,17 +262,19 @@ private:
                                          ? "the logical camera"
                                          : log.physicalIds[e.physical]);
             } else {
-                part_.log.events.push_back(e);
+                log.events[kept++] = e;
             }
         }
-        part_.log.payload = log.payload;
+        log.events.resize(kept);
+        part_.log.events = std::move(log.events);
+        part_.log.payload = std::move(log.payload);
         const std::string who =
             "camera " + (name.empty() ? std::string("of the dump") : name) +
             (physical ? " (physical camera " + log.physicalIds[physical] + ")" : "") +
             (client ? " by " + log.clients[client].package : "");
         note("frames: the tag monitor events of " + who + ", " +
-             std::to_string(part_.log.events.size()) + " of the " +
-             std::to_string(log.events.size()) + " in the file");
+             std::to_string(part_.log.events.size()) + " of the " + std::to_string(inFile) +
+             " in the file");
         if (otherCameras) {
             note(std::to_string(otherCameras) + " events of other cameras left out (--camera " +
                  "ID reads another's)");
@@ -415,7 +420,7 @@ private:
     // Whether the library can read the event's payload whole; a warning
     // when not.
     bool fits(const TagEvent& e) {
-        TagPayload p;
+        TagPayload& p = scratch_;  // its bytes' storage reused from event to event
         p.info = part_.infos[e.tag];
         p.count = e.count;
         const size_t size = e.count * kvhost::typeSize(p.info->type);
@@ -533,14 +538,15 @@ private:
         std::map<size_t, int64_t> times;
         size_t line = 1;
         size_t at = 0;
+        const std::string_view text = f_.text;
         for (const size_t wanted : lines) {
-            while (line < wanted && at < f_.text.size()) {
-                at = f_.text.find('\n', at);
-                at = at == std::string::npos ? f_.text.size() : at + 1;
+            while (line < wanted && at < text.size()) {
+                at = text.find('\n', at);
+                at = at == std::string_view::npos ? text.size() : at + 1;
                 ++line;
             }
-            const size_t end = std::min(f_.text.find('\n', at), f_.text.size());
-            const auto t = logLineTime(std::string_view(f_.text).substr(at, end - at));
+            const size_t end = std::min(text.find('\n', at), text.size());
+            const auto t = logLineTime(text.substr(at, end - at));
             if (t) times[wanted] = *t;
         }
         return times;
@@ -560,7 +566,8 @@ private:
         part_.log.events.push_back(e);
     }
 
-    const FileText& f_;
+    FileText& f_;
+    TagPayload scratch_;
     const SequenceOptions& options_;
     const SequencePart* lender_;
     std::optional<Dump> empty_;
@@ -642,10 +649,10 @@ std::shared_ptr<const Sequence::Data> readSequenceTexts(std::vector<SequenceText
                                                         const SequenceOptions& options) {
     if (texts.empty()) throw InputError("no file given");
     std::vector<FileText> files;
-    for (SequenceText& t : texts) files.push_back(readFile(std::move(t)));
+    for (const SequenceText& t : texts) files.push_back(readFile(t));
     const auto build = [&](Sequence::Data& d) {
         const SequencePart* lender = nullptr;
-        for (const FileText& f : files) {
+        for (FileText& f : files) {
             d.firstFrame.push_back(d.frameCount);
             d.parts.push_back(PartBuilder(f, options, lender).build(d.notes, d.warnings));
             d.frameCount += d.parts.back().frames.size();
@@ -662,6 +669,9 @@ std::shared_ptr<const Sequence::Data> readSequenceTexts(std::vector<SequenceText
         build(*d);
         if (dry.registeredNone()) return d;
     }
+    // The first pass took the files' events: read again.
+    files.clear();
+    for (const SequenceText& t : texts) files.push_back(readFile(t));
     auto data = std::make_shared<Sequence::Data>();
     data->parts.reserve(files.size());  // the lender stays where it is
     build(*data);

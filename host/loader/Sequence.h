@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "Capture.h"
+#include "InputText.h"
 #include "TagMonitor.h"
 #include "kvhost/Capture.h"
 
@@ -75,7 +76,7 @@ std::shared_ptr<const Sequence::Data> readSequence(const std::vector<std::string
 // A file's name (for notes, warnings and errors) and its text.
 struct SequenceText {
     std::string path;
-    std::string text;
+    Text text;
     std::string note;  // what was read of the file, when not all of it (InputText)
 };
 

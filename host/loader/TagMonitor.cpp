@@ -20,30 +20,51 @@ constexpr std::string_view kCachedAt = "Cached @ ";
 constexpr std::string_view kOutputStreams = "output stream ids:";
 constexpr std::string_view kInputStream = "input stream id:";
 
-// "f<frame>:<timestamp>ns:" at the start of `s`; `p` is left after it.
-bool readEventHead(std::string_view s, size_t& p, int64_t* frame, int64_t* timestamp) {
-    p = 0;
+// An event line's "f<frame>:<timestamp>ns:".
+struct EventHead {
+    int64_t frame = 0;
+    int64_t timestamp = 0;
+    size_t end = 0;  // where the rest of the line starts
+};
+
+// The head at the start of `s`, if it has one.
+bool readEventHead(std::string_view s, EventHead* head) {
+    size_t p = 0;
     size_t start = 1;
     if (!skipChar(s, p, 'f') || !skipDigits(s, p) ||
-        !parseNumber(s.substr(start, p - start), frame) || !skipChar(s, p, ':')) {
+        !parseNumber(s.substr(start, p - start), &head->frame) || !skipChar(s, p, ':')) {
         return false;
     }
     start = p;
     skipChar(s, p, '-');
-    if (!skipDigits(s, p) || !parseNumber(s.substr(start, p - start), timestamp)) return false;
-    return s.substr(p, 3) == "ns:" && (p += 3);
-}
-
-bool isEventLine(std::string_view s) {
-    size_t p = 0;
-    int64_t frame = 0;
-    int64_t timestamp = 0;
-    return readEventHead(s, p, &frame, &timestamp);
+    if (!skipDigits(s, p) || !parseNumber(s.substr(start, p - start), &head->timestamp)) {
+        return false;
+    }
+    head->end = p + 3;
+    return s.substr(p, 3) == "ns:";
 }
 
 // A tag's name as the monitor prints it: "section.name", no blanks or brackets.
 bool isTagName(std::string_view s) {
-    return contains(s, ".") && s.find_first_of(" \t[]():") == std::string_view::npos;
+    bool dotted = false;
+    for (const char c : s) {
+        switch (c) {
+            case ' ':
+            case '\t':
+            case '[':
+            case ']':
+            case '(':
+            case ')':
+            case ':':
+                return false;
+            case '.':
+                dotted = true;
+                break;
+            default:
+                break;
+        }
+    }
+    return dotted;
 }
 
 // The type of a tag that nothing else types, from its first value row.
@@ -60,6 +81,9 @@ public:
     }
 
     EventLog read(std::string_view text) {
+        // An event line is rarely shorter than 64 bytes: room for the events
+        // at once (up to a million), not a copy of them each time the table grows.
+        log_.events.reserve(std::min<size_t>(text.size() / 64 + 1, size_t{1} << 20));
         size_t start = 0;
         while (start < text.size()) {
             size_t end = text.find('\n', start);
@@ -119,12 +143,14 @@ private:
         }
         uint32_t camera = camera_;
         uint16_t client = client_;
+        EventHead head;
         std::string_view body = s;
-        if (!isEventLine(s)) body = watchPrefixed(s, &camera, &client);
-        if (isEventLine(body)) {
+        bool event = readEventHead(s, &head);
+        if (!event) body = watchPrefixed(s, &camera, &client, &head, &event);
+        if (event) {
             listing_ = false;
             open_ = false;
-            readEvent(body, camera, client);
+            readEvent(body.substr(head.end), head, camera, client);
             return;
         }
         if (open_ && body[0] == '[') return continueEvent(body);
@@ -158,28 +184,33 @@ private:
     }
 
     // A watch line's "<cameraId>:<package>" taken off: the rest, with the
-    // camera in *camera and the package in *client; `s` itself when it has
+    // camera in *camera and the package in *client, and in *event whether
+    // the rest is an event line (its head in *head); `s` itself when it has
     // no such lead.
-    std::string_view watchPrefixed(std::string_view s, uint32_t* camera, uint16_t* client) {
+    std::string_view watchPrefixed(std::string_view s, uint32_t* camera, uint16_t* client,
+                                   EventHead* head, bool* event) {
         size_t p = 0;
         while (p < s.size() && !isBlank(s[p])) ++p;
         const std::string_view lead = s.substr(0, p);
         const size_t colon = lead.find(':');
         if (colon == 0 || colon == std::string_view::npos || !skipBlanks(s, p)) return s;
         const std::string_view rest = s.substr(p);
-        if (rest[0] != '[' && !isEventLine(rest)) return s;
+        *event = readEventHead(rest, head);
+        if (rest[0] != '[' && !*event) return s;
         *camera = indexOf(log_.cameras, lead.substr(0, colon));
         if (colon + 1 < lead.size()) *client = clientIndex(lead.substr(colon + 1));
         return rest;
     }
 
-    void readEvent(std::string_view s, uint32_t camera, uint16_t client) {
+    // An event line's rest after its head.
+    void readEvent(std::string_view s, const EventHead& head, uint32_t camera, uint16_t client) {
         TagEvent e;
         e.line = static_cast<uint32_t>(line_);
         e.camera = camera;
         e.client = client;
+        e.frame = head.frame;
+        e.timestamp = head.timestamp;
         size_t p = 0;
-        readEventHead(s, p, &e.frame, &e.timestamp);
         skipBlanks(s, p);
         std::string_view rest = s.substr(p);
         if (!startsWith(rest, "REQ:") && !startsWith(rest, "RES:")) {

@@ -244,9 +244,9 @@ void readRecords(Fields& tag, const RecordLayout& layout, std::vector<uint8_t>& 
 
 // What the library reads of a tag, beyond its first element.
 struct LengthRule {
-    const char* tag;
-    size_t min;  // elements
-    size_t max;  // elements, 0 for no limit
+    std::string_view tag;  // its length known: most names differ in it
+    size_t min;            // elements
+    size_t max;            // elements, 0 for no limit
     const char* what;
     // Further checks of the content; "" when it is fine.
     std::string (*check)(const TagPayload&);
@@ -352,13 +352,15 @@ std::string lengthProblem(const TagPayload& p) {
     if (p.count == 0) return "";  // an empty entry is never read
     for (const LengthRule& rule : kLengthRules) {
         if (p.info->name != rule.tag) continue;
-        const std::string held =
-            std::to_string(p.count) + " " + kvhost::typeName(p.info->type) + " values, but ";
+        const auto held = [&] {
+            return std::to_string(p.count) + " " + kvhost::typeName(p.info->type) + " values, but ";
+        };
         if (p.count < rule.min) {
-            return held + "the library reads " + std::to_string(rule.min) + " (" + rule.what + ")";
+            return held() + "the library reads " + std::to_string(rule.min) + " (" + rule.what +
+                   ")";
         }
         if (rule.max != 0 && p.count > rule.max) {
-            return held + "the library takes at most " + std::to_string(rule.max) + " (" +
+            return held() + "the library takes at most " + std::to_string(rule.max) + " (" +
                    rule.what + ")";
         }
         if (rule.check != nullptr) return rule.check(p);

@@ -557,7 +557,7 @@ TEST(ReadInput, KeepsTheCameraTextOfWhatTheUserHands) {
         try {
             const InputText in = readInputBytes(r.bytes, "in", small);
             EXPECT_TRUE(r.error.empty()) << "read, not refused";
-            EXPECT_EQ(in.text, r.text);
+            EXPECT_EQ(in.text.view(), r.text);
             EXPECT_EQ(in.note, r.note);
         } catch (const InputError& e) {
             EXPECT_EQ(std::string(e.what()).rfind("in: " + r.error, 0), 0u) << e.what();

@@ -532,6 +532,12 @@ TEST(ReadInput, KeepsTheCameraTextOfWhatTheUserHands) {
          "line 2 is longer than 0 MiB: neither a capture description nor a camera metadata dump",
          ""},
         {"ManyLines", std::string(21, '\n'), "", "more than 20 lines", ""},
+        // Past the second line a text that is no bug report is kept whole:
+        // its lines are still counted and measured, the last one without an end too.
+        {"LongLineKeptWhole", "a\nb\nc\n" + std::string(101, 'x') + "\n", "",
+         "line 4 is longer than 0 MiB: neither a capture description nor a camera metadata dump",
+         ""},
+        {"ManyLinesLastWithoutEnd", std::string(20, '\n') + "x", "", "more than 20 lines", ""},
         {"Binary", std::string("ab\0", 3), "",
          "binary data, neither a capture description nor a camera metadata dump", ""},
         {"Empty", " \n\t", "", "empty file", ""},
@@ -564,6 +570,13 @@ TEST(ReadInput, KeepsTheCameraTextOfWhatTheUserHands) {
             EXPECT_FALSE(r.error.empty());
         }
     }
+    // From a file, read in pieces: a text longer than a piece, its lines
+    // across the pieces' edges, kept byte for byte.
+    std::string whole;
+    for (int i = 0; whole.size() < 300000; ++i) whole += std::string(i % 97, 'v') + "\r\n";
+    whole += "last";
+    const ScratchFile file("pieces.txt", whole);
+    EXPECT_EQ(readInput(file.path).text.view(), whole);
 #if defined(KVTEST_ZIP)
     // From a file, through the loader: the capture says what it read.
     const ScratchFile zip("bugreport.zip", zipOf({{"bugreport-x.txt", bugreport}}));

@@ -22,16 +22,13 @@ bool is(double v, int value) {
 
 // The request side of `t` was set anew to `value` on frame i.
 bool requested(const Track* t, size_t i, int value) {
-    return t != nullptr && t->changedAt[0][i] && is(t->at(0, i), value);
+    return t != nullptr && t->changedOn(0, i) && is(t->at(0, i), value);
 }
 
-// Any of the request-side tags was set anew on frame i.
-bool requestChanged(const Context& c, std::initializer_list<const char*> names, size_t i) {
-    for (const char* name : names) {
-        const Track* t = c.recorded(name);
-        if (t != nullptr && t->changedAt[0][i]) return true;
-    }
-    return false;
+// Any of the request sides of `tracks` (Context::recordedOf) was set anew on frame i.
+bool requestChanged(const std::vector<const Track*>& tracks, size_t i) {
+    return std::any_of(tracks.begin(), tracks.end(),
+                       [&](const Track* t) { return t->changedOn(0, i); });
 }
 
 std::string frameText(const Context& c, size_t i) {
@@ -123,6 +120,9 @@ bool converged(double state) {
 void aeConverge(Context& c) {
     const Track* state = c.recorded(kAeState);
     const Track* trigger = c.recorded(kAePrecapture);
+    const Context::Sampled aeMode = c.context(kAeMode);
+    const std::vector<const Track*> settings =
+        c.recordedOf({kAeMode, kAeLock, kAeCompensation, kAeFps, kAeRegions});
     const double limit = c.param("frames");
     const double precapture = c.param("precapture-frames");
     std::optional<size_t> start;    // of the stretch not converged
@@ -153,7 +153,7 @@ void aeConverge(Context& c) {
     };
     for (size_t i = 0; i < c.s.frames(); ++i) {
         const double v = state->value(i);
-        if (std::isnan(v) || is(c.context(kAeMode, i), ae::kModeOff)) {
+        if (std::isnan(v) || is(aeMode.at(i), ae::kModeOff)) {
             cut(i);
             continue;
         }
@@ -162,10 +162,7 @@ void aeConverge(Context& c) {
             start.reset();
             continue;
         }
-        if (start &&
-            requestChanged(c, {kAeMode, kAeLock, kAeCompensation, kAeFps, kAeRegions}, i)) {
-            cut(i);
-        }
+        if (start && requestChanged(settings, i)) cut(i);
         if (!start) {
             start = i;
             trigged.reset();
@@ -182,13 +179,14 @@ void aeConverge(Context& c) {
 void aePrecapture(Context& c) {
     const Track* state = c.recorded(kAeState);
     const Track* trigger = c.recorded(kAePrecapture);
+    const Context::Sampled aeMode = c.context(kAeMode);
     const double limit = c.param("frames");
     const double after = c.param("after");
     const size_t n = c.s.frames();
     size_t triggers = 0;
     for (size_t t = 0; t < n; ++t) {
         if (!requested(trigger, t, trigger::kStart)) continue;
-        if (is(c.context(kAeMode, t), ae::kModeOff)) continue;
+        if (is(aeMode.at(t), ae::kModeOff)) continue;
         ++triggers;
         bool seen = false;  // PRECAPTURE seen
         std::optional<size_t> done;
@@ -253,6 +251,7 @@ void aeLock(Context& c) {
                          kSensitivity + " recorded as well (add to -m)");
         return;
     }
+    const Context::Sampled aeMode = c.context(kAeMode);
     const double settle = c.param("settle");
     const size_t n = c.s.frames();
     for (size_t i = 0; i < n; ++i) {
@@ -263,7 +262,7 @@ void aeLock(Context& c) {
         size_t end = i;
         while (end + 1 < n && is(lock->value(end + 1), 1)) ++end;
         if (!c.logGoesPast(i, settle) || c.within(i, end, settle)) continue;
-        if (is(c.context(kAeMode, i), ae::kModeOff)) continue;
+        if (is(aeMode.at(i), ae::kModeOff)) continue;
         Stretches unlocked(c);
         for (size_t j = i; j <= end; ++j) {
             if (c.within(i, j, settle) && known) continue;
@@ -277,7 +276,7 @@ void aeLock(Context& c) {
                 });
             }
             for (const Track* e : exposure) {
-                if (e == nullptr || j == i || !e->changedAt[1][j]) continue;
+                if (e == nullptr || j == i || !e->changedOn(1, j)) continue;
                 const double before = e->at(1, j - 1);
                 const double now = e->at(1, j);
                 if (std::isnan(before) || std::isnan(now) || before == now) continue;
@@ -302,6 +301,9 @@ void aeOscillation(Context& c) {
                          kAeState + ", recorded (add to -m)");
         return;
     }
+    const Context::Sampled aeLock = c.context(kAeLock), aeMode = c.context(kAeMode);
+    const std::vector<const Track*> settings =
+        c.recordedOf({kAeMode, kAeLock, kAeCompensation, kAeFps, kAeRegions, kAePrecapture});
     const double step = c.param("step");
     const double allowed = c.param("reversals");
     const double window = c.param("window");
@@ -317,10 +319,8 @@ void aeOscillation(Context& c) {
         researches.clear();
     };
     for (size_t i = 0; i < n; ++i) {
-        const bool locked = is(c.context(kAeLock, i), 1) || is(c.context(kAeMode, i), 0);
-        if (locked ||
-            requestChanged(
-                c, {kAeMode, kAeLock, kAeCompensation, kAeFps, kAeRegions, kAePrecapture}, i)) {
+        const bool locked = is(aeLock.at(i), 1) || is(aeMode.at(i), 0);
+        if (locked || requestChanged(settings, i)) {
             check();
             anchor = NAN;
             direction = 0;
@@ -360,18 +360,19 @@ void afSequence(Context& c) {
     const Track* state = c.recorded(kAfState);
     const Track* trigger = c.recorded(kAfTrigger);
     const Track* mode = c.recorded(kAfMode);
+    const Context::Sampled afMode = c.context(kAfMode);
     const double limit = c.param("frames");
     const size_t n = c.s.frames();
     size_t triggers = 0;
     for (size_t t = 0; t < n; ++t) {
         if (!requested(trigger, t, trigger::kStart)) continue;
-        const double m = c.context(kAfMode, t);
+        const double m = afMode.at(t);
         if (is(m, af::kModeOff) || is(m, af::kEdof)) continue;
         ++triggers;
         const auto ends = [&](size_t j) {
             return j > t && (requested(trigger, j, trigger::kStart) ||
                              requested(trigger, j, trigger::kCancel) ||
-                             (mode != nullptr && mode->changedAt[0][j]));
+                             (mode != nullptr && mode->changedOn(0, j)));
         };
         std::optional<size_t> locked;
         bool ended = false;
@@ -418,18 +419,20 @@ void afSequence(Context& c) {
 void afHunting(Context& c) {
     const Track* state = c.recorded(kAfState);
     const Track* mode = c.recorded(kAfMode);
+    const std::vector<const Track*> settings = c.recordedOf({kAfMode, kAfRegions, kAfTrigger});
+    const double allowed = c.param("scans");
+    const double window = c.param("window");
     const size_t n = c.s.frames();
     std::vector<size_t> scans;
     size_t seen = 0;
     const auto check = [&] {
-        crowded(c, scans, c.param("scans"), c.param("window"),
-                "scans (afState PASSIVE_SCAN) of continuous AF");
+        crowded(c, scans, allowed, window, "scans (afState PASSIVE_SCAN) of continuous AF");
         scans.clear();
     };
     for (size_t i = 0; i < n; ++i) {
         const double m = mode->value(i);
         const bool continuous = is(m, af::kContinuousVideo) || is(m, af::kContinuousPicture);
-        if (!continuous || requestChanged(c, {kAfMode, kAfRegions, kAfTrigger}, i)) check();
+        if (!continuous || requestChanged(settings, i)) check();
         if (!continuous) continue;
         const double v = state->value(i);
         if (std::isnan(v)) continue;
@@ -454,7 +457,7 @@ void zoom(Context& c) {
     const std::vector<double> depth = c.s.staticValue(kPipelineMaxDepth);
     const double latency = !depth.empty() && depth[0] > 0 ? depth[0] : c.param("latency");
     bool requests = false;
-    for (size_t i = 0; i < n && !requests; ++i) requests = ratio->changedAt[0][i] != 0;
+    for (size_t i = 0; i < n && !requests; ++i) requests = ratio->changedOn(0, i) != 0;
 
     // The result within `tolerance` of a request of the last `latency` frames.
     if (requests) {
@@ -495,14 +498,14 @@ void zoom(Context& c) {
         std::optional<size_t> runEnd;  // the last request step of the run
         for (size_t i = 1; i < n; ++i) {
             const double a = ratio->at(0, i - 1), b = ratio->at(0, i);
-            if (ratio->changedAt[0][i] && !std::isnan(a) && !std::isnan(b) && a != b) {
+            if (ratio->changedOn(0, i) && !std::isnan(a) && !std::isnan(b) && a != b) {
                 const int d = b > a ? 1 : -1;
                 if (d != direction) direction = d;
                 runEnd = i;
             }
             if (runEnd && !c.within(*runEnd, i, latency)) direction = 0;
             const double ra = ratio->at(1, i - 1), rb = ratio->at(1, i);
-            if (direction != 0 && ratio->changedAt[1][i] && !std::isnan(ra) && !std::isnan(rb) &&
+            if (direction != 0 && ratio->changedOn(1, i) && !std::isnan(ra) && !std::isnan(rb) &&
                 (rb - ra) * direction < -tolerance / 5 * ra) {
                 c.find(i, i,
                        "result zoom ratio went from " + numberText(ra) + " to " + numberText(rb) +
@@ -684,6 +687,7 @@ void flashFires(Context& c) {
                          kCaptureIntent + ", recorded as well (add to -m)");
         return;
     }
+    const Context::Sampled aeMode = c.context(kAeMode);
     const double torchFrames = c.param("torch-frames");
     const double readyFrames = c.param("ready-frames");
     const size_t n = c.s.frames();
@@ -704,9 +708,9 @@ void flashFires(Context& c) {
                {{"flash.state", valueText(state, state->value(fired))}});
     };
     for (size_t i = 0; i < n; ++i) {
-        const double aeMode = c.context(kAeMode, i);
-        const bool autoFlash = is(aeMode, ae::kAutoFlash) || is(aeMode, ae::kAutoFlashRedeye) ||
-                               is(aeMode, ae::kAlwaysFlash);
+        const double m = aeMode.at(i);
+        const bool autoFlash =
+            is(m, ae::kAutoFlash) || is(m, ae::kAutoFlashRedeye) || is(m, ae::kAlwaysFlash);
         const double v = state->value(i);
         if (mode != nullptr && !autoFlash && requested(mode, i, flash::kSingle) && !std::isnan(v)) {
             c.judged();
@@ -735,7 +739,7 @@ void flashFires(Context& c) {
             }
         }
         if (ae != nullptr && intent != nullptr && i > 0 && requested(intent, i, kStillCapture) &&
-            is(ae->value(i - 1), ae::kFlashRequired) && (autoFlash || std::isnan(aeMode)) &&
+            is(ae->value(i - 1), ae::kFlashRequired) && (autoFlash || std::isnan(m)) &&
             !std::isnan(v)) {
             c.judged();
             if (!is(v, flash::kFired)) {
@@ -777,7 +781,7 @@ void timestamps(Context& c) {
         const Track* t = c.s.track(r.name);
         if (t == nullptr) continue;
         size_t changes = 0;
-        for (size_t i = 0; i < n; ++i) changes += t->changedAt[1][i];
+        for (size_t i = 0; i < n; ++i) changes += t->changedOn(1, i);
         everyFrame = everyFrame || (n >= 10 && changes * 10 >= n * 9);
     }
     if (!everyFrame) return;

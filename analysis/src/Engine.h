@@ -46,9 +46,16 @@ public:
     double param(const char* name) const;
     // The tag's track when it is recorded, else null.
     const Track* recorded(const char* name) const;
-    // The tag's value on frame i, recorded or from the blocks: for context
+    // A tag's value frame by frame, recorded or from the blocks: for context
     // that only ever holds a finding back. NaN when unknown.
-    double context(const char* name, size_t i) const;
+    struct Sampled {
+        const Track* track = nullptr;  // when recorded
+        double block = NAN;            // else the blocks' value, the same on every frame
+        double at(size_t i) const { return track != nullptr ? track->value(i) : block; }
+    };
+    Sampled context(const char* name) const;
+    // The tracks of those of the tags that are recorded.
+    std::vector<const Track*> recordedOf(std::initializer_list<const char*> names) const;
     // Frames i and j are at most n frame numbers apart.
     bool within(size_t i, size_t j, double n) const {
         return static_cast<double>(s.number(j) - s.number(i)) <= n;

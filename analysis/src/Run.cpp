@@ -122,10 +122,19 @@ const Track* Context::recorded(const char* name) const {
     return t != nullptr && t->recorded ? t : nullptr;
 }
 
-double Context::context(const char* name, size_t i) const {
-    if (const Track* t = recorded(name)) return t->value(i);
-    // Not recorded: the blocks' value, the same on every frame.
-    return s.blockValue(name);
+Context::Sampled Context::context(const char* name) const {
+    Sampled sampled;
+    sampled.track = recorded(name);
+    if (sampled.track == nullptr) sampled.block = s.blockValue(name);
+    return sampled;
+}
+
+std::vector<const Track*> Context::recordedOf(std::initializer_list<const char*> names) const {
+    std::vector<const Track*> tracks;
+    for (const char* name : names) {
+        if (const Track* t = recorded(name)) tracks.push_back(t);
+    }
+    return tracks;
 }
 
 void Context::find(size_t first, size_t last, std::string message,

@@ -81,40 +81,47 @@ const Track* Session::track(const std::string& name) const {
             t->firstFrame = r.firstFrame;
         }
     }
+    if (!t->recorded) {
+        slot = std::move(t);
+        return slot.get();
+    }
     const size_t n = frames();
-    const std::vector<kvhost::TagChange> changes =
-        t->recorded ? sequence_.changes(info->id) : std::vector<kvhost::TagChange>{};
+    const std::vector<kvhost::TagChange> changes = sequence_.changes(info->id);
+    size_t count[2] = {0, 0};
     for (const kvhost::TagChange& c : changes) {
+        if (c.frame >= n) continue;
+        ++count[c.result ? 1 : 0];
         if (!c.removed) t->width = std::max(t->width, std::min<size_t>(c.count, Track::kMaxWidth));
     }
+    const size_t w = t->width;
     for (int side = 0; side < 2; ++side) {
-        t->values[side].assign(n * t->width, NAN);
-        t->changedAt[side].assign(n, 0);
+        // A side the log never set holds nothing.
+        if (count[side] != 0) t->held[side].assign(n, Track::kNone);
+        t->values[side].reserve(count[side] * w);
     }
-    // Each change holds until the next one of its side.
-    std::vector<double> held[2];
+    // Each change holds from its frame until the next one of its side.
     size_t from[2] = {0, 0};
-    const auto fill = [&](int side, size_t until) {
-        const size_t w = t->width, m = std::min(held[side].size(), w);
-        const double* value = held[side].data();
-        double* out = t->values[side].data();
-        for (size_t i = from[side]; i < until; ++i) std::copy(value, value + m, out + i * w);
-        from[side] = until;
+    const auto hold = [&](int side, size_t until) {
+        if (t->values[side].empty()) return;
+        const auto change = static_cast<uint32_t>(t->values[side].size() / w - 1);
+        std::fill(t->held[side].begin() + static_cast<std::ptrdiff_t>(from[side]),
+                  t->held[side].begin() + static_cast<std::ptrdiff_t>(until), change);
     };
+    std::vector<double> numbers;  // its storage reused: no allocation per change
     for (const kvhost::TagChange& c : changes) {
         const int side = c.result ? 1 : 0;
         if (c.frame >= n) continue;
-        fill(side, c.frame);
-        // The held values' storage is reused: no allocation per change.
-        if (c.removed) {
-            held[side].clear();
-        } else {
-            numbersOf(c.type, c.bytes, std::min<size_t>(c.count, Track::kMaxWidth), held[side]);
+        hold(side, c.frame);
+        from[side] = c.frame;
+        numbers.clear();
+        if (!c.removed) {
+            numbersOf(c.type, c.bytes, std::min<size_t>(c.count, Track::kMaxWidth), numbers);
         }
-        t->changedAt[side][c.frame] = 1;
+        numbers.resize(w, NAN);
+        t->values[side].insert(t->values[side].end(), numbers.begin(), numbers.end());
     }
-    fill(0, n);
-    fill(1, n);
+    hold(0, n);
+    hold(1, n);
     slot = std::move(t);
     return slot.get();
 }

@@ -17,27 +17,38 @@
 
 namespace kvanalysis {
 
-// A tag's values over the frames. Absent values are NaN.
+// A tag's values over the frames. Absent values are NaN; a tag that is not
+// recorded holds none. Each side keeps its changes' values once and, per
+// frame, which change holds there.
 struct Track {
-    static constexpr size_t kMaxWidth = 8;  // elements kept of each value
+    static constexpr size_t kMaxWidth = 8;         // elements kept of each value
+    static constexpr uint32_t kNone = UINT32_MAX;  // no change yet
 
     const kvhost::TagInfo* info = nullptr;
     bool recorded = false;
     int64_t firstFrame = 0;  // the frame number of its first event
     size_t width = 1;
-    std::vector<double> values[2];      // [side][frame * width + k]: request 0, result 1
-    std::vector<uint8_t> changedAt[2];  // [side][frame]: the log set it on that frame
+    std::vector<uint32_t> held[2];  // [side][frame]: the change holding, request 0, result 1
+    std::vector<double> values[2];  // [side][change * width + k]
 
     // Element k of side `side` (0 request, 1 result) on frame i.
     double at(int side, size_t i, size_t k = 0) const {
-        return k < width ? values[side][i * width + k] : NAN;
+        if (k >= width || i >= held[side].size()) return NAN;
+        const uint32_t c = held[side][i];
+        return c == kNone ? NAN : values[side][c * width + k];
     }
     // The frame rule: the result's value where it has one, else the request's.
     double value(size_t i, size_t k = 0) const {
         const double r = at(1, i, k);
         return std::isnan(r) ? at(0, i, k) : r;
     }
-    bool changed(size_t i) const { return changedAt[0][i] || changedAt[1][i]; }
+    // Whether the log set side `side` on frame i.
+    bool changedOn(int side, size_t i) const {
+        if (i >= held[side].size()) return false;
+        const uint32_t c = held[side][i];
+        return c != kNone && (i == 0 || held[side][i - 1] != c);
+    }
+    bool changed(size_t i) const { return changedOn(0, i) || changedOn(1, i); }
 };
 
 class Session {

@@ -576,6 +576,24 @@ private:
     std::vector<std::string> warnings_;
 };
 
+// The first of the part's frames from `k` on whose number is not below
+// `number`: a gallop, then a binary search, so that a tag set on few frames
+// of a long session costs what it has, not a walk over every frame.
+size_t frameFrom(const SequencePart& part, size_t k, int64_t number) {
+    const std::vector<SequencePart::Frame>& frames = part.frames;
+    size_t end = k;
+    for (size_t step = 1; end < frames.size() && frames[end].number < number; step *= 2) {
+        k = end + 1;
+        end += step;
+    }
+    end = std::min(end, frames.size());
+    return static_cast<size_t>(
+        std::lower_bound(frames.begin() + static_cast<std::ptrdiff_t>(k),
+                         frames.begin() + static_cast<std::ptrdiff_t>(end), number,
+                         [](const SequencePart::Frame& f, int64_t n) { return f.number < n; }) -
+        frames.begin());
+}
+
 // The latest event of `side` (sorted by frame number) with a frame number
 // at most `number`; null when none.
 const TagEvent* latest(const SequencePart& part, const std::vector<uint32_t>& side,
@@ -827,7 +845,7 @@ std::vector<size_t> Sequence::changedFrames(uint32_t id) const {
                 size_t k = 0;
                 for (const uint32_t e : side) {
                     const int64_t number = part.log.events[e].frame;
-                    while (part.frames[k].number < number) ++k;
+                    k = loader::frameFrom(part, k, number);
                     out.push_back(base + k);
                 }
             }
@@ -876,6 +894,7 @@ std::vector<TagChange> Sequence::changes(uint32_t id) const {
         } else {
             for (const loader::SequencePart::Track& t : part.tracks) {
                 if (t.info->id != id) continue;
+                out.reserve(out.size() + t.sides[0].size() + t.sides[1].size() + 2);
                 for (const loader::Side side : {loader::Side::Request, loader::Side::Result}) {
                     const std::vector<uint32_t>& events = t.sides[static_cast<size_t>(side)];
                     size_t k = 0;
@@ -886,7 +905,7 @@ std::vector<TagChange> Sequence::changes(uint32_t id) const {
                             part.log.events[events[n + 1]].frame == e.frame) {
                             continue;
                         }
-                        while (part.frames[k].number < e.frame) ++k;
+                        k = loader::frameFrom(part, k, e.frame);
                         set(k, side == loader::Side::Result, &e, t.info);
                     }
                 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <unordered_map>
 #include <utility>
 
 #include "DumpText.h"
@@ -27,17 +28,26 @@ struct EventHead {
     size_t end = 0;  // where the rest of the line starts
 };
 
+// An optional '-' and digits at `p` as a number, `p` left after them;
+// false when there are no digits or the number passes int64. Every event
+// line has two: added up as they are skipped, the long ones read again.
+bool readInteger(std::string_view s, size_t& p, int64_t* value) {
+    const size_t start = p;
+    const bool negative = skipChar(s, p, '-');
+    const size_t digits = p;
+    uint64_t n = 0;
+    while (p < s.size() && isDigit(s[p])) n = n * 10 + static_cast<uint64_t>(s[p++] - '0');
+    if (p == digits) return false;
+    if (p - digits > 18) return parseNumber(s.substr(start, p - start), value);
+    *value = negative ? -static_cast<int64_t>(n) : static_cast<int64_t>(n);
+    return true;
+}
+
 // The head at the start of `s`, if it has one.
 bool readEventHead(std::string_view s, EventHead* head) {
     size_t p = 0;
-    size_t start = 1;
-    if (!skipChar(s, p, 'f') || !skipDigits(s, p) ||
-        !parseNumber(s.substr(start, p - start), &head->frame) || !skipChar(s, p, ':')) {
-        return false;
-    }
-    start = p;
-    skipChar(s, p, '-');
-    if (!skipDigits(s, p) || !parseNumber(s.substr(start, p - start), &head->timestamp)) {
+    if (!skipChar(s, p, 'f') || p >= s.size() || s[p] == '-' || !readInteger(s, p, &head->frame) ||
+        !skipChar(s, p, ':') || !readInteger(s, p, &head->timestamp)) {
         return false;
     }
     head->end = p + 3;
@@ -232,7 +242,9 @@ private:
         }
         const size_t colon = rest.find(':');
         const std::string_view name = rest.substr(0, colon);
-        if (colon == std::string_view::npos || !isTagName(name)) {
+        // A name seen before is a tag's name.
+        const auto known = colon == std::string_view::npos ? tagIndex_.end() : tagIndex_.find(name);
+        if (known == tagIndex_.end() && (colon == std::string_view::npos || !isTagName(name))) {
             return warn("", "an event line without \"section.tag:\"; the event is left out");
         }
         std::string_view value = trim(rest.substr(colon + 1));
@@ -240,7 +252,7 @@ private:
         for (const std::string_view streams : {kOutputStreams, kInputStream}) {
             value = trim(value.substr(0, value.find(streams)));
         }
-        e.tag = tagIndex(name);
+        e.tag = known != tagIndex_.end() ? known->second : addTag(name);
         if (value == "(Removed)") {
             e.removed = true;
             log_.events.push_back(e);
@@ -283,9 +295,9 @@ private:
         e.count = static_cast<uint32_t>(values_);
     }
 
-    uint32_t tagIndex(std::string_view name) {
-        const auto known = tagIndex_.find(name);
-        if (known != tagIndex_.end()) return known->second;
+    // A tag's first event: its entry in the table. `name` is of the text,
+    // which outlives the reader.
+    uint32_t addTag(std::string_view name) {
         EventTag tag;
         tag.name = std::string(name);
         const kvhost::TagInfo* info = kvhost::findTag(tag.name.c_str());
@@ -303,7 +315,7 @@ private:
         counts_.push_back(count == typing_.counts.end() ? 0 : count->second);
         log_.tags.push_back(std::move(tag));
         const auto index = static_cast<uint32_t>(log_.tags.size() - 1);
-        tagIndex_.emplace(log_.tags.back().name, index);
+        tagIndex_.emplace(name, index);
         return index;
     }
 
@@ -327,10 +339,10 @@ private:
     size_t sectionStart_ = 0;
     RowFormat format_;  // of the open event
     size_t values_ = 0;
-    std::map<std::string, uint32_t, std::less<>> tagIndex_;
-    std::vector<const kvhost::TagInfo*> names_;  // by tag index
-    std::vector<bool> typed_;                    // by tag index
-    std::vector<size_t> counts_;                 // by tag index: its entry's count, 0 unknown
+    std::unordered_map<std::string_view, uint32_t> tagIndex_;  // names of the text
+    std::vector<const kvhost::TagInfo*> names_;                // by tag index
+    std::vector<bool> typed_;                                  // by tag index
+    std::vector<size_t> counts_;  // by tag index: its entry's count, 0 unknown
 };
 
 }  // namespace

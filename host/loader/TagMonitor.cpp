@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <unordered_map>
 #include <utility>
 
@@ -121,21 +122,31 @@ private:
 
     void readLine(std::string_view s) {
         if (s.empty()) return;
+        // The lines of sections and lists start with one of these; most
+        // lines are events.
+        const char c = s[0];
+        if ((c == '=' || c == 'T' || c == 'M' || c == 'C') && readSectionLine(s)) return;
+        readEventOrRow(s);
+    }
+
+    // A line that opens a section or a client or turns monitoring on or
+    // off; false when `s` is none of those.
+    bool readSectionLine(std::string_view s) {
         if (const auto camera = dynamicInfoCamera(s)) {
             finishSection();
             camera_ = indexOf(log_.cameras, *camera);
             listing_ = false;
             open_ = false;
-            return;
+            return true;
         }
         if (startsWith(s, kEnabled)) {
             listing_ = true;
             log_.monitored[log_.cameras[camera_]].clear();
-            return;
+            return true;
         }
         if (startsWith(s, kDisabled)) {
             log_.monitoringDisabled = true;
-            return;
+            return true;
         }
         if (startsWith(s, kEventLog) || startsWith(s, kClient)) {
             // A dumpsys's log is newest first; a watch dump's clients, oldest first.
@@ -145,12 +156,18 @@ private:
             open_ = false;
             client_ = 0;
             if (startsWith(s, kClient)) readClient(s.substr(kClient.size()));
-            return;
+            return true;
         }
         if (startsWith(s, kCachedAt) && client_ != 0) {
             log_.clients[client_].cachedAt = std::string(trim(s.substr(kCachedAt.size())));
-            return;
+            return true;
         }
+        return false;
+    }
+
+    // An event line, a value row continuing the last event, or a line of
+    // the list of monitored tags.
+    void readEventOrRow(std::string_view s) {
         uint32_t camera = camera_;
         uint16_t client = client_;
         EventHead head;
@@ -207,8 +224,16 @@ private:
         const std::string_view rest = s.substr(p);
         *event = readEventHead(rest, head);
         if (rest[0] != '[' && !*event) return s;
-        *camera = indexOf(log_.cameras, lead.substr(0, colon));
-        if (colon + 1 < lead.size()) *client = clientIndex(lead.substr(colon + 1));
+        // The lead of the line before, most often.
+        if (lead != lead_.text) {
+            lead_.text = lead;
+            lead_.camera = indexOf(log_.cameras, lead.substr(0, colon));
+            lead_.client = colon + 1 < lead.size()
+                               ? std::optional<uint16_t>(clientIndex(lead.substr(colon + 1)))
+                               : std::nullopt;
+        }
+        *camera = lead_.camera;
+        if (lead_.client) *client = *lead_.client;
         return rest;
     }
 
@@ -340,9 +365,14 @@ private:
     RowFormat format_;  // of the open event
     size_t values_ = 0;
     std::unordered_map<std::string_view, uint32_t> tagIndex_;  // names of the text
-    std::vector<const kvhost::TagInfo*> names_;                // by tag index
-    std::vector<bool> typed_;                                  // by tag index
-    std::vector<size_t> counts_;  // by tag index: its entry's count, 0 unknown
+    struct {
+        std::string_view text;  // of the text
+        uint32_t camera = 0;
+        std::optional<uint16_t> client;
+    } lead_;                                     // the last watch lead read, "<cameraId>:<package>"
+    std::vector<const kvhost::TagInfo*> names_;  // by tag index
+    std::vector<bool> typed_;                    // by tag index
+    std::vector<size_t> counts_;                 // by tag index: its entry's count, 0 unknown
 };
 
 }  // namespace

@@ -377,7 +377,7 @@ private:
             if (!e.removed && checked[e.tag] && !fits(e)) continue;
             part_.tracks[static_cast<size_t>(track[e.tag])]
                 .sides[static_cast<size_t>(e.side)]
-                .push_back(i);
+                .push_back({e.frame, e.offset, e.count, e.removed});
         }
         for (const auto& [name, line] : unlisted) {
             warnings_.push_back(f_.path + ":" + std::to_string(line) + ": " + name +
@@ -385,10 +385,12 @@ private:
                                 "left out");
         }
         for (SequencePart::Track& t : part_.tracks) {
-            for (std::vector<uint32_t>& side : t.sides) {
-                std::stable_sort(side.begin(), side.end(), [&](uint32_t a, uint32_t b) {
-                    return log.events[a].frame < log.events[b].frame;
-                });
+            for (std::vector<SequencePart::Track::Event>& side : t.sides) {
+                std::stable_sort(
+                    side.begin(), side.end(),
+                    [](const SequencePart::Track::Event& a, const SequencePart::Track::Event& b) {
+                        return a.frame < b.frame;
+                    });
             }
         }
     }
@@ -581,6 +583,7 @@ private:
 // of a long session costs what it has, not a walk over every frame.
 size_t frameFrom(const SequencePart& part, size_t k, int64_t number) {
     const std::vector<SequencePart::Frame>& frames = part.frames;
+    if (k < frames.size() && frames[k].number >= number) return k;  // a tag set on every frame
     size_t end = k;
     for (size_t step = 1; end < frames.size() && frames[end].number < number; step *= 2) {
         k = end + 1;
@@ -596,21 +599,23 @@ size_t frameFrom(const SequencePart& part, size_t k, int64_t number) {
 
 // The latest event of `side` (sorted by frame number) with a frame number
 // at most `number`; null when none.
-const TagEvent* latest(const SequencePart& part, const std::vector<uint32_t>& side,
-                       int64_t number) {
-    const auto after =
-        std::upper_bound(side.begin(), side.end(), number,
-                         [&](int64_t n, uint32_t e) { return n < part.log.events[e].frame; });
-    return after == side.begin() ? nullptr : &part.log.events[*(after - 1)];
+const SequencePart::Track::Event* latest(const std::vector<SequencePart::Track::Event>& side,
+                                         int64_t number) {
+    const auto after = std::upper_bound(
+        side.begin(), side.end(), number,
+        [](int64_t n, const SequencePart::Track::Event& e) { return n < e.frame; });
+    return after == side.begin() ? nullptr : &*(after - 1);
 }
 
-TagPayload payloadOf(const SequencePart& part, const TagEvent& e, const kvhost::TagInfo* info) {
+// The `count` values at `offset` of the part's payloads.
+TagPayload payloadOf(const SequencePart& part, uint32_t offset, uint32_t count,
+                     const kvhost::TagInfo* info) {
     TagPayload p;
     p.info = info;
-    p.count = e.count;
-    const auto first = part.log.payload.begin() + e.offset;
+    p.count = count;
+    const auto first = part.log.payload.begin() + offset;
     p.bytes.assign(first,
-                   first + static_cast<std::ptrdiff_t>(e.count * kvhost::typeSize(info->type)));
+                   first + static_cast<std::ptrdiff_t>(count * kvhost::typeSize(info->type)));
     return p;
 }
 
@@ -624,16 +629,16 @@ std::vector<TagPayload> frameTagsAsLogged(const SequencePart& part, size_t i) {
     if (part.fromBlocks) {
         for (uint32_t k = f.first; k < f.end; ++k) {
             const TagEvent& e = part.log.events[k];
-            tags.push_back(payloadOf(part, e, part.infos[e.tag]));
+            tags.push_back(payloadOf(part, e.offset, e.count, part.infos[e.tag]));
         }
         return tags;
     }
     tags = part.base.frame;
     for (const SequencePart::Track& t : part.tracks) {
         for (const Side side : {Side::Result, Side::Request}) {
-            const TagEvent* e = latest(part, t.sides[static_cast<size_t>(side)], f.number);
+            const auto* e = latest(t.sides[static_cast<size_t>(side)], f.number);
             if (e == nullptr || e->removed) continue;
-            tags.push_back(payloadOf(part, *e, t.info));
+            tags.push_back(payloadOf(part, e->offset, e->count, t.info));
             break;
         }
     }
@@ -785,8 +790,8 @@ std::vector<RecordedTag> Sequence::recordedTags() const {
         }
         for (const loader::SequencePart::Track& t : part.tracks) {
             int64_t first = std::numeric_limits<int64_t>::max();
-            for (const std::vector<uint32_t>& side : t.sides) {
-                if (!side.empty()) first = std::min(first, part.log.events[side.front()].frame);
+            for (const auto& side : t.sides) {
+                if (!side.empty()) first = std::min(first, side.front().frame);
             }
             add(t.info, first);
         }
@@ -809,11 +814,11 @@ bool Sequence::changed(size_t i, uint32_t id) const {
     }
     for (const loader::SequencePart::Track& t : part->tracks) {
         if (t.info->id != id) continue;
-        for (const std::vector<uint32_t>& side : t.sides) {
+        for (const auto& side : t.sides) {
             const auto first = std::lower_bound(
                 side.begin(), side.end(), f.number,
-                [&](uint32_t e, int64_t n) { return part->log.events[e].frame < n; });
-            if (first != side.end() && part->log.events[*first].frame == f.number) return true;
+                [](const loader::SequencePart::Track::Event& e, int64_t n) { return e.frame < n; });
+            if (first != side.end() && first->frame == f.number) return true;
         }
     }
     return false;
@@ -840,12 +845,11 @@ std::vector<size_t> Sequence::changedFrames(uint32_t id) const {
         }
         for (const loader::SequencePart::Track& t : part.tracks) {
             if (t.info->id != id) continue;
-            for (const std::vector<uint32_t>& side : t.sides) {
+            for (const auto& side : t.sides) {
                 // Each side is in frame order, as the frames are.
                 size_t k = 0;
-                for (const uint32_t e : side) {
-                    const int64_t number = part.log.events[e].frame;
-                    k = loader::frameFrom(part, k, number);
+                for (const loader::SequencePart::Track::Event& e : side) {
+                    k = loader::frameFrom(part, k, e.frame);
                     out.push_back(base + k);
                 }
             }
@@ -864,7 +868,8 @@ std::vector<TagChange> Sequence::changes(uint32_t id) const {
         const loader::SequencePart& part = data_->parts[p];
         const size_t base = data_->firstFrame[p];
         const size_t begin = out.size();
-        const auto set = [&](size_t frame, bool result, const loader::TagEvent* e,
+        // `e`: a TagEvent or a track's event; null: the tag went away.
+        const auto set = [&](size_t frame, bool result, const auto* e,
                              const kvhost::TagInfo* info) {
             TagChange c;
             c.frame = base + frame;
@@ -896,15 +901,12 @@ std::vector<TagChange> Sequence::changes(uint32_t id) const {
                 if (t.info->id != id) continue;
                 out.reserve(out.size() + t.sides[0].size() + t.sides[1].size() + 2);
                 for (const loader::Side side : {loader::Side::Request, loader::Side::Result}) {
-                    const std::vector<uint32_t>& events = t.sides[static_cast<size_t>(side)];
+                    const auto& events = t.sides[static_cast<size_t>(side)];
                     size_t k = 0;
                     for (size_t n = 0; n < events.size(); ++n) {
-                        const loader::TagEvent& e = part.log.events[events[n]];
+                        const loader::SequencePart::Track::Event& e = events[n];
                         // Of one frame's events, the later one holds.
-                        if (n + 1 < events.size() &&
-                            part.log.events[events[n + 1]].frame == e.frame) {
-                            continue;
-                        }
+                        if (n + 1 < events.size() && events[n + 1].frame == e.frame) continue;
                         k = loader::frameFrom(part, k, e.frame);
                         set(k, side == loader::Side::Result, &e, t.info);
                     }

@@ -36,10 +36,18 @@ struct SequencePart {
         uint32_t end = 0;
     };
     // A monitored tag: its events of each side, in the order of their frame
-    // numbers (and, within one frame, of the log).
+    // numbers (and, within one frame, of the log), with what its values
+    // are read from. A tag's events lie apart in the log's table; these
+    // lie one after the other.
     struct Track {
+        struct Event {
+            int64_t frame = 0;
+            uint32_t offset = 0;  // of its payload, as the log's TagEvent
+            uint32_t count = 0;
+            bool removed = false;
+        };
         const kvhost::TagInfo* info = nullptr;
-        std::vector<uint32_t> sides[2];  // by Side
+        std::vector<Event> sides[2];  // by Side
     };
 
     Capture base;  // the statics, input and notes; the frame: unmonitored tags from blocks

@@ -457,7 +457,7 @@ void zoom(Context& c) {
     const std::vector<double> depth = c.s.staticValue(kPipelineMaxDepth);
     const double latency = !depth.empty() && depth[0] > 0 ? depth[0] : c.param("latency");
     bool requests = false;
-    for (size_t i = 0; i < n && !requests; ++i) requests = ratio->changedOn(0, i) != 0;
+    for (size_t i = 0; i < n && !requests; ++i) requests = ratio->changedOn(0, i);
 
     // The result within `tolerance` of a request of the last `latency` frames.
     if (requests) {

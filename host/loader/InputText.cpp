@@ -176,6 +176,12 @@ private:
             fail("more than " + std::to_string(limits_.lines) + " lines");
         }
     }
+    // Whether `more` bytes may still be kept.
+    void keptLength(size_t more) const {
+        if (text_.view().size() + more > limits_.keptBytes) {
+            fail("more than " + std::to_string(limits_.keptBytes >> 20) + " MiB of camera text");
+        }
+    }
     void lineLength(size_t bytes) const {
         if (bytes > limits_.lineBytes) {
             fail("line " + std::to_string(lines_ + 1) + " is longer than " +
@@ -187,9 +193,7 @@ private:
     // Bytes of a text kept whole (not a bug report) from a line's start: the
     // lines counted and measured, the bytes kept as they are.
     void addWhole(std::string_view bytes) {
-        if (text_.view().size() + bytes.size() > limits_.keptBytes) {
-            fail("more than " + std::to_string(limits_.keptBytes >> 20) + " MiB of camera text");
-        }
+        keptLength(bytes.size());
         for (size_t start = 0; start < bytes.size();) {
             const void* found = std::memchr(bytes.data() + start, '\n', bytes.size() - start);
             const size_t end =
@@ -218,10 +222,7 @@ private:
             camera_ = camera_ || kept;
         }
         if (kept) {
-            if (text_.view().size() + s.size() + 1 > limits_.keptBytes) {
-                fail("more than " + std::to_string(limits_.keptBytes >> 20) +
-                     " MiB of camera text");
-            }
+            keptLength(s.size() + 1);
             text_.append(s);
         }
         text_.append("\n");

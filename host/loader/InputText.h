@@ -26,7 +26,6 @@ public:
 
     std::string_view view() const { return view_; }
     operator std::string_view() const { return view_; }  // NOLINT(google-explicit-constructor)
-    size_t size() const { return view_.size(); }
 
 private:
     std::shared_ptr<const void> holder_;

@@ -672,7 +672,11 @@ std::shared_ptr<const Sequence::Data> readSequenceTexts(std::vector<SequenceText
                                                         const SequenceOptions& options) {
     if (texts.empty()) throw InputError("no file given");
     std::vector<FileText> files;
-    for (const SequenceText& t : texts) files.push_back(readFile(t));
+    const auto read = [&] {
+        files.clear();
+        for (const SequenceText& t : texts) files.push_back(readFile(t));
+    };
+    read();
     const auto build = [&](Sequence::Data& d) {
         const SequencePart* lender = nullptr;
         for (FileText& f : files) {
@@ -692,9 +696,7 @@ std::shared_ptr<const Sequence::Data> readSequenceTexts(std::vector<SequenceText
         build(*d);
         if (dry.registeredNone()) return d;
     }
-    // The first pass took the files' events: read again.
-    files.clear();
-    for (const SequenceText& t : texts) files.push_back(readFile(t));
+    read();  // the first pass took the files' events
     auto data = std::make_shared<Sequence::Data>();
     data->parts.reserve(files.size());  // the lender stays where it is
     build(*data);

@@ -456,8 +456,7 @@ void zoom(Context& c) {
     const double tolerance = c.param("ratio");
     const std::vector<double> depth = c.s.staticValue(kPipelineMaxDepth);
     const double latency = !depth.empty() && depth[0] > 0 ? depth[0] : c.param("latency");
-    bool requests = false;
-    for (size_t i = 0; i < n && !requests; ++i) requests = ratio->changedOn(0, i);
+    const bool requests = ratio->sets(0);
 
     // The result within `tolerance` of a request of the last `latency` frames.
     if (requests) {
@@ -465,19 +464,19 @@ void zoom(Context& c) {
         for (size_t i = 0; i < n; ++i) {
             const double res = ratio->at(1, i);
             if (std::isnan(res)) continue;
+            // Frame j's request holds until the next frame of the log: it is
+            // in the window when that frame is. The requests of the window
+            // are the changes held from its first frame to frame i.
+            size_t from = i;
+            while (from > 0 && c.within(from, i, latency - 1)) --from;
             bool near = false;
             bool known = false;
-            // Frame j's request holds until the next frame of the log: it is
-            // in the window when that frame is.
-            for (size_t j = i + 1; j-- > 0;) {
-                if (j < i && !c.within(j + 1, i, latency - 1)) break;
-                const double req = ratio->at(0, j);
-                if (!std::isnan(req)) {
-                    known = true;
-                    // Printed to eight decimals: a ratio on the bound is within it.
-                    near = near || std::fabs(res - req) <= tolerance * req + 1e-6;
-                }
-            }
+            ratio->eachHeld(0, from, i, [&](const double* v) {
+                if (std::isnan(v[0])) return;
+                known = true;
+                // Printed to eight decimals: a ratio on the bound is within it.
+                near = near || std::fabs(res - v[0]) <= tolerance * v[0] + 1e-6;
+            });
             if (!known) continue;
             c.judged();
             if (!near) {
@@ -530,35 +529,51 @@ void zoom(Context& c) {
     const double size = c.param("crop-size");
     const double centre = c.param("crop-centre");
     Stretches wrong(c, latency);
+    // A verdict per pair of the result's zoom and crop: frames that hold
+    // the same pair share it.
+    struct Verdict {
+        double z, l, t, w, h, dx, dy;
+        bool judged, offSize, wrong;
+    } v{};
+    std::pair<uint32_t, uint32_t> held{Track::kNone, Track::kNone};
     for (size_t i = 0; i < n; ++i) {
-        const double z = ratio->at(1, i);
-        const double l = crop->at(1, i, 0), t = crop->at(1, i, 1), w = crop->at(1, i, 2),
-                     h = crop->at(1, i, 3);
-        if (std::isnan(z) || z <= 0 || std::isnan(h) || w <= 0 || h <= 0) continue;
-        c.judged();
-        const double scale = std::max(1.0, z);
-        // Android's zoom ratio leaves the crop at the whole array; a crop
-        // that zooms as well is the array over the ratio.
-        const auto off = [&](double got, double whole) {
-            return std::min(std::fabs(got / whole - 1), std::fabs(got * z / whole - 1)) >
-                   size * scale;
-        };
-        const double dx = std::fabs(l + w / 2 - active[2] / 2);
-        const double dy = std::fabs(t + h / 2 - active[3] / 2);
-        const bool offSize = off(w, active[2]) || off(h, active[3]);
-        if (!offSize && dx <= centre * scale * active[2] && dy <= centre * scale * active[3]) {
-            continue;
+        const std::pair<uint32_t, uint32_t> now{ratio->heldAt(1, i), crop->heldAt(1, i)};
+        if (i == 0 || now != held) {
+            held = now;
+            v.z = ratio->at(1, i);
+            v.l = crop->at(1, i, 0);
+            v.t = crop->at(1, i, 1);
+            v.w = crop->at(1, i, 2);
+            v.h = crop->at(1, i, 3);
+            v.judged = !(std::isnan(v.z) || v.z <= 0 || std::isnan(v.h) || v.w <= 0 || v.h <= 0);
+            if (!v.judged) continue;
+            const double scale = std::max(1.0, v.z);
+            // Android's zoom ratio leaves the crop at the whole array; a crop
+            // that zooms as well is the array over the ratio.
+            const auto off = [&](double got, double whole) {
+                return std::min(std::fabs(got / whole - 1), std::fabs(got * v.z / whole - 1)) >
+                       size * scale;
+            };
+            v.dx = std::fabs(v.l + v.w / 2 - active[2] / 2);
+            v.dy = std::fabs(v.t + v.h / 2 - active[3] / 2);
+            v.offSize = off(v.w, active[2]) || off(v.h, active[3]);
+            v.wrong = !(!v.offSize && v.dx <= centre * scale * active[2] &&
+                        v.dy <= centre * scale * active[3]);
         }
+        if (!v.judged) continue;
+        c.judged();
+        if (!v.wrong) continue;
         wrong.add(i, [&] {
             return std::make_pair(
-                offSize
-                    ? "crop region " + numberText(w) + "x" + numberText(h) + " does not fit zoom " +
-                          numberText(z) + " (expected " + numberText(std::round(active[2] / z)) +
-                          "x" + numberText(std::round(active[3] / z)) + " or the whole array)"
-                    : "crop region off centre by (" + numberText(dx) + ", " + numberText(dy) + ")",
-                Values{{"zoomRatio", numberText(z)},
-                       {"cropRegion", numberText(l) + " " + numberText(t) + " " + numberText(w) +
-                                          " " + numberText(h)}});
+                v.offSize ? "crop region " + numberText(v.w) + "x" + numberText(v.h) +
+                                " does not fit zoom " + numberText(v.z) + " (expected " +
+                                numberText(std::round(active[2] / v.z)) + "x" +
+                                numberText(std::round(active[3] / v.z)) + " or the whole array)"
+                          : "crop region off centre by (" + numberText(v.dx) + ", " +
+                                numberText(v.dy) + ")",
+                Values{{"zoomRatio", numberText(v.z)},
+                       {"cropRegion", numberText(v.l) + " " + numberText(v.t) + " " +
+                                          numberText(v.w) + " " + numberText(v.h)}});
         });
     }
 }
@@ -776,16 +791,10 @@ void timestamps(Context& c) {
     back.close();
     // Drops: with a tag that changes on every frame, every frame is in the
     // log, and an interval much longer than the usual is a frame missing.
-    // The log's changes are enough to tell: no tag's values are needed.
-    bool everyFrame = false;
-    for (const kvhost::RecordedTag& r : c.s.recordedTags()) {
-        if (everyFrame || n < 10) break;
-        size_t changes = 0;
-        for (const kvhost::TagChange& change : c.s.sequence().changes(r.id)) {
-            changes += change.result && change.frame < n;
-        }
-        everyFrame = changes * 10 >= n * 9;
-    }
+    const std::vector<kvhost::RecordedTag>& tags = c.s.recordedTags();
+    const bool everyFrame = n >= 10 && std::any_of(tags.begin(), tags.end(), [&](const auto& r) {
+                                return r.resultFrames * 10 >= n * 9;
+                            });
     if (!everyFrame) return;
     std::vector<int64_t> gaps;
     for (size_t i = 1; i < n; ++i) {

@@ -8,15 +8,13 @@
 
 namespace kvanalysis {
 
-void numbersOf(kvhost::TagType type, const uint8_t* data, size_t count, std::vector<double>& out) {
-    out.clear();
-    out.reserve(count);
+void numbersOf(kvhost::TagType type, const uint8_t* data, size_t count, double* out) {
     const auto each = [&](auto sample) {
         using T = decltype(sample);
         for (size_t k = 0; k < count; ++k) {
             T v{};
             std::memcpy(&v, data + k * sizeof(T), sizeof(T));
-            out.push_back(static_cast<double>(v));
+            out[k] = static_cast<double>(v);
         }
     };
     switch (type) {
@@ -39,23 +37,14 @@ void numbersOf(kvhost::TagType type, const uint8_t* data, size_t count, std::vec
             for (size_t k = 0; k < count; ++k) {
                 int32_t r[2];
                 std::memcpy(r, data + k * sizeof r, sizeof r);
-                out.push_back(r[1] != 0 ? static_cast<double>(r[0]) / r[1] : NAN);
+                out[k] = r[1] != 0 ? static_cast<double>(r[0]) / r[1] : NAN;
             }
             break;
     }
 }
 
 Session::Session(const kvhost::Sequence& sequence)
-    : sequence_(sequence), recorded_(sequence.recordedTags()) {
-    const size_t n = sequence.frameCount();
-    numbers_.reserve(n);
-    timestamps_.reserve(n);
-    for (size_t i = 0; i < n; ++i) {
-        const kvhost::FrameInfo f = sequence.info(i);
-        numbers_.push_back(f.number);
-        timestamps_.push_back(f.timestamp);
-    }
-}
+    : sequence_(sequence), frames_(sequence.infos()), recorded_(sequence.recordedTags()) {}
 
 const Track* Session::track(const char* name) const {
     const auto known = byAddress_.find(name);
@@ -64,8 +53,11 @@ const Track* Session::track(const char* name) const {
 }
 
 bool Session::recorded(const std::string& name) const {
-    const Track* t = track(name);
-    return t != nullptr && t->recorded;
+    // From the list: a check that cannot run builds no track.
+    const kvhost::TagInfo* info = kvhost::findTag(name.c_str());
+    return info != nullptr &&
+           std::any_of(recorded_.begin(), recorded_.end(),
+                       [&](const kvhost::RecordedTag& r) { return r.id == info->id; });
 }
 
 const Track* Session::track(const std::string& name) const {
@@ -96,32 +88,30 @@ const Track* Session::track(const std::string& name) const {
     const size_t w = t->width;
     for (int side = 0; side < 2; ++side) {
         // A side the log never set holds nothing.
-        if (count[side] != 0) t->held[side].assign(n, Track::kNone);
-        t->values[side].reserve(count[side] * w);
+        if (count[side] == 0) continue;
+        t->held[side].resize(n);
+        t->values[side].resize(count[side] * w);
     }
     // Each change holds from its frame until the next one of its side.
-    size_t from[2] = {0, 0};
+    uint32_t next[2] = {0, 0};  // the index of each side's next change
+    size_t from[2] = {0, 0};    // the frame from which the last one holds
     const auto hold = [&](int side, size_t until) {
-        if (t->values[side].empty()) return;
-        const auto change = static_cast<uint32_t>(t->values[side].size() / w - 1);
-        std::fill(t->held[side].begin() + static_cast<std::ptrdiff_t>(from[side]),
-                  t->held[side].begin() + static_cast<std::ptrdiff_t>(until), change);
+        uint32_t* held = t->held[side].data();
+        std::fill(held + from[side], held + until, next[side] == 0 ? Track::kNone : next[side] - 1);
     };
-    std::vector<double> numbers;  // its storage reused: no allocation per change
     for (const kvhost::TagChange& c : changes) {
-        const int side = c.result ? 1 : 0;
         if (c.frame >= n) continue;
+        const int side = c.result ? 1 : 0;
         hold(side, c.frame);
         from[side] = c.frame;
-        numbers.clear();
-        if (!c.removed) {
-            numbersOf(c.type, c.bytes, std::min<size_t>(c.count, Track::kMaxWidth), numbers);
-        }
-        numbers.resize(w, NAN);
-        t->values[side].insert(t->values[side].end(), numbers.begin(), numbers.end());
+        double* v = t->values[side].data() + next[side]++ * w;
+        const size_t m = c.removed ? 0 : std::min<size_t>(c.count, w);
+        numbersOf(c.type, c.bytes, m, v);
+        std::fill(v + m, v + w, NAN);
     }
-    hold(0, n);
-    hold(1, n);
+    for (int side = 0; side < 2; ++side) {
+        if (count[side] != 0) hold(side, n);
+    }
     slot = std::move(t);
     return slot.get();
 }
@@ -143,8 +133,8 @@ std::vector<double> Session::staticValue(const char* name) const {
     if (!statics) return {};
     const camera_metadata_ro_entry_t e = statics->find(info->id);
     if (e.count == 0 || e.data.u8 == nullptr) return {};
-    std::vector<double> out;
-    numbersOf(static_cast<kvhost::TagType>(e.type), e.data.u8, e.count, out);
+    std::vector<double> out(e.count);
+    numbersOf(static_cast<kvhost::TagType>(e.type), e.data.u8, e.count, out.data());
     return out;
 }
 
@@ -158,9 +148,8 @@ double Session::blockValue(const char* name) const {
     if (first == nullptr || info == nullptr || !first->frame) return NAN;
     const camera_metadata_ro_entry_t e = first->frame->find(info->id);
     if (e.count == 0 || e.data.u8 == nullptr) return NAN;
-    std::vector<double> numbers;
-    numbersOf(static_cast<kvhost::TagType>(e.type), e.data.u8, 1, numbers);
-    return value = numbers[0];
+    numbersOf(static_cast<kvhost::TagType>(e.type), e.data.u8, 1, &value);
+    return value;
 }
 
 }  // namespace kvanalysis

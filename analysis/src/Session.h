@@ -19,7 +19,8 @@ namespace kvanalysis {
 
 // A tag's values over the frames. Absent values are NaN; a tag that is not
 // recorded holds none. Each side keeps its changes' values once and, per
-// frame, which change holds there.
+// frame, which change holds there. The accessors are read on every frame
+// by every check: always inlined.
 struct Track {
     static constexpr size_t kMaxWidth = 8;         // elements kept of each value
     static constexpr uint32_t kNone = UINT32_MAX;  // no change yet
@@ -32,23 +33,40 @@ struct Track {
     std::vector<double> values[2];  // [side][change * width + k]
 
     // Element k of side `side` (0 request, 1 result) on frame i.
-    double at(int side, size_t i, size_t k = 0) const {
+    [[gnu::always_inline]] double at(int side, size_t i, size_t k = 0) const {
         if (k >= width || i >= held[side].size()) return NAN;
         const uint32_t c = held[side][i];
         return c == kNone ? NAN : values[side][c * width + k];
     }
+    // The change side `side` holds on frame i; kNone before its first.
+    [[gnu::always_inline]] uint32_t heldAt(int side, size_t i) const {
+        return i < held[side].size() ? held[side][i] : kNone;
+    }
+    // Whether the log set side `side` at all.
+    bool sets(int side) const { return !held[side].empty(); }
     // The frame rule: the result's value where it has one, else the request's.
-    double value(size_t i, size_t k = 0) const {
+    [[gnu::always_inline]] double value(size_t i, size_t k = 0) const {
         const double r = at(1, i, k);
         return std::isnan(r) ? at(0, i, k) : r;
     }
     // Whether the log set side `side` on frame i.
-    bool changedOn(int side, size_t i) const {
+    [[gnu::always_inline]] bool changedOn(int side, size_t i) const {
         if (i >= held[side].size()) return false;
         const uint32_t c = held[side][i];
         return c != kNone && (i == 0 || held[side][i - 1] != c);
     }
     bool changed(size_t i) const { return changedOn(0, i) || changedOn(1, i); }
+    // The values side `side` holds on frames first to last, each change's
+    // once: each(const double* value), `width` elements.
+    template <typename Each>
+    void eachHeld(int side, size_t first, size_t last, Each each) const {
+        if (last >= held[side].size() || first > last) return;
+        const uint32_t to = held[side][last];
+        if (to == kNone) return;
+        // Changes are in frame order: frames hold ever later ones.
+        const uint32_t from = held[side][first] == kNone ? 0 : held[side][first];
+        for (uint32_t c = from; c <= to; ++c) each(&values[side][c * width]);
+    }
 };
 
 class Session {
@@ -56,9 +74,9 @@ public:
     explicit Session(const kvhost::Sequence& sequence);
 
     const kvhost::Sequence& sequence() const { return sequence_; }
-    size_t frames() const { return numbers_.size(); }
-    int64_t number(size_t i) const { return numbers_[i]; }
-    int64_t timestamp(size_t i) const { return timestamps_[i]; }
+    size_t frames() const { return frames_.size(); }
+    int64_t number(size_t i) const { return frames_[i].number; }
+    int64_t timestamp(size_t i) const { return frames_[i].timestamp; }
     // The track of a tag, built when first asked; null for a name the tag
     // table does not know. A tag that is not recorded has a track of NaNs.
     const Track* track(const std::string& name) const;
@@ -79,8 +97,7 @@ private:
     const kvhost::Capture* firstFrame() const;
 
     const kvhost::Sequence& sequence_;
-    std::vector<int64_t> numbers_;
-    std::vector<int64_t> timestamps_;
+    std::vector<kvhost::FrameInfo> frames_;
     std::vector<kvhost::RecordedTag> recorded_;
     mutable std::map<std::string, std::unique_ptr<Track>> tracks_;
     mutable std::optional<kvhost::Capture> first_;  // frame 0, for its static metadata
@@ -88,8 +105,8 @@ private:
     mutable std::unordered_map<const char*, double> blockValues_;
 };
 
-// The elements of a payload as numbers: integers and floats as they are, a
-// rational as its quotient; into `out`, whose storage is reused.
-void numbersOf(kvhost::TagType type, const uint8_t* data, size_t count, std::vector<double>& out);
+// The `count` elements of a payload as numbers: integers and floats as they
+// are, a rational as its quotient; into out[0, count).
+void numbersOf(kvhost::TagType type, const uint8_t* data, size_t count, double* out);
 
 }  // namespace kvanalysis

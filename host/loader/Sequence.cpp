@@ -583,7 +583,10 @@ private:
 // of a long session costs what it has, not a walk over every frame.
 size_t frameFrom(const SequencePart& part, size_t k, int64_t number) {
     const std::vector<SequencePart::Frame>& frames = part.frames;
-    if (k < frames.size() && frames[k].number >= number) return k;  // a tag set on every frame
+    // A tag set on every frame or every few: a few steps.
+    for (const size_t near = std::min(frames.size(), k + 4); k < near; ++k) {
+        if (frames[k].number >= number) return k;
+    }
     size_t end = k;
     for (size_t step = 1; end < frames.size() && frames[end].number < number; step *= 2) {
         k = end + 1;
@@ -726,6 +729,17 @@ FrameInfo Sequence::info(size_t i) const {
     return {part->frames[k].number, part->frames[k].timestamp};
 }
 
+std::vector<FrameInfo> Sequence::infos() const {
+    std::vector<FrameInfo> out;
+    if (!data_) return out;
+    out.reserve(frameCount());
+    for (const loader::SequencePart& part : data_->parts) {
+        for (const loader::SequencePart::Frame& f : part.frames)
+            out.push_back({f.number, f.timestamp});
+    }
+    return out;
+}
+
 LoadResult Sequence::frame(size_t i) const {
     LoadResult result;
     if (i >= frameCount()) {
@@ -769,14 +783,15 @@ size_t Sequence::fileOf(size_t i) const {
 std::vector<RecordedTag> Sequence::recordedTags() const {
     std::vector<RecordedTag> tags;
     if (!data_) return tags;
-    const auto add = [&](const kvhost::TagInfo* info, int64_t frame) {
+    const auto add = [&](const kvhost::TagInfo* info, int64_t frame, size_t results) {
         const auto known = std::find_if(tags.begin(), tags.end(),
                                         [&](const RecordedTag& t) { return t.id == info->id; });
         if (known == tags.end()) {
-            tags.push_back({info->name, info->id, frame});
-        } else if (frame < known->firstFrame) {
-            known->firstFrame = frame;
+            tags.push_back({info->name, info->id, frame, results});
+            return;
         }
+        known->firstFrame = std::min(known->firstFrame, frame);
+        known->resultFrames += results;
     };
     for (const loader::SequencePart& part : data_->parts) {
         if (part.fromBlocks) {
@@ -785,7 +800,7 @@ std::vector<RecordedTag> Sequence::recordedTags() const {
             for (const loader::SequencePart::Frame& f : part.frames) {
                 for (uint32_t k = f.first; k < f.end; ++k) {
                     const loader::TagEvent& e = part.log.events[k];
-                    if (!e.added) add(part.infos[e.tag], f.number);
+                    if (!e.added) add(part.infos[e.tag], f.number, 1);
                 }
             }
             continue;
@@ -795,7 +810,13 @@ std::vector<RecordedTag> Sequence::recordedTags() const {
             for (const auto& side : t.sides) {
                 if (!side.empty()) first = std::min(first, side.front().frame);
             }
-            add(t.info, first);
+            // The result side is in frame order: its frames are its runs.
+            const auto& results = t.sides[static_cast<size_t>(loader::Side::Result)];
+            size_t frames = 0;
+            for (size_t k = 0; k < results.size(); ++k) {
+                frames += k == 0 || results[k].frame != results[k - 1].frame;
+            }
+            add(t.info, first, frames);
         }
     }
     return tags;
@@ -873,7 +894,9 @@ std::vector<TagChange> Sequence::changes(uint32_t id) const {
         // `e`: a TagEvent or a track's event; null: the tag went away.
         const auto set = [&](size_t frame, bool result, const auto* e,
                              const kvhost::TagInfo* info) {
-            TagChange c;
+            // Filled in place: a change built aside and copied in costs a
+            // stalled load of the bytes just stored, on every change.
+            TagChange& c = out.emplace_back();
             c.frame = base + frame;
             c.result = result;
             c.removed = e == nullptr || e->removed;
@@ -882,7 +905,6 @@ std::vector<TagChange> Sequence::changes(uint32_t id) const {
                 c.count = e->count;
                 c.bytes = part.log.payload.data() + e->offset;
             }
-            out.push_back(std::move(c));
         };
         if (part.fromBlocks) {
             // A block without the tag is a frame without it.
@@ -899,29 +921,43 @@ std::vector<TagChange> Sequence::changes(uint32_t id) const {
                 held = found != nullptr;
             }
         } else {
+            size_t tracks = 0;
             for (const loader::SequencePart::Track& t : part.tracks) {
                 if (t.info->id != id) continue;
-                out.reserve(out.size() + t.sides[0].size() + t.sides[1].size() + 2);
-                for (const loader::Side side : {loader::Side::Request, loader::Side::Result}) {
-                    const auto& events = t.sides[static_cast<size_t>(side)];
-                    size_t k = 0;
-                    for (size_t n = 0; n < events.size(); ++n) {
-                        const loader::SequencePart::Track::Event& e = events[n];
-                        // Of one frame's events, the later one holds.
-                        if (n + 1 < events.size() && events[n + 1].frame == e.frame) continue;
-                        k = loader::frameFrom(part, k, e.frame);
-                        set(k, side == loader::Side::Result, &e, t.info);
-                    }
+                ++tracks;
+                const auto& request = t.sides[static_cast<size_t>(loader::Side::Request)];
+                const auto& result = t.sides[static_cast<size_t>(loader::Side::Result)];
+                out.reserve(out.size() + request.size() + result.size() + 2);
+                // Each side is in frame order: merged as they go, a frame's
+                // request change ahead of its result change. Of one side's
+                // events of a frame, the later one holds.
+                size_t at[2] = {0, 0};
+                size_t k = 0;  // the frame of the last change
+                const auto holding = [](const auto& events, size_t& n) {
+                    while (n + 1 < events.size() && events[n + 1].frame == events[n].frame) ++n;
+                };
+                while (at[0] < request.size() || at[1] < result.size()) {
+                    if (at[0] < request.size()) holding(request, at[0]);
+                    if (at[1] < result.size()) holding(result, at[1]);
+                    const bool isResult =
+                        at[0] == request.size() ||
+                        (at[1] < result.size() && result[at[1]].frame < request[at[0]].frame);
+                    const loader::SequencePart::Track::Event& e =
+                        isResult ? result[at[1]++] : request[at[0]++];
+                    k = loader::frameFrom(part, k, e.frame);
+                    set(k, isResult, &e, t.info);
                 }
             }
+            // A tag with two tracks in one file (two names of one tag): their
+            // changes in frame order, the request's first.
+            if (tracks > 1) {
+                std::stable_sort(out.begin() + static_cast<std::ptrdiff_t>(begin), out.end(),
+                                 [](const TagChange& a, const TagChange& b) {
+                                     return a.frame != b.frame ? a.frame < b.frame
+                                                               : !a.result && b.result;
+                                 });
+            }
         }
-        // Each side is in frame order, the request's first: merged, a
-        // frame's request change stays ahead of its result change.
-        const auto first = out.begin() + static_cast<std::ptrdiff_t>(begin);
-        std::inplace_merge(
-            first,
-            std::partition_point(first, out.end(), [](const TagChange& c) { return !c.result; }),
-            out.end(), [](const TagChange& a, const TagChange& b) { return a.frame < b.frame; });
         // A new file starts with the tag unset on both sides.
         if (p > 0 && begin > 0) {
             // Inserted in front: the result's first, so that the request's leads.

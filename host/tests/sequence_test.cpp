@@ -308,6 +308,53 @@ TEST(FrameRule, GivesEachFrameItsTags) {
     EXPECT_FALSE(s.changed(3, recorded[1].id));
 }
 
+// A tag's changes without building frames: both sides merged in frame
+// order (a frame's request first), the later of one side's events of a
+// frame, a removal, and each new file starting with the tag unset. The
+// frames' numbers and times in one call, and how often each result was set.
+TEST(Changes, MergeBothSidesFileAfterFile) {
+    const std::string head =
+        "Tag monitoring enabled for tags:\nandroid.control.afMode\nandroid.control.zoomRatio\n"
+        "Monitored tag event log:\n";
+    const auto d = load({head + "f5:500ns:  RES:android.control.afMode: [AUTO]\n"
+                                "f5:490ns:  REQ:android.control.afMode: [CONTINUOUS_PICTURE]\n"
+                                "f4:400ns:  REQ:android.control.afMode:  (Removed)\n"
+                                "f3:300ns:  RES:android.control.afMode: [CONTINUOUS_PICTURE]\n"
+                                "f3:290ns:  RES:android.control.afMode: [AUTO]\n"
+                                "f2:200ns:  REQ:android.control.afMode: [AUTO]\n"
+                                "f1:100ns:  REQ:android.control.zoomRatio: [1.50000000]\n",
+                         head + "f9:900ns:  REQ:android.control.afMode: [AUTO]\n"});
+    const Sequence s(d);
+    struct Change {
+        size_t frame;
+        bool result, removed;
+        uint8_t value;
+        bool operator==(const Change& o) const {
+            return frame == o.frame && result == o.result && removed == o.removed &&
+                   value == o.value;
+        }
+    };
+    std::vector<Change> got;
+    const kvhost::TagInfo* afMode = kvhost::findTag("android.control.afMode");
+    for (const kvhost::TagChange& c : s.changes(afMode->id)) {
+        got.push_back({c.frame, c.result, c.removed, c.removed ? uint8_t(0) : c.bytes[0]});
+    }
+    const std::vector<Change> want = {
+        {1, false, false, 1}, {2, true, false, 4}, {3, false, true, 0}, {4, false, false, 4},
+        {4, true, false, 1},  {5, true, true, 0},  {5, false, false, 1}};
+    EXPECT_TRUE(got == want) << ::testing::PrintToString(got.size()) << " changes";
+    const std::vector<kvhost::FrameInfo> infos = s.infos();
+    ASSERT_EQ(infos.size(), s.frameCount());
+    for (size_t i = 0; i < infos.size(); ++i) {
+        EXPECT_EQ(infos[i].number, s.info(i).number) << "frame " << i;
+        EXPECT_EQ(infos[i].timestamp, s.info(i).timestamp) << "frame " << i;
+    }
+    const std::vector<kvhost::RecordedTag> recorded = s.recordedTags();
+    ASSERT_EQ(recorded.size(), 2u);
+    EXPECT_EQ(recorded[0].resultFrames, 2u);  // f3 and f5; f3's two events are one frame
+    EXPECT_EQ(recorded[1].resultFrames, 0u);
+}
+
 // A log that a HAL fills with each result's metadata: one frame a block,
 // numbered and timed by its tags or its place and log line; several files
 // one after the other.

@@ -125,8 +125,9 @@ struct FrameInfo {
 // A tag a session recorded frame by frame (Sequence::recordedTags).
 struct RecordedTag {
     std::string name;
-    uint32_t id = 0;         // in the host tag table: the tag of a frame's container
-    int64_t firstFrame = 0;  // the frame number of its first event in the log
+    uint32_t id = 0;          // in the host tag table: the tag of a frame's container
+    int64_t firstFrame = 0;   // the frame number of its first event in the log
+    size_t resultFrames = 0;  // the frames on which the log set its result side
 };
 
 // From frame `frame` (an index of the sequence) on, one side of a recorded
@@ -151,6 +152,9 @@ public:
     size_t frameCount() const;
     // Frame i's number and timestamp; zeros for i past the end.
     FrameInfo info(size_t i) const;
+    // Every frame's, in order: what a walk over the whole session reads
+    // without a search a frame.
+    std::vector<FrameInfo> infos() const;
     // Frame i built and installed into the stand-ins (static metadata,
     // adapter script) as loadCapture installs a capture; errors as values.
     // The frames of one file share their static metadata containers.

@@ -89,12 +89,11 @@ void crowded(Context& c, const std::vector<size_t>& events, double allowed, doub
     const auto flush = [&] {
         if (!open) return;
         const size_t n = open->second - open->first + 1;
-        c.find(events[open->first], events[open->second],
-               std::to_string(n) + " " + what + " in " +
-                   std::to_string(c.s.number(events[open->second]) -
-                                  c.s.number(events[open->first]) + 1) +
-                   " frames",
-               {{"count", std::to_string(n)}});
+        c.find(
+            events[open->first], events[open->second],
+            cat(n, " ", what, " in ",
+                c.s.number(events[open->second]) - c.s.number(events[open->first]) + 1, " frames"),
+            {{"count", std::to_string(n)}});
         open.reset();
     };
     for (size_t k = 0; k < events.size(); ++k) {
@@ -141,10 +140,10 @@ void aeConverge(Context& c) {
         const size_t from = late ? *start : *trigged;
         const double n = static_cast<double>(c.s.number(end) - c.s.number(from) + 1);
         c.find(from, end,
-               std::string("aeState not CONVERGED, FLASH_REQUIRED or LOCKED ") +
-                   (converged ? "for " : "for at least ") + numberText(n) + " frames" +
-                   (late ? "" : " after a precapture trigger") + " (at most " +
-                   numberText(late ? limit : precapture) + ")",
+               cat("aeState not CONVERGED, FLASH_REQUIRED or LOCKED ",
+                   converged ? "for " : "for at least ", n, " frames",
+                   late ? "" : " after a precapture trigger", " (at most ",
+                   late ? limit : precapture, ")"),
                {{"aeState", valueText(state, state->value(end))}});
     };
     const auto cut = [&](size_t i) {
@@ -216,8 +215,7 @@ void aePrecapture(Context& c) {
             if (seen && j < n && is(state->value(j - 1), ae::kPrecapture) &&
                 c.logGoesPast(t, limit)) {
                 c.find(t, j - 1,
-                       "the precapture sequence did not complete within " + numberText(limit) +
-                           " frames",
+                       cat("the precapture sequence did not complete within ", limit, " frames"),
                        {{"aeState", "PRECAPTURE"}, {"trigger", frameText(c, t)}});
             }
             continue;
@@ -281,14 +279,14 @@ void aeLock(Context& c) {
                 const double now = e->at(1, j);
                 if (std::isnan(before) || std::isnan(now) || before == now) continue;
                 c.find(j, j,
-                       e->info->name + " changed from " + numberText(before) + " to " +
-                           numberText(now) + " while AE is locked since " + frameText(c, i),
+                       cat(e->info->name, " changed from ", before, " to ", now,
+                           " while AE is locked since ", frameText(c, i)),
                        {{e->info->name, numberText(now)}, {"before", numberText(before)}});
             }
         }
         c.judged();
     }
-    c.nothingToJudge("no AE lock held longer than " + numberText(settle) + " frames in the log");
+    c.nothingToJudge(cat("no AE lock held longer than ", settle, " frames in the log"));
 }
 
 void aeOscillation(Context& c) {
@@ -391,8 +389,8 @@ void afSequence(Context& c) {
         if (!locked) {
             if (c.logGoesPast(t, limit)) {
                 c.find(t, j - 1,
-                       "afState reached neither FOCUSED_LOCKED nor NOT_FOCUSED_LOCKED within " +
-                           numberText(limit) + " frames of the trigger",
+                       cat("afState reached neither FOCUSED_LOCKED nor NOT_FOCUSED_LOCKED within ",
+                           limit, " frames of the trigger"),
                        {{"afState", valueText(state, state->value(j - 1))}});
             }
             continue;
@@ -482,10 +480,8 @@ void zoom(Context& c) {
             if (!near) {
                 off.add(i, [&] {
                     return std::make_pair(
-                        std::string("result zoom ratio " + numberText(res) +
-                                    " is none of those requested " + "in the last " +
-                                    numberText(latency) + " frames (" +
-                                    numberText(ratio->at(0, i)) + " on this frame)"),
+                        cat("result zoom ratio ", res, " is none of those requested in the last ",
+                            latency, " frames (", ratio->at(0, i), " on this frame)"),
                         Values{{"result", numberText(res)},
                                {"request", numberText(ratio->at(0, i))}});
                 });
@@ -507,8 +503,8 @@ void zoom(Context& c) {
             if (direction != 0 && ratio->changedOn(1, i) && !std::isnan(ra) && !std::isnan(rb) &&
                 (rb - ra) * direction < -tolerance / 5 * ra) {
                 c.find(i, i,
-                       "result zoom ratio went from " + numberText(ra) + " to " + numberText(rb) +
-                           " while the request moved the other way",
+                       cat("result zoom ratio went from ", ra, " to ", rb,
+                           " while the request moved the other way"),
                        {{"result", numberText(rb)}, {"before", numberText(ra)}});
             }
         }
@@ -564,16 +560,13 @@ void zoom(Context& c) {
         c.judged();
         if (!v.wrong) continue;
         wrong.add(i, [&] {
-            return std::make_pair(
-                v.offSize ? "crop region " + numberText(v.w) + "x" + numberText(v.h) +
-                                " does not fit zoom " + numberText(v.z) + " (expected " +
-                                numberText(std::round(active[2] / v.z)) + "x" +
-                                numberText(std::round(active[3] / v.z)) + " or the whole array)"
-                          : "crop region off centre by (" + numberText(v.dx) + ", " +
-                                numberText(v.dy) + ")",
-                Values{{"zoomRatio", numberText(v.z)},
-                       {"cropRegion", numberText(v.l) + " " + numberText(v.t) + " " +
-                                          numberText(v.w) + " " + numberText(v.h)}});
+            return std::make_pair(v.offSize
+                                      ? cat("crop region ", v.w, "x", v.h, " does not fit zoom ",
+                                            v.z, " (expected ", std::round(active[2] / v.z), "x",
+                                            std::round(active[3] / v.z), " or the whole array)")
+                                      : cat("crop region off centre by (", v.dx, ", ", v.dy, ")"),
+                                  Values{{"zoomRatio", numberText(v.z)},
+                                         {"cropRegion", cat(v.l, " ", v.t, " ", v.w, " ", v.h)}});
         });
     }
 }
@@ -621,23 +614,21 @@ void finalCrop(Context& c) {
         const double move = std::hypot(now.left + now.width / 2 - before.left - before.width / 2,
                                        now.top + now.height / 2 - before.top - before.height / 2);
         const Values values = {
-            {"finalCrop", numberText(now.left) + " " + numberText(now.top) + " " +
-                              numberText(now.width) + " " + numberText(now.height)},
+            {"finalCrop", cat(now.left, " ", now.top, " ", now.width, " ", now.height)},
             {"zoomRatio", numberText(zb)},
             {"shift", now.from.empty() ? "unknown" : now.from}};
         if (zoomSame && policySame && now.from == before.from && move > jump * before.width) {
             c.find(i - 1, i,
-                   "final crop's centre moved " + numberText(std::round(move)) +
-                       " pixels with zoom, sensor-policy crop and shift source unchanged",
+                   cat("final crop's centre moved ", std::round(move),
+                       " pixels with zoom, sensor-policy crop and shift source unchanged"),
                    values);
         }
         if (!zoomSame) {
             const double grow = now.width / before.width - 1;
             if ((zb > za && grow > jump) || (zb < za && grow < -jump)) {
                 c.find(i - 1, i,
-                       "final crop's width went from " + numberText(before.width) + " to " +
-                           numberText(now.width) + " while the zoom went from " + numberText(za) +
-                           " to " + numberText(zb),
+                       cat("final crop's width went from ", before.width, " to ", now.width,
+                           " while the zoom went from ", za, " to ", zb),
                        values);
             }
         }
@@ -717,10 +708,10 @@ void flashFires(Context& c) {
             }
         }
         if (!c.logGoesPast(fired, readyFrames)) return;
-        c.find(fired, fired,
-               "flash state not READY or PARTIAL within " + numberText(readyFrames) +
-                   " frames after it fired",
-               {{"flash.state", valueText(state, state->value(fired))}});
+        c.find(
+            fired, fired,
+            cat("flash state not READY or PARTIAL within ", readyFrames, " frames after it fired"),
+            {{"flash.state", valueText(state, state->value(fired))}});
     };
     for (size_t i = 0; i < n; ++i) {
         const double m = aeMode.at(i);
@@ -747,8 +738,7 @@ void flashFires(Context& c) {
                 c.judged();
             } else if (held) {
                 c.find(i, k - 1,
-                       "torch on but flash state not FIRED within " + numberText(torchFrames) +
-                           " frames",
+                       cat("torch on but flash state not FIRED within ", torchFrames, " frames"),
                        {{"flash.mode", "2 TORCH"},
                         {"flash.state", valueText(state, state->value(k - 1))}});
             }
@@ -813,8 +803,8 @@ void timestamps(Context& c) {
         const double gap = static_cast<double>(c.s.timestamp(i) - c.s.timestamp(i - 1));
         if (gap > drop * median) {
             c.find(i - 1, i,
-                   "frame interval " + numberText(gap / 1e6) + " ms, over " + numberText(drop) +
-                       " x the median " + numberText(median / 1e6) + " ms: a frame dropped",
+                   cat("frame interval ", gap / 1e6, " ms, over ", drop, " x the median ",
+                       median / 1e6, " ms: a frame dropped"),
                    {{"interval_ns", numberText(gap)}, {"median_ns", numberText(median)}});
         }
     }

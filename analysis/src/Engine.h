@@ -4,6 +4,7 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Session.h"
@@ -87,6 +88,23 @@ private:
 // A value as the reports show it: the number, with its enum name ("2 CONVERGED").
 std::string valueText(const Track* track, double value);
 std::string numberText(double value);
+void appendNumber(std::string& out, double value);
+
+// Words and numbers (as numberText prints them) in one string, built in
+// place: the messages of thousands of findings.
+inline void appendPiece(std::string& out, std::string_view words) {
+    out += words;
+}
+inline void appendPiece(std::string& out, double number) {
+    appendNumber(out, number);
+}
+template <typename... Pieces>
+std::string cat(const Pieces&... pieces) {
+    std::string out;
+    out.reserve(96);
+    (appendPiece(out, pieces), ...);
+    return out;
+}
 
 // The checks' bodies, by id.
 using CheckBody = void (*)(Context&);

@@ -23,6 +23,9 @@
 namespace kvanalysis {
 namespace {
 
+// Frames whose names' values are read at once by a rule.
+constexpr size_t kBlock = 4096;
+
 constexpr const char* kNameChars =
     "0123456789_abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ.";
 
@@ -97,6 +100,11 @@ public:
         }
         if (static_cast<size_t>(b.back) > i) return NAN;
         return raw(b, i - static_cast<size_t>(b.back), getters);
+    }
+
+    // The values of binding k on frames [from, to) into out[0, to - from).
+    void values(size_t k, size_t from, size_t to, const GetterResults& getters, double* out) const {
+        for (size_t i = from; i < to; ++i) out[i - from] = value(k, i, getters);
     }
 
     std::deque<Binding> bindings;
@@ -299,21 +307,43 @@ void runRules(const Session& session, const std::vector<Rule>& rules,
             ++found;
             open.reset();
         };
-        for (size_t i = 0; i < session.frames(); ++i) {
-            bool known = true;
-            for (size_t k = 0; k < names.bindings.size(); ++k) {
-                names.slots[k] = names.value(k, i, getters);
-                known = known && !std::isnan(names.slots[k]);
+        // The names' values a block of frames at a time, each name's in one
+        // pass; the expression evaluated again only when they differ from
+        // those it last saw (an expression has no state: same values, same
+        // verdict).
+        const size_t count = names.bindings.size();
+        std::vector<double> block(count * kBlock);
+        std::vector<double> seen(count, NAN);
+        bool evaluated = false;
+        double holds = 0;
+        for (size_t start = 0; start < session.frames(); start += kBlock) {
+            const size_t end = std::min(session.frames(), start + kBlock);
+            for (size_t k = 0; k < count; ++k) {
+                names.values(k, start, end, getters, &block[k * kBlock]);
             }
-            if (!known) continue;
-            ++judged;
-            double holds = 0;
-            try {
-                holds = p.Eval();
-            } catch (const mu::Parser::exception_type&) {
-                holds = 0;
-            }
-            if (holds != 0 && !std::isnan(holds)) {
+            for (size_t i = start; i < end; ++i) {
+                bool known = true;
+                bool same = evaluated;
+                for (size_t k = 0; k < count; ++k) {
+                    const double v = block[k * kBlock + i - start];
+                    known = known && !std::isnan(v);
+                    // -0 and 0 are equal, but not to a division.
+                    same = same && v == seen[k] && std::signbit(v) == std::signbit(seen[k]);
+                }
+                if (!known) continue;
+                ++judged;
+                if (!same) {
+                    for (size_t k = 0; k < count; ++k) {
+                        seen[k] = names.slots[k] = block[k * kBlock + i - start];
+                    }
+                    evaluated = true;
+                    try {
+                        holds = p.Eval();
+                    } catch (const mu::Parser::exception_type&) {
+                        holds = 0;
+                    }
+                }
+                if (holds == 0 || std::isnan(holds)) continue;
                 if (open && open->second + 1 == i) {
                     open->second = i;
                 } else {

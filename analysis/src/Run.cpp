@@ -166,18 +166,27 @@ void Context::finish() {
     }
 }
 
-std::string numberText(double value) {
-    if (std::isnan(value)) return "none";
+void appendNumber(std::string& out, double value) {
+    if (std::isnan(value)) {
+        out += "none";
+        return;
+    }
     // As printf's "%.0f" and "%.4g" print them, without their cost on the
     // thousands of findings of a long session.
-    char out[32];
+    char text[32];
     const bool whole = value == std::floor(value) && std::fabs(value) < 1e15;
     // A whole number as an integer: what "%.0f" prints, for a fraction of
     // the cost of formatting a double.
     const std::to_chars_result r =
-        whole ? std::to_chars(out, out + sizeof out, static_cast<int64_t>(value))
-              : std::to_chars(out, out + sizeof out, value, std::chars_format::general, 4);
-    return std::string(out, r.ptr);
+        whole ? std::to_chars(text, text + sizeof text, static_cast<int64_t>(value))
+              : std::to_chars(text, text + sizeof text, value, std::chars_format::general, 4);
+    out.append(text, r.ptr);
+}
+
+std::string numberText(double value) {
+    std::string text;
+    appendNumber(text, value);
+    return text;
 }
 
 std::string valueText(const Track* track, double value) {

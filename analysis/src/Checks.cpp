@@ -83,7 +83,9 @@ private:
 // `allowed` of them within `window` frames is one finding over them,
 // windows that overlap merged.
 void crowded(Context& c, const std::vector<size_t>& events, double allowed, double window,
-             const std::string& what) {
+             std::string_view what) {
+    // Called at every change of settings: most calls have nothing to judge.
+    if (static_cast<double>(events.size()) <= allowed) return;
     size_t from = 0;
     std::optional<std::pair<size_t, size_t>> open;  // event positions
     const auto flush = [&] {
@@ -459,6 +461,13 @@ void zoom(Context& c) {
     // The result within `tolerance` of a request of the last `latency` frames.
     if (requests) {
         Stretches off(c, latency);
+        size_t first = 0;  // of the frames within the window, when the numbers ascend
+        // The changes of the last verdict: the result's, and the first and
+        // last request of its window.
+        uint32_t judgedFor[3] = {Track::kNone, Track::kNone, Track::kNone};
+        bool judgedOnce = false;
+        bool near = false;
+        bool known = false;
         for (size_t i = 0; i < n; ++i) {
             const double res = ratio->at(1, i);
             if (std::isnan(res)) continue;
@@ -466,15 +475,27 @@ void zoom(Context& c) {
             // in the window when that frame is. The requests of the window
             // are the changes held from its first frame to frame i.
             size_t from = i;
-            while (from > 0 && c.within(from, i, latency - 1)) --from;
-            bool near = false;
-            bool known = false;
-            ratio->eachHeld(0, from, i, [&](const double* v) {
-                if (std::isnan(v[0])) return;
-                known = true;
-                // Printed to eight decimals: a ratio on the bound is within it.
-                near = near || std::fabs(res - v[0]) <= tolerance * v[0] + 1e-6;
-            });
+            if (c.s.ascending()) {
+                while (first < i && !c.within(first, i, latency - 1)) ++first;
+                from = !c.within(first, i, latency - 1) ? first : first > 0 ? first - 1 : 0;
+            } else {
+                while (from > 0 && c.within(from, i, latency - 1)) --from;
+            }
+            // The same result and requests as the last frame judged: the same verdict.
+            const uint32_t changes[3] = {ratio->heldAt(1, i), ratio->heldAt(0, from),
+                                         ratio->heldAt(0, i)};
+            if (!judgedOnce || changes[0] != judgedFor[0] || changes[1] != judgedFor[1] ||
+                changes[2] != judgedFor[2]) {
+                std::copy(changes, changes + 3, judgedFor);
+                judgedOnce = true;
+                near = known = false;
+                ratio->eachHeld(0, from, i, [&](const double* v) {
+                    if (std::isnan(v[0])) return;
+                    known = true;
+                    // Printed to eight decimals: a ratio on the bound is within it.
+                    near = near || std::fabs(res - v[0]) <= tolerance * v[0] + 1e-6;
+                });
+            }
             if (!known) continue;
             c.judged();
             if (!near) {

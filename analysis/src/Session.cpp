@@ -44,7 +44,11 @@ void numbersOf(kvhost::TagType type, const uint8_t* data, size_t count, double* 
 }
 
 Session::Session(const kvhost::Sequence& sequence)
-    : sequence_(sequence), frames_(sequence.infos()), recorded_(sequence.recordedTags()) {}
+    : sequence_(sequence), frames_(sequence.infos()), recorded_(sequence.recordedTags()) {
+    for (size_t i = 1; i < frames_.size() && ascending_; ++i) {
+        ascending_ = frames_[i].number > frames_[i - 1].number;
+    }
+}
 
 const Track* Session::track(const char* name) const {
     const auto known = byAddress_.find(name);
@@ -78,39 +82,38 @@ const Track* Session::track(const std::string& name) const {
         return slot.get();
     }
     const size_t n = frames();
-    const std::vector<kvhost::TagChange> changes = sequence_.changes(info->id);
-    size_t count[2] = {0, 0};
-    for (const kvhost::TagChange& c : changes) {
-        if (c.frame >= n) continue;
-        ++count[c.result ? 1 : 0];
-        if (!c.removed) t->width = std::max(t->width, std::min<size_t>(c.count, Track::kMaxWidth));
+    std::vector<kvhost::TagChange> sides[2] = {sequence_.changes(info->id, false),
+                                               sequence_.changes(info->id, true)};
+    for (std::vector<kvhost::TagChange>& changes : sides) {
+        // In frame order: those past the frames (none that a reader makes) go.
+        while (!changes.empty() && changes.back().frame >= n) changes.pop_back();
+        for (const kvhost::TagChange& c : changes) {
+            if (!c.removed) {
+                t->width = std::max(t->width, std::min<size_t>(c.count, Track::kMaxWidth));
+            }
+        }
     }
     const size_t w = t->width;
     for (int side = 0; side < 2; ++side) {
+        const std::vector<kvhost::TagChange>& changes = sides[side];
         // A side the log never set holds nothing.
-        if (count[side] == 0) continue;
-        t->held[side].resize(n);
-        t->values[side].resize(count[side] * w);
-    }
-    // Each change holds from its frame until the next one of its side.
-    uint32_t next[2] = {0, 0};  // the index of each side's next change
-    size_t from[2] = {0, 0};    // the frame from which the last one holds
-    const auto hold = [&](int side, size_t until) {
-        uint32_t* held = t->held[side].data();
-        std::fill(held + from[side], held + until, next[side] == 0 ? Track::kNone : next[side] - 1);
-    };
-    for (const kvhost::TagChange& c : changes) {
-        if (c.frame >= n) continue;
-        const int side = c.result ? 1 : 0;
-        hold(side, c.frame);
-        from[side] = c.frame;
-        double* v = t->values[side].data() + next[side]++ * w;
-        const size_t m = c.removed ? 0 : std::min<size_t>(c.count, w);
-        numbersOf(c.type, c.bytes, m, v);
-        std::fill(v + m, v + w, NAN);
-    }
-    for (int side = 0; side < 2; ++side) {
-        if (count[side] != 0) hold(side, n);
+        if (changes.empty()) continue;
+        // Each change holds from its frame until the next one.
+        std::vector<uint32_t>& held = t->held[side];
+        held.resize(n);
+        std::fill(held.begin(), held.begin() + static_cast<std::ptrdiff_t>(changes[0].frame),
+                  Track::kNone);
+        t->values[side].resize(changes.size() * w);
+        double* v = t->values[side].data();
+        for (size_t k = 0; k < changes.size(); ++k, v += w) {
+            const kvhost::TagChange& c = changes[k];
+            const size_t until = k + 1 < changes.size() ? changes[k + 1].frame : n;
+            std::fill(held.begin() + static_cast<std::ptrdiff_t>(c.frame),
+                      held.begin() + static_cast<std::ptrdiff_t>(until), static_cast<uint32_t>(k));
+            const size_t m = c.removed ? 0 : std::min<size_t>(c.count, w);
+            numbersOf(c.type, c.bytes, m, v);
+            std::fill(v + m, v + w, NAN);
+        }
     }
     slot = std::move(t);
     return slot.get();

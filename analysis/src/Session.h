@@ -77,6 +77,9 @@ public:
     size_t frames() const { return frames_.size(); }
     int64_t number(size_t i) const { return frames_[i].number; }
     int64_t timestamp(size_t i) const { return frames_[i].timestamp; }
+    // Whether the frame numbers rise from each frame to the next (one file,
+    // or files in order).
+    bool ascending() const { return ascending_; }
     // The track of a tag, built when first asked; null for a name the tag
     // table does not know. A tag that is not recorded has a track of NaNs.
     const Track* track(const std::string& name) const;
@@ -98,6 +101,7 @@ private:
 
     const kvhost::Sequence& sequence_;
     std::vector<kvhost::FrameInfo> frames_;
+    bool ascending_ = true;
     std::vector<kvhost::RecordedTag> recorded_;
     mutable std::map<std::string, std::unique_ptr<Track>> tracks_;
     mutable std::optional<kvhost::Capture> first_;  // frame 0, for its static metadata

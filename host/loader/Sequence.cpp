@@ -579,14 +579,11 @@ private:
 };
 
 // The first of the part's frames from `k` on whose number is not below
-// `number`: a gallop, then a binary search, so that a tag set on few frames
-// of a long session costs what it has, not a walk over every frame.
-size_t frameFrom(const SequencePart& part, size_t k, int64_t number) {
+// `number`, for a number beyond the next few frames: a gallop, then a binary
+// search, so that a tag set on few frames of a long session costs what it
+// has, not a walk over every frame.
+size_t frameFromFar(const SequencePart& part, size_t k, int64_t number) {
     const std::vector<SequencePart::Frame>& frames = part.frames;
-    // A tag set on every frame or every few: a few steps.
-    for (const size_t near = std::min(frames.size(), k + 4); k < near; ++k) {
-        if (frames[k].number >= number) return k;
-    }
     size_t end = k;
     for (size_t step = 1; end < frames.size() && frames[end].number < number; step *= 2) {
         k = end + 1;
@@ -598,6 +595,16 @@ size_t frameFrom(const SequencePart& part, size_t k, int64_t number) {
                          frames.begin() + static_cast<std::ptrdiff_t>(end), number,
                          [](const SequencePart::Frame& f, int64_t n) { return f.number < n; }) -
         frames.begin());
+}
+
+// The same from any `k`: a tag set on every frame or every few takes a few
+// steps, inlined where it is called once a change.
+inline size_t frameFrom(const SequencePart& part, size_t k, int64_t number) {
+    const std::vector<SequencePart::Frame>& frames = part.frames;
+    for (const size_t near = std::min(frames.size(), k + 4); k < near; ++k) {
+        if (frames[k].number >= number) return k;
+    }
+    return frameFromFar(part, k, number);
 }
 
 // The latest event of `side` (sorted by frame number) with a frame number
@@ -884,16 +891,18 @@ std::vector<size_t> Sequence::changedFrames(uint32_t id) const {
     return out;
 }
 
-std::vector<TagChange> Sequence::changes(uint32_t id) const {
+std::vector<TagChange> Sequence::changes(uint32_t id, bool result) const {
     std::vector<TagChange> out;
     if (!data_) return out;
+    const size_t side = static_cast<size_t>(result ? loader::Side::Result : loader::Side::Request);
+    bool before = false;  // an earlier file set the tag, on either side
     for (size_t p = 0; p < data_->parts.size(); ++p) {
         const loader::SequencePart& part = data_->parts[p];
         const size_t base = data_->firstFrame[p];
         const size_t begin = out.size();
+        bool present = false;  // this file sets the tag, on either side
         // `e`: a TagEvent or a track's event; null: the tag went away.
-        const auto set = [&](size_t frame, bool result, const auto* e,
-                             const kvhost::TagInfo* info) {
+        const auto set = [&](size_t frame, const auto* e, const kvhost::TagInfo* info) {
             // Filled in place: a change built aside and copied in costs a
             // stalled load of the bytes just stored, on every change.
             TagChange& c = out.emplace_back();
@@ -907,7 +916,7 @@ std::vector<TagChange> Sequence::changes(uint32_t id) const {
             }
         };
         if (part.fromBlocks) {
-            // A block without the tag is a frame without it.
+            // A block without the tag is a frame without it; blocks are results.
             bool held = false;
             for (size_t k = 0; k < part.frames.size(); ++k) {
                 const loader::SequencePart::Frame& f = part.frames[k];
@@ -915,65 +924,56 @@ std::vector<TagChange> Sequence::changes(uint32_t id) const {
                 for (uint32_t e = f.first; e < f.end; ++e) {
                     if (part.infos[part.log.events[e].tag]->id == id) found = &part.log.events[e];
                 }
-                if (found != nullptr || held) {
-                    set(k, true, found, found ? part.infos[found->tag] : nullptr);
+                if (result && (found != nullptr || held)) {
+                    set(k, found, found ? part.infos[found->tag] : nullptr);
                 }
                 held = found != nullptr;
+                present = present || held;
             }
         } else {
             size_t tracks = 0;
             for (const loader::SequencePart::Track& t : part.tracks) {
                 if (t.info->id != id) continue;
                 ++tracks;
-                const auto& request = t.sides[static_cast<size_t>(loader::Side::Request)];
-                const auto& result = t.sides[static_cast<size_t>(loader::Side::Result)];
-                out.reserve(out.size() + request.size() + result.size() + 2);
-                // Each side is in frame order: merged as they go, a frame's
-                // request change ahead of its result change. Of one side's
-                // events of a frame, the later one holds.
-                size_t at[2] = {0, 0};
-                size_t k = 0;  // the frame of the last change
-                const auto holding = [](const auto& events, size_t& n) {
-                    while (n + 1 < events.size() && events[n + 1].frame == events[n].frame) ++n;
-                };
-                while (at[0] < request.size() || at[1] < result.size()) {
-                    if (at[0] < request.size()) holding(request, at[0]);
-                    if (at[1] < result.size()) holding(result, at[1]);
-                    const bool isResult =
-                        at[0] == request.size() ||
-                        (at[1] < result.size() && result[at[1]].frame < request[at[0]].frame);
-                    const loader::SequencePart::Track::Event& e =
-                        isResult ? result[at[1]++] : request[at[0]++];
+                present = present || !t.sides[0].empty() || !t.sides[1].empty();
+                const auto& events = t.sides[side];
+                out.reserve(out.size() + events.size() + 1);
+                size_t k = 0;
+                for (size_t n = 0; n < events.size(); ++n) {
+                    const loader::SequencePart::Track::Event& e = events[n];
+                    // Of one frame's events, the later one holds.
+                    if (n + 1 < events.size() && events[n + 1].frame == e.frame) continue;
                     k = loader::frameFrom(part, k, e.frame);
-                    set(k, isResult, &e, t.info);
+                    set(k, &e, t.info);
                 }
             }
             // A tag with two tracks in one file (two names of one tag): their
-            // changes in frame order, the request's first.
+            // changes in frame order.
             if (tracks > 1) {
-                std::stable_sort(out.begin() + static_cast<std::ptrdiff_t>(begin), out.end(),
-                                 [](const TagChange& a, const TagChange& b) {
-                                     return a.frame != b.frame ? a.frame < b.frame
-                                                               : !a.result && b.result;
-                                 });
+                std::stable_sort(
+                    out.begin() + static_cast<std::ptrdiff_t>(begin), out.end(),
+                    [](const TagChange& a, const TagChange& b) { return a.frame < b.frame; });
             }
         }
         // A new file starts with the tag unset on both sides.
-        if (p > 0 && begin > 0) {
-            // Inserted in front: the result's first, so that the request's leads.
-            for (const bool result : {true, false}) {
-                const bool setFirst = std::any_of(
-                    out.begin() + static_cast<std::ptrdiff_t>(begin), out.end(),
-                    [&](const TagChange& c) { return c.frame == base && c.result == result; });
-                if (setFirst) continue;
-                TagChange c;
-                c.frame = base;
-                c.result = result;
-                c.removed = true;
-                out.insert(out.begin() + static_cast<std::ptrdiff_t>(begin), std::move(c));
-            }
+        if (before && (out.size() == begin || out[begin].frame != base)) {
+            TagChange c;
+            c.frame = base;
+            c.result = result;
+            c.removed = true;
+            out.insert(out.begin() + static_cast<std::ptrdiff_t>(begin), c);
         }
+        before = before || present;
     }
+    return out;
+}
+
+std::vector<TagChange> Sequence::changes(uint32_t id) const {
+    const std::vector<TagChange> request = changes(id, false), result = changes(id, true);
+    std::vector<TagChange> out(request.size() + result.size());
+    // A frame's request change ahead of its result change.
+    std::merge(request.begin(), request.end(), result.begin(), result.end(), out.begin(),
+               [](const TagChange& a, const TagChange& b) { return a.frame < b.frame; });
     return out;
 }
 

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
@@ -340,9 +342,20 @@ TEST(Changes, MergeBothSidesFileAfterFile) {
         got.push_back({c.frame, c.result, c.removed, c.removed ? uint8_t(0) : c.bytes[0]});
     }
     const std::vector<Change> want = {
-        {1, false, false, 1}, {2, true, false, 4}, {3, false, true, 0}, {4, false, false, 4},
-        {4, true, false, 1},  {5, true, true, 0},  {5, false, false, 1}};
+        {1, false, false, 1}, {2, true, false, 4},  {3, false, true, 0}, {4, false, false, 4},
+        {4, true, false, 1},  {5, false, false, 1}, {5, true, true, 0}};
     EXPECT_TRUE(got == want) << ::testing::PrintToString(got.size()) << " changes";
+    // Each side alone: the same changes.
+    for (const bool result : {false, true}) {
+        std::vector<Change> side;
+        for (const kvhost::TagChange& c : s.changes(afMode->id, result)) {
+            side.push_back({c.frame, c.result, c.removed, c.removed ? uint8_t(0) : c.bytes[0]});
+        }
+        std::vector<Change> fromBoth;
+        std::copy_if(want.begin(), want.end(), std::back_inserter(fromBoth),
+                     [&](const Change& c) { return c.result == result; });
+        EXPECT_TRUE(side == fromBoth) << (result ? "result" : "request");
+    }
     const std::vector<kvhost::FrameInfo> infos = s.infos();
     ASSERT_EQ(infos.size(), s.frameCount());
     for (size_t i = 0; i < infos.size(); ++i) {

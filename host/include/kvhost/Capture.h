@@ -181,6 +181,9 @@ public:
     // the log sets it anew, in frame order (a frame's request side first).
     // Empty for a tag the session did not record.
     std::vector<TagChange> changes(uint32_t id) const;
+    // The changes of one side (`result`: the result's), in frame order:
+    // those of changes(id) of that side.
+    std::vector<TagChange> changes(uint32_t id, bool result) const;
     // What the reader chose, and what it left out ("file:line: what").
     const std::vector<std::string>& notes() const;
     const std::vector<std::string>& warnings() const;

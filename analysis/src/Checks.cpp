@@ -16,17 +16,21 @@ namespace {
 using namespace tag;
 using Values = std::vector<std::pair<std::string, std::string>>;
 
-bool is(double v, int value) {
+// The tests of a frame's values below are made on every frame by most
+// checks: always inlined.
+
+[[gnu::always_inline]] inline bool is(double v, int value) {
     return !std::isnan(v) && static_cast<int>(v) == value;
 }
 
 // The request side of `t` was set anew to `value` on frame i.
-bool requested(const Track* t, size_t i, int value) {
+[[gnu::always_inline]] inline bool requested(const Track* t, size_t i, int value) {
     return t != nullptr && t->changedOn(0, i) && is(t->at(0, i), value);
 }
 
 // Any of the request sides of `tracks` (Context::recordedOf) was set anew on frame i.
-bool requestChanged(const std::vector<const Track*>& tracks, size_t i) {
+[[gnu::always_inline]] inline bool requestChanged(const std::vector<const Track*>& tracks,
+                                                  size_t i) {
     return std::any_of(tracks.begin(), tracks.end(),
                        [&](const Track* t) { return t->changedOn(0, i); });
 }

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <cstring>
 #include <deque>
 #include <fstream>
 #include <memory>
@@ -61,6 +62,56 @@ struct Binding {
     double constant = NAN;
 };
 
+// A rule's verdicts on the values they were made on, the latest in each of
+// a few slots: values compared bit for bit.
+class Verdicts {
+public:
+    explicit Verdicts(size_t names) : names_(names), keys_(kSlots * names), used_(kSlots) {}
+
+    // The verdict on `values` (one a name), or null.
+    double* find(const double* values) {
+        slot_ = slotOf(values);
+        const bool same = used_[slot_] && sameBits(key(), values);
+        return same ? &verdicts_[slot_] : nullptr;
+    }
+    // The verdict on the values last looked for.
+    double* add(const double* values, double verdict) {
+        std::copy(values, values + names_, key());
+        used_[slot_] = true;
+        verdicts_[slot_] = verdict;
+        return &verdicts_[slot_];
+    }
+
+private:
+    static constexpr size_t kSlots = 64;
+
+    double* key() { return keys_.data() + slot_ * names_; }
+    // Equal bit for bit (a few names: compared inline).
+    bool sameBits(const double* a, const double* b) const {
+        for (size_t k = 0; k < names_; ++k) {
+            if (bitsOf(a[k]) != bitsOf(b[k])) return false;
+        }
+        return true;
+    }
+    static uint64_t bitsOf(double v) {
+        uint64_t bits;
+        std::memcpy(&bits, &v, sizeof bits);
+        return bits;
+    }
+
+    size_t slotOf(const double* values) const {
+        uint64_t h = 0;
+        for (size_t k = 0; k < names_; ++k) h = (h ^ bitsOf(values[k])) * 0x9E3779B97F4A7C15ull;
+        return static_cast<size_t>(h >> 58);  // the top 6 bits: one of 64
+    }
+
+    size_t names_;
+    std::vector<double> keys_;
+    std::vector<bool> used_;
+    double verdicts_[kSlots] = {};
+    size_t slot_ = 0;
+};
+
 // The names of one rule, resolved against the session and the getters.
 class Names {
 public:
@@ -102,9 +153,21 @@ public:
         return raw(b, i - static_cast<size_t>(b.back), getters);
     }
 
-    // The values of binding k on frames [from, to) into out[0, to - from).
+    // The values of binding k on frames [from, to) into out[0, to - from):
+    // value() frame by frame, each frame's raw value read once.
     void values(size_t k, size_t from, size_t to, const GetterResults& getters, double* out) const {
-        for (size_t i = from; i < to; ++i) out[i - from] = value(k, i, getters);
+        const Binding& b = bindings[k];
+        if (b.kind == Binding::Kind::Constant || (!b.delta && b.back == 0)) {
+            for (size_t i = from; i < to; ++i) out[i - from] = value(k, i, getters);
+            return;
+        }
+        // The frame before each, or its own when it has none.
+        double before = from > 0 ? raw(b, from - 1, getters) : NAN;
+        for (size_t i = from; i < to; ++i) {
+            const double now = raw(b, i, getters);
+            out[i - from] = i == 0 ? NAN : b.delta ? now - before : before;
+            before = now;
+        }
     }
 
     std::deque<Binding> bindings;
@@ -308,14 +371,13 @@ void runRules(const Session& session, const std::vector<Rule>& rules,
             open.reset();
         };
         // The names' values a block of frames at a time, each name's in one
-        // pass; the expression evaluated again only when they differ from
-        // those it last saw (an expression has no state: same values, same
-        // verdict).
+        // pass; the expression evaluated only on values it has not seen
+        // lately (an expression has no state: same values, same verdict;
+        // a session's values repeat, as a zoom ratio steps through a few).
         const size_t count = names.bindings.size();
         std::vector<double> block(count * kBlock);
-        std::vector<double> seen(count, NAN);
-        bool evaluated = false;
-        double holds = 0;
+        Verdicts verdicts(count);
+        std::vector<double> values(count);
         for (size_t start = 0; start < session.frames(); start += kBlock) {
             const size_t end = std::min(session.frames(), start + kBlock);
             for (size_t k = 0; k < count; ++k) {
@@ -323,26 +385,24 @@ void runRules(const Session& session, const std::vector<Rule>& rules,
             }
             for (size_t i = start; i < end; ++i) {
                 bool known = true;
-                bool same = evaluated;
                 for (size_t k = 0; k < count; ++k) {
-                    const double v = block[k * kBlock + i - start];
-                    known = known && !std::isnan(v);
-                    // -0 and 0 are equal, but not to a division.
-                    same = same && v == seen[k] && std::signbit(v) == std::signbit(seen[k]);
+                    values[k] = block[k * kBlock + i - start];
+                    known = known && !std::isnan(values[k]);
                 }
                 if (!known) continue;
                 ++judged;
-                if (!same) {
-                    for (size_t k = 0; k < count; ++k) {
-                        seen[k] = names.slots[k] = block[k * kBlock + i - start];
-                    }
-                    evaluated = true;
+                double* verdict = verdicts.find(values.data());
+                if (verdict == nullptr) {
+                    for (size_t k = 0; k < count; ++k) names.slots[k] = values[k];
+                    double holds = 0;
                     try {
                         holds = p.Eval();
                     } catch (const mu::Parser::exception_type&) {
                         holds = 0;
                     }
+                    verdict = verdicts.add(values.data(), holds);
                 }
+                const double holds = *verdict;
                 if (holds == 0 || std::isnan(holds)) continue;
                 if (open && open->second + 1 == i) {
                     open->second = i;

@@ -78,6 +78,11 @@ INSTANTIATE_TEST_SUITE_P(
                      Status::Failed,
                      {{12, 12}}},
             RuleCase{"Never", "never error: android.control.zoomRatio > 8", Status::Passed, {}},
+            RuleCase{"Steady",
+                     "steady info: delta.android.control.zoomRatio == 0",
+                     Status::Failed,
+                     {{13, 13}}},
+            RuleCase{"NoNames", "always info: 1 < 2", Status::Failed, {{10, 14}}},
             RuleCase{
                 "NotRecorded", "ae error: android.control.aeState == 1", Status::NotDecidable, {}}),
         ::testing::Values(Layout::Dumpsys11, Layout::Dumpsys13, Layout::Watch)),

@@ -392,6 +392,11 @@ private:
                         return a.frame < b.frame;
                     });
             }
+            // In frame order, a side's frames are its runs of one frame.
+            const auto& results = t.sides[static_cast<size_t>(Side::Result)];
+            for (size_t k = 0; k < results.size(); ++k) {
+                t.resultFrames += k == 0 || results[k].frame != results[k - 1].frame;
+            }
         }
     }
 
@@ -598,10 +603,11 @@ size_t frameFromFar(const SequencePart& part, size_t k, int64_t number) {
 }
 
 // The same from any `k`: a tag set on every frame or every few takes a few
-// steps, inlined where it is called once a change.
+// steps (up to 16, a handful of cache lines), inlined where it is called
+// once a change.
 inline size_t frameFrom(const SequencePart& part, size_t k, int64_t number) {
     const std::vector<SequencePart::Frame>& frames = part.frames;
-    for (const size_t near = std::min(frames.size(), k + 4); k < near; ++k) {
+    for (const size_t near = std::min(frames.size(), k + 16); k < near; ++k) {
         if (frames[k].number >= number) return k;
     }
     return frameFromFar(part, k, number);
@@ -817,13 +823,7 @@ std::vector<RecordedTag> Sequence::recordedTags() const {
             for (const auto& side : t.sides) {
                 if (!side.empty()) first = std::min(first, side.front().frame);
             }
-            // The result side is in frame order: its frames are its runs.
-            const auto& results = t.sides[static_cast<size_t>(loader::Side::Result)];
-            size_t frames = 0;
-            for (size_t k = 0; k < results.size(); ++k) {
-                frames += k == 0 || results[k].frame != results[k - 1].frame;
-            }
-            add(t.info, first, frames);
+            add(t.info, first, t.resultFrames);
         }
     }
     return tags;

@@ -48,6 +48,7 @@ struct SequencePart {
         };
         const kvhost::TagInfo* info = nullptr;
         std::vector<Event> sides[2];  // by Side
+        size_t resultFrames = 0;      // the frames of its result side's events
     };
 
     Capture base;  // the statics, input and notes; the frame: unmonitored tags from blocks

@@ -99,7 +99,7 @@ const Track* Session::track(const std::string& name) const {
         // A side the log never set holds nothing.
         if (changes.empty()) continue;
         // Each change holds from its frame until the next one.
-        std::vector<uint32_t>& held = t->held[side];
+        auto& held = t->held[side];
         held.resize(n);
         std::fill(held.begin(), held.begin() + static_cast<std::ptrdiff_t>(changes[0].frame),
                   Track::kNone);

@@ -11,11 +11,34 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "kvhost/Capture.h"
 
 namespace kvanalysis {
+
+// An allocator whose resize() leaves new numbers unwritten: a track writes
+// every one of its frames and values once, and the zeros before would be
+// a second pass over megabytes.
+template <typename T>
+struct Unwritten : std::allocator<T> {
+    template <typename U>
+    struct rebind {
+        using other = Unwritten<U>;
+    };
+    Unwritten() = default;
+    template <typename U>
+    Unwritten(const Unwritten<U>&) {}
+    template <typename U>
+    void construct(U* p) noexcept {
+        ::new (static_cast<void*>(p)) U;
+    }
+    template <typename U, typename... Args>
+    void construct(U* p, Args&&... args) {
+        ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
+    }
+};
 
 // A tag's values over the frames. Absent values are NaN; a tag that is not
 // recorded holds none. Each side keeps its changes' values once and, per
@@ -29,8 +52,9 @@ struct Track {
     bool recorded = false;
     int64_t firstFrame = 0;  // the frame number of its first event
     size_t width = 1;
-    std::vector<uint32_t> held[2];  // [side][frame]: the change holding, request 0, result 1
-    std::vector<double> values[2];  // [side][change * width + k]
+    // [side][frame]: the change holding, request 0, result 1
+    std::vector<uint32_t, Unwritten<uint32_t>> held[2];
+    std::vector<double, Unwritten<double>> values[2];  // [side][change * width + k]
 
     // Element k of side `side` (0 request, 1 result) on frame i.
     [[gnu::always_inline]] double at(int side, size_t i, size_t k = 0) const {

@@ -176,25 +176,32 @@ void FramesThroughGetters(benchmark::State& state) {
     Install(scene());
 }
 
-// Every check that reads the tags, and a rule, over the sequence: what
+// Every check that reads the tags, and a rule, over `sequence`: what
 // --check adds to reading a session, the getters aside (those checks run
-// only on the frames where a tag a getter read has changed).
-void CheckSequence(benchmark::State& state) {
-    const int64_t events = state.range(0);
-    const std::optional<kvhost::Sequence> sequence = Load(state, events);
-    if (!sequence) return;
+// only on the frames where a tag a getter read has changed). False, with
+// the benchmark skipped, when they do not run.
+bool RunChecks(benchmark::State& state, const kvhost::Sequence& sequence) {
     std::string error;
     kvanalysis::CheckOptions options;
     options.rules = kvanalysis::parseRules(
         "zoom-jump warning: abs(delta.android.control.zoomRatio) > 4\n", "bench.rules", &error);
     kvanalysis::Results results;
     for (auto _ : state) {
-        results = kvanalysis::runChecks(*sequence, options, &error);
+        results = kvanalysis::runChecks(sequence, options, &error);
         benchmark::DoNotOptimize(results);
     }
-    if (!Expect(state, error.empty() && !results.checks.empty(), "the checks did not run")) return;
-    PerEvent(state, events);
+    if (!Expect(state, error.empty() && !results.checks.empty(), "the checks did not run")) {
+        return false;
+    }
     state.SetLabel(std::to_string(results.findings.size()) + " findings");
+    return true;
+}
+
+void CheckSequence(benchmark::State& state) {
+    const int64_t events = state.range(0);
+    const std::optional<kvhost::Sequence> sequence = Load(state, events);
+    if (!sequence || !RunChecks(state, *sequence)) return;
+    PerEvent(state, events);
     Install(scene());
 }
 
@@ -297,11 +304,12 @@ double ProcessSeconds() {
 }
 
 void ReadReal(benchmark::State& state) {
+    const std::string& session = RealSession();  // written before the timing
     size_t frames = 0;
     std::vector<double> runs;
     for (auto _ : state) {
         const double before = ProcessSeconds();
-        const kvhost::SequenceResult loaded = kvhost::loadSequence({RealSession()});
+        const kvhost::SequenceResult loaded = kvhost::loadSequence({session});
         runs.push_back(ProcessSeconds() - before);
         if (!Expect(state, bool(loaded), loaded.error.c_str())) return;
         frames = loaded.sequence->frameCount();
@@ -309,6 +317,15 @@ void ReadReal(benchmark::State& state) {
     std::nth_element(runs.begin(), runs.begin() + runs.size() / 2, runs.end());
     AgainstGrep(state, runs[runs.size() / 2]);
     state.SetLabel(std::to_string(frames) + " frames; target < 3x grep -c");
+}
+
+// The checks over that session, in this process, against reading it: its
+// requests and results interleave, and it records more tags, both sides.
+void CheckReal(benchmark::State& state) {
+    const kvhost::SequenceResult loaded = kvhost::loadSequence({RealSession()});
+    if (!Expect(state, bool(loaded), loaded.error.c_str())) return;
+    RunChecks(state, *loaded.sequence);
+    Install(scene());
 }
 
 // metautils-inspect with `args` after the session, in a child; an argument
@@ -362,6 +379,9 @@ void RegisterSequenceBenchmarks() {
     const std::string real = "sequence/watch layout, 100000 events/";
     Register(real + "grep -c RES:", GrepCount)->Iterations(1)->Unit(benchmark::kMillisecond);
     Register(real + "read", ReadReal)->Iterations(5)->Unit(benchmark::kMillisecond);
+    Register(real + "checks", CheckReal)->Unit(benchmark::kMillisecond);
+    AddRatio({"session checks / reading the session, watch layout", real + "checks",
+              real + "read/iterations:5", 0.10, ""});
     const struct {
         const char* name;
         std::vector<std::string> args;

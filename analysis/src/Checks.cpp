@@ -31,8 +31,10 @@ using Values = std::vector<std::pair<std::string, std::string>>;
 // Any of the request sides of `tracks` (Context::recordedOf) was set anew on frame i.
 [[gnu::always_inline]] inline bool requestChanged(const std::vector<const Track*>& tracks,
                                                   size_t i) {
-    return std::any_of(tracks.begin(), tracks.end(),
-                       [&](const Track* t) { return t->changedOn(0, i); });
+    for (const Track* t : tracks) {
+        if (t->changedOn(0, i)) return true;
+    }
+    return false;
 }
 
 std::string frameText(const Context& c, size_t i) {

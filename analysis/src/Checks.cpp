@@ -158,9 +158,13 @@ void aeConverge(Context& c) {
         if (start && i > 0) judge(i - 1, false);
         start.reset();
     };
+    // Values are read again only on the frames that change them.
+    double v = NAN;
+    bool off = false;  // AE mode OFF
     for (size_t i = 0; i < c.s.frames(); ++i) {
-        const double v = state->value(i);
-        if (std::isnan(v) || is(aeMode.at(i), ae::kModeOff)) {
+        if (i == 0 || state->changed(i)) v = state->value(i);
+        if (i == 0 || aeMode.changed(i)) off = is(aeMode.at(i), ae::kModeOff);
+        if (std::isnan(v) || off) {
             cut(i);
             continue;
         }
@@ -324,8 +328,14 @@ void aeOscillation(Context& c) {
         reversals.clear();
         researches.clear();
     };
+    // Values are read again only on the frames that change them.
+    bool locked = false;
+    uint32_t exposureFrom[2] = {Track::kNone, Track::kNone};  // the changes e was made of
+    bool exposed = false;                                     // e was a positive number
     for (size_t i = 0; i < n; ++i) {
-        const bool locked = is(aeLock.at(i), 1) || is(aeMode.at(i), 0);
+        if (i == 0 || aeLock.changed(i) || aeMode.changed(i)) {
+            locked = is(aeLock.at(i), 1) || is(aeMode.at(i), 0);
+        }
         if (locked || requestChanged(settings, i)) {
             check();
             anchor = NAN;
@@ -333,24 +343,34 @@ void aeOscillation(Context& c) {
             if (locked) continue;
         }
         if (product) {
-            const double e = sensitivity->at(1, i) * exposure->at(1, i);
-            if (!std::isnan(e) && e > 0) {
-                ++seen;
-                if (std::isnan(anchor)) {
-                    anchor = e;
-                } else if (std::fabs(e - anchor) > step * anchor) {
-                    const int d = e > anchor ? 1 : -1;
-                    if (direction != 0 && d != direction) reversals.push_back(i);
-                    direction = d;
-                    anchor = e;
+            const uint32_t from[2] = {sensitivity->heldAt(1, i), exposure->heldAt(1, i)};
+            // The exposure of the frame before, from an anchor: it moved
+            // past the step then, or not at all.
+            const bool same =
+                !std::isnan(anchor) && from[0] == exposureFrom[0] && from[1] == exposureFrom[1];
+            std::copy(from, from + 2, exposureFrom);
+            if (!same) {
+                const double e = sensitivity->at(1, i) * exposure->at(1, i);
+                exposed = !std::isnan(e) && e > 0;
+                if (exposed) {
+                    if (std::isnan(anchor)) {
+                        anchor = e;
+                    } else if (std::fabs(e - anchor) > step * anchor) {
+                        const int d = e > anchor ? 1 : -1;
+                        if (direction != 0 && d != direction) reversals.push_back(i);
+                        direction = d;
+                        anchor = e;
+                    }
                 }
             }
+            if (exposed) ++seen;
         }
-        if (state != nullptr && i > 0 && is(state->value(i), ae::kSearching) &&
+        if (state == nullptr) continue;
+        if (i > 0 && state->changed(i) && is(state->value(i), ae::kSearching) &&
             is(state->value(i - 1), ae::kConverged)) {
             researches.push_back(i);
         }
-        if (state != nullptr && !std::isnan(state->value(i))) ++seen;
+        if (seen < 2 && !std::isnan(state->value(i))) ++seen;
     }
     check();
     if (seen > 1) c.judged();
@@ -435,18 +455,23 @@ void afHunting(Context& c) {
         crowded(c, scans, allowed, window, "scans (afState PASSIVE_SCAN) of continuous AF");
         scans.clear();
     };
+    // Values are read again only on the frames that change them.
+    bool continuous = false;
+    bool known = false;  // afState has a value
     for (size_t i = 0; i < n; ++i) {
-        const double m = mode->value(i);
-        const bool continuous = is(m, af::kContinuousVideo) || is(m, af::kContinuousPicture);
+        if (i == 0 || mode->changed(i)) {
+            const double m = mode->value(i);
+            continuous = is(m, af::kContinuousVideo) || is(m, af::kContinuousPicture);
+        }
+        const bool stateChanged = i == 0 || state->changed(i);
+        if (stateChanged) known = !std::isnan(state->value(i));
         if (!continuous || requestChanged(settings, i)) check();
         if (!continuous) continue;
-        const double v = state->value(i);
-        if (std::isnan(v)) continue;
-        ++seen;
-        if (i > 0 && is(v, af::kPassiveScan) && !is(state->value(i - 1), af::kPassiveScan) &&
-            !std::isnan(state->value(i - 1))) {
+        if (stateChanged && i > 0 && is(state->value(i), af::kPassiveScan) &&
+            !is(state->value(i - 1), af::kPassiveScan) && !std::isnan(state->value(i - 1))) {
             scans.push_back(i);
         }
+        seen += known;
     }
     check();
     if (seen > 1) c.judged();
@@ -519,16 +544,18 @@ void zoom(Context& c) {
         int direction = 0;
         std::optional<size_t> runEnd;  // the last request step of the run
         for (size_t i = 1; i < n; ++i) {
-            const double a = ratio->at(0, i - 1), b = ratio->at(0, i);
-            if (ratio->changedOn(0, i) && !std::isnan(a) && !std::isnan(b) && a != b) {
-                const int d = b > a ? 1 : -1;
-                if (d != direction) direction = d;
-                runEnd = i;
+            // Only a frame that sets a side anew can step it.
+            if (ratio->changedOn(0, i)) {
+                const double a = ratio->at(0, i - 1), b = ratio->at(0, i);
+                if (!std::isnan(a) && !std::isnan(b) && a != b) {
+                    direction = b > a ? 1 : -1;
+                    runEnd = i;
+                }
             }
             if (runEnd && !c.within(*runEnd, i, latency)) direction = 0;
+            if (direction == 0 || !ratio->changedOn(1, i)) continue;
             const double ra = ratio->at(1, i - 1), rb = ratio->at(1, i);
-            if (direction != 0 && ratio->changedOn(1, i) && !std::isnan(ra) && !std::isnan(rb) &&
-                (rb - ra) * direction < -tolerance / 5 * ra) {
+            if (!std::isnan(ra) && !std::isnan(rb) && (rb - ra) * direction < -tolerance / 5 * ra) {
                 c.find(i, i,
                        cat("result zoom ratio went from ", ra, " to ", rb,
                            " while the request moved the other way"),

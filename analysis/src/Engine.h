@@ -53,6 +53,8 @@ public:
         const Track* track = nullptr;  // when recorded
         double block = NAN;            // else the blocks' value, the same on every frame
         double at(size_t i) const { return track != nullptr ? track->value(i) : block; }
+        // Whether frame i's value may differ from the frame before's.
+        bool changed(size_t i) const { return track != nullptr && track->changed(i); }
     };
     Sampled context(const char* name) const;
     // The tracks of those of the tags that are recorded.

@@ -3,44 +3,74 @@
 #include <algorithm>
 #include <cstring>
 #include <mutex>
+#include <type_traits>
 
 #include "kvanalysis/Checks.h"
 
 namespace kvanalysis {
 
-void numbersOf(kvhost::TagType type, const uint8_t* data, size_t count, double* out) {
-    const auto each = [&](auto sample) {
-        using T = decltype(sample);
-        for (size_t k = 0; k < count; ++k) {
-            T v{};
-            std::memcpy(&v, data + k * sizeof(T), sizeof(T));
-            out[k] = static_cast<double>(v);
-        }
-    };
+namespace {
+
+struct Rational {
+    int32_t numerator, denominator;
+};
+
+// Element k of a payload of T as a number: a rational as its quotient.
+template <typename T>
+double numberAt(const uint8_t* data, size_t k) {
+    T v{};
+    std::memcpy(&v, data + k * sizeof(T), sizeof(T));
+    if constexpr (std::is_same_v<T, Rational>) {
+        return v.denominator != 0 ? static_cast<double>(v.numerator) / v.denominator : NAN;
+    } else {
+        return static_cast<double>(v);
+    }
+}
+
+// each(T{}) with the element type of `type`.
+template <typename Each>
+void byType(kvhost::TagType type, Each each) {
     switch (type) {
         case kvhost::TagType::Byte:
-            each(uint8_t{});
-            break;
+            return each(uint8_t{});
         case kvhost::TagType::Int32:
-            each(int32_t{});
-            break;
+            return each(int32_t{});
         case kvhost::TagType::Float:
-            each(float{});
-            break;
+            return each(float{});
         case kvhost::TagType::Int64:
-            each(int64_t{});
-            break;
+            return each(int64_t{});
         case kvhost::TagType::Double:
-            each(double{});
-            break;
+            return each(double{});
         case kvhost::TagType::Rational:
-            for (size_t k = 0; k < count; ++k) {
-                int32_t r[2];
-                std::memcpy(r, data + k * sizeof r, sizeof r);
-                out[k] = r[1] != 0 ? static_cast<double>(r[0]) / r[1] : NAN;
-            }
-            break;
+            return each(Rational{});
     }
+}
+
+// The changes' values, `width` numbers each (NaN past a change's own): the
+// type chosen once for each run of changes of one type, not once a change.
+void valuesOf(const std::vector<kvhost::TagChange>& changes, size_t width, double* out) {
+    for (size_t k = 0; k < changes.size();) {
+        const kvhost::TagType type = changes[k].type;
+        byType(type, [&](auto sample) {
+            using T = decltype(sample);
+            for (; k < changes.size() && (changes[k].removed || changes[k].type == type); ++k) {
+                const kvhost::TagChange& c = changes[k];
+                double* v = out + k * width;
+                const size_t m = c.removed ? 0 : std::min<size_t>(c.count, width);
+                for (size_t e = 0; e < m; ++e) v[e] = numberAt<T>(c.bytes, e);
+                std::fill(v + m, v + width, NAN);
+            }
+        });
+    }
+}
+
+}  // namespace
+
+void numbersOf(kvhost::TagType type, const uint8_t* data, size_t count, double* out) {
+    byType(type, [&](auto sample) {
+        using T = decltype(sample);
+        for (size_t k = 0; k < count; ++k) out[k] = numberAt<T>(data, k);
+    });
 }
 
 Session::Session(const kvhost::Sequence& sequence)
@@ -103,17 +133,13 @@ const Track* Session::track(const std::string& name) const {
         held.resize(n);
         std::fill(held.begin(), held.begin() + static_cast<std::ptrdiff_t>(changes[0].frame),
                   Track::kNone);
-        t->values[side].resize(changes.size() * w);
-        double* v = t->values[side].data();
-        for (size_t k = 0; k < changes.size(); ++k, v += w) {
-            const kvhost::TagChange& c = changes[k];
+        for (size_t k = 0; k < changes.size(); ++k) {
             const size_t until = k + 1 < changes.size() ? changes[k + 1].frame : n;
-            std::fill(held.begin() + static_cast<std::ptrdiff_t>(c.frame),
+            std::fill(held.begin() + static_cast<std::ptrdiff_t>(changes[k].frame),
                       held.begin() + static_cast<std::ptrdiff_t>(until), static_cast<uint32_t>(k));
-            const size_t m = c.removed ? 0 : std::min<size_t>(c.count, w);
-            numbersOf(c.type, c.bytes, m, v);
-            std::fill(v + m, v + w, NAN);
         }
+        t->values[side].resize(changes.size() * w);
+        valuesOf(changes, w, t->values[side].data());
     }
     slot = std::move(t);
     return slot.get();

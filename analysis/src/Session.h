@@ -79,7 +79,9 @@ struct Track {
         const uint32_t c = held[side][i];
         return c != kNone && (i == 0 || held[side][i - 1] != c);
     }
-    bool changed(size_t i) const { return changedOn(0, i) || changedOn(1, i); }
+    [[gnu::always_inline]] bool changed(size_t i) const {
+        return changedOn(0, i) || changedOn(1, i);
+    }
     // The values side `side` holds on frames first to last, each change's
     // once: each(const double* value), `width` elements.
     template <typename Each>

@@ -241,8 +241,10 @@ std::optional<int64_t> logLineTime(std::string_view line) {
     }
     const bool fraction = s.substr(0, end).find('.') != std::string_view::npos;
     const size_t first = runs.size() - (fraction ? 1 : 0) == 6 ? 1 : 0;  // the year dropped
+    // Each field as a device prints it, two digits: more would be no time
+    // of a log line, and could overflow the nanoseconds.
     int64_t v[5] = {};
-    for (size_t i = 0; i < 5; ++i) parseNumber(runs[first + i].substr(0, 9), &v[i]);
+    for (size_t i = 0; i < 5; ++i) parseNumber(runs[first + i].substr(0, 2), &v[i]);
     int64_t nanos = 0;
     if (fraction) {
         const std::string_view digits = runs.back().substr(0, 9);

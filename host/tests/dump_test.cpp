@@ -116,6 +116,20 @@ TEST(DumpLine, KeepsWhatTheDevicePrinted) {
     for (const auto& r : rows) EXPECT_EQ(cleanDumpLine(r.line), r.kept) << r.line;
 }
 
+// A log line's time, in ns from the start of its year (months of 31 days);
+// digit runs longer than a device prints read without overflow.
+TEST(DumpLine, TimeOfALogLine) {
+    const int64_t want =
+        ((3 * 31 + 14) * 86400 + 9 * 3600 + 41 * 60 + 2) * 1000000000LL + 500000000;
+    EXPECT_EQ(logLineTime("03-14 09:41:02.500  5120  5133 D CamHal: x"), want);
+    EXPECT_EQ(logLineTime("2026-03-14 09:41:02.5  1047  5120  5133 D CamHal: x"), want);
+    EXPECT_EQ(logLineTime("f5:1000ns:  REQ:android.control.afMode: [AUTO]"), std::nullopt);
+    const std::optional<int64_t> garbled =
+        logLineTime("356009244062-99 99:99:99999999999.123456789123 x");
+    ASSERT_TRUE(garbled.has_value());
+    EXPECT_GT(*garbled, 0);
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Variations, DumpFormat,
     ::testing::Values(

@@ -494,9 +494,9 @@ void zoom(Context& c) {
         Stretches off(c, latency);
         size_t first = 0;  // of the frames within the window, when the numbers ascend
         // The changes of the last verdict: the result's, and the first and
-        // last request of its window.
+        // last request of its window. A frame judged has a result: none
+        // matches this start.
         uint32_t judgedFor[3] = {Track::kNone, Track::kNone, Track::kNone};
-        bool judgedOnce = false;
         bool near = false;
         bool known = false;
         for (size_t i = 0; i < n; ++i) {
@@ -515,10 +515,9 @@ void zoom(Context& c) {
             // The same result and requests as the last frame judged: the same verdict.
             const uint32_t changes[3] = {ratio->heldAt(1, i), ratio->heldAt(0, from),
                                          ratio->heldAt(0, i)};
-            if (!judgedOnce || changes[0] != judgedFor[0] || changes[1] != judgedFor[1] ||
+            if (changes[0] != judgedFor[0] || changes[1] != judgedFor[1] ||
                 changes[2] != judgedFor[2]) {
                 std::copy(changes, changes + 3, judgedFor);
-                judgedOnce = true;
                 near = known = false;
                 ratio->eachHeld(0, from, i, [&](const double* v) {
                     if (std::isnan(v[0])) return;

@@ -86,12 +86,16 @@ const Track* Session::track(const char* name) const {
     return byAddress_[name] = track(std::string(name));
 }
 
+const kvhost::RecordedTag* Session::recordedTag(const kvhost::TagInfo* info) const {
+    if (info == nullptr) return nullptr;
+    const auto r = std::find_if(recorded_.begin(), recorded_.end(),
+                                [&](const kvhost::RecordedTag& t) { return t.id == info->id; });
+    return r == recorded_.end() ? nullptr : &*r;
+}
+
 bool Session::recorded(const std::string& name) const {
     // From the list: a check that cannot run builds no track.
-    const kvhost::TagInfo* info = kvhost::findTag(name.c_str());
-    return info != nullptr &&
-           std::any_of(recorded_.begin(), recorded_.end(),
-                       [&](const kvhost::RecordedTag& r) { return r.id == info->id; });
+    return recordedTag(kvhost::findTag(name.c_str())) != nullptr;
 }
 
 const Track* Session::track(const std::string& name) const {
@@ -101,16 +105,13 @@ const Track* Session::track(const std::string& name) const {
     if (info == nullptr) return nullptr;
     auto t = std::make_unique<Track>();
     t->info = info;
-    for (const kvhost::RecordedTag& r : recorded_) {
-        if (r.id == info->id) {
-            t->recorded = true;
-            t->firstFrame = r.firstFrame;
-        }
-    }
+    const kvhost::RecordedTag* r = recordedTag(info);
+    t->recorded = r != nullptr;
     if (!t->recorded) {
         slot = std::move(t);
         return slot.get();
     }
+    t->firstFrame = r->firstFrame;
     const size_t n = frames();
     std::vector<kvhost::TagChange> sides[2] = {sequence_.changes(info->id, false),
                                                sequence_.changes(info->id, true)};

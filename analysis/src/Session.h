@@ -124,6 +124,8 @@ public:
 
 private:
     const kvhost::Capture* firstFrame() const;
+    // The session's entry for a tag; null when it did not record it.
+    const kvhost::RecordedTag* recordedTag(const kvhost::TagInfo* info) const;
 
     const kvhost::Sequence& sequence_;
     std::vector<kvhost::FrameInfo> frames_;
